@@ -1,0 +1,12 @@
+# What every target of the project has in common: warnings, sanitizers, no implicit surprises.
+function(lumtar_target target)
+  target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+  if(LUMTAR_WERROR)
+    target_compile_options(${target} PRIVATE -Werror)
+  endif()
+  if(LUMTAR_SANITIZE)
+    set(flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    target_compile_options(${target} PRIVATE ${flags})
+    target_link_options(${target} PRIVATE ${flags})
+  endif()
+endfunction()

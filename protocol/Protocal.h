@@ -1,0 +1,13 @@
+/// \file
+/// Every command frame of the signal-generation board, one builder class per command.
+///
+/// A builder is a plain value: the default constructor fills every field with its default, a setter
+/// replaces one field, and data() returns the whole command, ready for LumtarEngine::SendCommand().
+#pragma once
+
+#include "controlcommands.h"
+#include "gooseframe.h"
+#include "gooseoffsets.h"
+#include "streamdescriptions.h"
+#include "subscription.h"
+#include "svframe.h"

@@ -1,0 +1,87 @@
+#include "hexfield.h"
+
+namespace hexfield {
+
+namespace {
+
+/// Smallest number of bytes that holds \a value; at least one.
+int bytesNeeded(quint64 value)
+{
+    int width = 1;
+    while (value >>= 8)
+        ++width;
+    return width;
+}
+
+} // namespace
+
+QByteArray fromText(const QString &hex)
+{
+    return QByteArray::fromHex(hex.toLatin1());
+}
+
+qint64 decimal(const QString &text)
+{
+    return text.toLongLong();
+}
+
+void setNumber(QByteArray &field, qint64 value)
+{
+    const auto bits = static_cast<quint64>(value);
+    setFixedWidth(field, bits, bytesNeeded(bits));
+}
+
+void setDecimalDigits(QByteArray &field, qint64 value)
+{
+    // Read as hexadecimal, a decimal text packs its digits two per byte and drops the sign.
+    field = QByteArray::fromHex(QByteArray::number(value));
+}
+
+void setFixedWidth(QByteArray &field, quint64 value, int width)
+{
+    field.resize(width);
+    char *bytes = field.data();
+    for (int i = width - 1; i >= 0; --i, value >>= 8)
+        bytes[i] = static_cast<char>(value & 0xff);
+}
+
+int setLittleEndian16(QByteArray &field, int value)
+{
+    if (value < 0 || value > kMax16)
+        return -1;
+    field.resize(2);
+    char *bytes = field.data();
+    bytes[0] = static_cast<char>(value & 0xff);
+    bytes[1] = static_cast<char>(value >> 8);
+    return 0;
+}
+
+int setBerLength(QByteArray &field, int length)
+{
+    if (length < 0)
+        return -1;
+    const auto bits = static_cast<quint64>(length);
+    if (length < 0x80) {
+        setFixedWidth(field, bits, 1);
+        return 0;
+    }
+    const int width = bytesNeeded(bits);
+    const quint64 prefix = 0x80U + static_cast<quint64>(width);
+    setFixedWidth(field, prefix << (8 * width) | bits, width + 1);
+    return 0;
+}
+
+void setByte(QByteArray &field, int index, int value, char filler)
+{
+    const int missing = index + 1 - static_cast<int>(field.size());
+    if (missing > 0)
+        field.append(missing, filler);
+    field[index] = static_cast<char>(value & 0xff);
+}
+
+int byteAt(const QByteArray &field, int index)
+{
+    return index < field.size() ? static_cast<unsigned char>(field.at(index)) : 0;
+}
+
+} // namespace hexfield

@@ -1,0 +1,86 @@
+/// \file
+/// The only place where a text or a number becomes the bytes of a field.
+///
+/// A field is a QByteArray. Unless a function says otherwise it is big-endian and as wide as its
+/// value needs, so a larger value widens the field and moves the later ones.
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+#include <tuple>
+
+namespace hexfield {
+
+/// Largest value of the board's 16-bit fields, and the most entries that any table may hold.
+constexpr int kMax16 = 0xffff;
+
+/// Bytes of a hexadecimal text: digits are paired from the right, other characters are skipped.
+QByteArray fromText(const QString &hex);
+
+/// The number that a decimal text holds; 0 for a text that holds none.
+qint64 decimal(const QString &text);
+
+/// Sets \a field to \a value in the fewest bytes; a negative value takes eight.
+void setNumber(QByteArray &field, qint64 value);
+
+/// Sets \a field to the decimal digits of \a value, two per byte, without its sign.
+void setDecimalDigits(QByteArray &field, qint64 value);
+
+/// Sets \a field to the low \a width bytes of \a value.
+void setFixedWidth(QByteArray &field, quint64 value, int width);
+
+/// Sets \a field to \a value as two bytes, low byte first. Returns 0; -1 for a value outside 0 to
+/// 65535, which changes nothing.
+int setLittleEndian16(QByteArray &field, int value);
+
+/// Sets \a field to the shortest definite BER form of \a length (ITU-T X.690, 8.1.3): 127 gives 7f,
+/// 128 gives 81 80, 256 gives 82 01 00.
+/// Returns 0; -1 for a negative length, which changes nothing.
+int setBerLength(QByteArray &field, int length);
+
+/// Writes one byte, lengthening \a field with \a filler when it ends before \a index.
+void setByte(QByteArray &field, int index, int value, char filler = '\0');
+
+/// The byte at \a index as an unsigned number, 0 beyond the end.
+int byteAt(const QByteArray &field, int index);
+
+/// Total size of the given fields in bytes.
+template <typename... Fields>
+int sizeOf(const Fields &...fields)
+{
+    return static_cast<int>((fields.size() + ... + 0));
+}
+
+/// Appends the given fields to \a out in order.
+template <typename... Fields>
+void append(QByteArray &out, const Fields &...fields)
+{
+    (out.append(fields), ...);
+}
+
+/// Total size of a group of fields, made with std::tie().
+template <typename... Fields>
+int sizeOf(const std::tuple<Fields...> &group)
+{
+    return std::apply([](const auto &...fields) { return sizeOf(fields...); }, group);
+}
+
+/// Appends a group of fields to \a out in order.
+template <typename... Fields>
+void append(QByteArray &out, const std::tuple<Fields...> &group)
+{
+    std::apply([&out](const auto &...fields) { append(out, fields...); }, group);
+}
+
+/// The given fields in order as one byte string.
+template <typename... Fields>
+QByteArray joined(const Fields &...fields)
+{
+    QByteArray out;
+    out.reserve(sizeOf(fields...));
+    append(out, fields...);
+    return out;
+}
+
+} // namespace hexfield
