@@ -1,0 +1,137 @@
+#include "lumtarengine.h"
+
+#include <QDebug>
+
+#include <cmath>
+
+namespace {
+
+constexpr int kOutputs = 16;
+constexpr int kFirstCurrent = 8;
+
+/// First outputs of the phases in CStep::outPara.
+enum Output { Va1 = 0, Vb1 = 2, Vc1 = 4, Ia1 = 8, Ib1 = 10, Ic1 = 12 };
+
+/// One three-phase set of first outputs.
+struct ThreePhaseSet
+{
+    Output a;
+    Output b;
+    Output c;
+};
+constexpr ThreePhaseSet kThreePhaseSets[] = {{Va1, Vb1, Vc1}, {Ia1, Ib1, Ic1}};
+
+bool isStep(int index)
+{
+    return index >= 0 && index < 5;
+}
+
+void setUnits(CStep &step, float voltsPerCount, float amperesPerCount)
+{
+    for (int i = 0; i < kOutputs; ++i) {
+        const bool isCurrent = i >= kFirstCurrent;
+        step.outPara[i].scaleFactor = isCurrent ? amperesPerCount : voltsPerCount;
+        step.outPara[i].isCurrent = isCurrent ? 1 : 0;
+    }
+}
+
+void silence(OutChannelPara_tag &output)
+{
+    output.amplitude = 0.0F;
+    output.phaseJump = 0.0F;
+}
+
+/// Angle in degrees that a 50 Hz signal turns through during \a seconds, less whole turns.
+float angleTurned(quint32 seconds)
+{
+    const auto cycles = static_cast<float>(50U * seconds);
+    return (cycles - std::trunc(cycles)) * 360.0F;
+}
+
+} // namespace
+
+void LumtarEngine::SetProtocal(int protocolNumber)
+{
+    protocol = static_cast<quint8>(protocolNumber);
+    for (CStep &step : steps) {
+        if (protocol == 0)
+            setUnits(step, 0.01F, 0.001F);
+        else if (protocol == 1)
+            setUnits(step, 1.0F, 1.0F);
+    }
+}
+
+void LumtarEngine::SetVIInputWay(int way, int voltageFactor, int currentFactor)
+{
+    viInputWay = way;
+    voltageRatio = voltageFactor;
+    currentRatio = currentFactor;
+}
+
+void LumtarEngine::SetDoubleAD()
+{
+    for (CStep &step : steps) {
+        for (int first = 0; first < kOutputs; first += 2) {
+            OutChannelPara_tag &second = step.outPara[first + 1];
+            const quint8 isCurrent = second.isCurrent;
+            second = step.outPara[first];
+            second.isCurrent = isCurrent;
+        }
+    }
+}
+
+void LumtarEngine::ReSetPhase(int step, int nextStep)
+{
+    if (!isStep(step) || !isStep(nextStep)) {
+        qDebug() << "ReSetPhase: refused, steps" << step << "and" << nextStep << "must be 0 to 4";
+        return;
+    }
+    constexpr float kThird = 120.0F;
+    constexpr int kAnchorC = 3;
+    constexpr int kAnchorB = 4;
+    CStep &a = steps[step];
+    CStep &b = steps[nextStep];
+    const auto phase = [](CStep &of, Output output) -> float & {
+        return of.outPara[output].phasePosition;
+    };
+    const float turned = angleTurned(a.stateTime);
+
+    for (const auto &set : kThreePhaseSets) {
+        if (b.phaseAnchor == kAnchorC) {
+            phase(a, set.c) = phase(b, set.c) - turned;
+            phase(a, set.a) = phase(a, set.c) - kThird;
+        } else if (b.phaseAnchor == kAnchorB) {
+            phase(a, set.b) = phase(b, set.b) - turned;
+            phase(a, set.a) = phase(a, set.b) + kThird;
+        } else {
+            phase(a, set.a) = phase(b, set.a) - turned;
+        }
+        phase(a, set.b) = phase(a, set.a) - kThird;
+        phase(a, set.c) = phase(a, set.a) + kThird;
+        for (const Output output : {set.a, set.b, set.c})
+            b.outPara[output].phaseJump = phase(b, output) - (phase(a, output) + turned);
+    }
+    SetDoubleAD();
+}
+
+void LumtarEngine::InitSignal()
+{
+    for (const auto &set : kThreePhaseSets) {
+        silence(steps[0].outPara[set.a]);
+        silence(steps[2].outPara[set.b]);
+        silence(steps[4].outPara[set.c]);
+    }
+    SetDoubleAD();
+}
+
+void LumtarEngine::OffSignal(int step)
+{
+    if (!isStep(step)) {
+        qDebug() << "OffSignal: refused, step" << step << "is outside 0 to 4";
+        return;
+    }
+    for (OutChannelPara_tag &output : steps[step].outPara)
+        output.amplitude = 0.0F;
+    for (quint8 &state : steps[step].binOut)
+        state = 0;
+}

@@ -1,0 +1,202 @@
+/// \file
+/// The engine of the test set: the state of one test, and the operations that make the
+/// signal-generation board carry it out.
+#pragma once
+
+#include "gooseoffsets.h"
+#include "lumtar_export.h"
+
+#include <QByteArray>
+#include <QDomElement>
+#include <QHostAddress>
+#include <QObject>
+#include <QUdpSocket>
+
+class Goose_command;
+
+/// Setting of one analog output in one step.
+struct LUMTAR_EXPORT OutChannelPara_tag
+{
+    quint8 ampIsPeak = 0; ///< 0: amplitude is RMS and sent times 1.41421; else sent as it is
+    float scaleFactor = 0.01F; ///< volts or amperes per count of the sampled-value stream
+    float frequency = 50.0F; ///< Hz
+    float amplitude = 0.0F; ///< volts or amperes
+    float phasePosition = 0.0F; ///< degrees
+    quint8 isCurrent = 0; ///< 1 current output, 0 voltage output
+    float phaseJump = 0.0F; ///< degrees, applied when the step is entered
+};
+
+/// One step (state) of the sequence.
+struct LUMTAR_EXPORT CStep
+{
+    /// Voltage entries at 0.01 V, current entries at 0.001 A per count, 50 Hz, amplitude 0, every
+    /// binary output off, everything else 0.
+    CStep();
+
+    /// Entries 0 to 7: Va1, Va2, Vb1, Vb2, Vc1, Vc2, Vn1, Vn2; 8 to 15: Ia1, Ia2, Ib1, Ib2, Ic1,
+    /// Ic2, In1, In2. On the wire the currents are channels 0 to 7 and the voltages 8 to 15.
+    OutChannelPara_tag outPara[16];
+    quint8 ctlCondition = 0; ///< transition conditions; bit 3 enables the binary-input transition
+    quint32 stateTime = 0; ///< duration in whole seconds; the board gets the low 16 bits of its ms
+    quint8 stateTimeJump = 0; ///< step to go to when the time runs out
+    quint8 stateTrige = 0; ///< trigger setting
+    quint8 stateTrigeJump = 0; ///< step to go to on the trigger
+    quint8 binInpJump = 0; ///< step to go to on the binary input
+    quint8 stepOption = 0; ///< the step option command carries 1 when this is 0, else 0
+    quint8 binOut[4] = {}; ///< binary outputs 1 to 4: 0 off, else on
+    quint8 phaseAnchor = 0; ///< phase that ReSetPhase() keeps: 3 phase C, 4 phase B, else phase A
+};
+
+/// The dataset entry of a published GOOSE stream that carries a binary output's state.
+struct OutputGooseEntry
+{
+    qint8 stream = -1; ///< GOOSE publication stream 0 to 3; -1: the output drives no GOOSE value
+    quint8 position = 0; ///< dataset position, counted from 1
+};
+
+/// Offset records of the published GOOSE streams 0 to 5, shared by all engines of the process.
+/// Loading fills them; the state sequence reads records 0 to 3.
+extern LUMTAR_EXPORT GooseDataOffsetAddr gblGooseDataOffsetAddr[6];
+
+/// Drives the board: opens the device link, loads a test configuration, executes a state sequence,
+/// reads status, stops.
+///
+/// The application writes the public members directly. Every operation runs on the caller's thread
+/// and blocks while it waits for the board: an exchange without an answer takes 4.5 s, one that
+/// also waits for a data reply up to 9 s. One exchange at a time per engine. Exchanges return 1 for
+/// success and 0 for failure. An operation that refuses its input says so on the debug channel.
+class LUMTAR_EXPORT LumtarEngine : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY(LumtarEngine)
+
+public:
+    /// Gives the steps and settings their defaults and installs the GBK codec process-wide for C
+    /// strings and translated texts (see textcodec.h), where it stays.
+    LumtarEngine();
+    /// Closes the link.
+    ~LumtarEngine() override;
+
+    /// \name Device link
+    /// @{
+
+    /// Opens the link to the board at \a peer, closing an open one first. Binds UDP port \a port,
+    /// or else \a port + 1, of \a peer's address family. Returns 1; 0 when both are taken, which
+    /// leaves the link closed, or when \a port is outside 1 to 65535, which changes nothing.
+    int SetUdpConnect(int port, const QHostAddress &peer);
+    /// Sends \a frame to the board, at most three times, until it acknowledges; when
+    /// expectDataReply is set, waits for a data reply too, whose payload is then in rxBuffer.
+    /// Clears expectDataReply. Returns 1 or 0, also in lastResult; 0 at once without an open link
+    /// and for a frame above 1588 bytes.
+    int SendCommand(const QByteArray &frame);
+    /// Waits up to 1500 ms for one datagram and receives it into rxBuffer. Returns 1 when it holds
+    /// an acknowledgement (\a mode 0) or a whole data reply (\a mode 1), else 0.
+    int recv2001(int mode);
+
+    /// @}
+    /// \name Test configuration
+    /// @{
+
+    /// Loads a test configuration and sends its streams to the board. \a configPath is in the codec
+    /// for C strings. Returns 1; 0 when the file cannot be read, is no well-formed XML, expands or
+    /// nests without bound, exceeds 64 MiB, or its root is not `ied`: then nothing is sent and no
+    /// counter changes. The result does not say whether the board accepted the commands. Events of
+    /// the application are processed once per stream.
+    int InitGPP(char *configPath);
+    /// Publishes one sampled-value stream, number smvCount: frame template, then stream
+    /// description. \a work receives each command. Refused, sending nothing: chNums outside 0 to
+    /// 255, a 65th stream.
+    void SetSMV(QDomElement &element, QByteArray &work);
+    /// Publishes one GOOSE stream, number gooseCount: frame template, then stream description;
+    /// binds its binary outputs. \a work receives each command. Refused, sending nothing: datCount
+    /// outside 0 to 65535, a seventh stream.
+    void SetGoose(QDomElement &element, QByteArray &work);
+    /// Subscribes to one GOOSE stream of the device under test and maps its entries onto logic
+    /// binary inputs. \a work receives the command. Refused, sending nothing: portIndex outside 1
+    /// to 5, datCount outside 0 to 65535, a 32nd light group on a port; dropped: no entry to map.
+    void SetBinMap(QDomElement &element, QByteArray &work);
+
+    /// @}
+    /// \name Analog outputs, all five steps unless a step is named
+    /// @{
+
+    /// Sets the units of the sampled values. 0: 0.01 V and 0.001 A per count; 1: 1 V and 1 A per
+    /// count; others change nothing else. The low byte of \a protocolNumber counts and is stored.
+    void SetProtocal(int protocolNumber);
+    /// Sets how amplitudes are scaled before they are sent. \a way 0: voltages times \a
+    /// voltageFactor times 10, currents times \a currentFactor; else unscaled.
+    void SetVIInputWay(int way, int voltageFactor, int currentFactor);
+    /// Makes the second output of every phase mirror the first.
+    void SetDoubleAD();
+    /// Makes step \a step a balanced three-phase set that runs into step \a nextStep with the
+    /// anchor phase unbroken, and sets the phase jumps of \a nextStep, in degrees. Steps outside 0
+    /// to 4 change nothing.
+    void ReSetPhase(int step, int nextStep);
+    /// Clears amplitude and phase jump of Va1 and Ia1 of step 0, Vb1 and Ib1 of step 2, Vc1 and Ic1
+    /// of step 4, then mirrors the first outputs.
+    void InitSignal();
+    /// Clears all amplitudes and binary outputs of \a step. A step outside 0 to 4 changes nothing.
+    void OffSignal(int step);
+
+    /// @}
+    /// \name State sequence
+    /// @{
+
+    /// Sends the first stepCount steps and starts them. Returns 1 whatever the single exchanges
+    /// gave; 0, sending nothing, for a stepCount outside 1 to 5 or samplesPerCycle 0.
+    int ExecSeq();
+    /// Sends the setting of one analog output, wire channel \a channel, in step \a step; returns
+    /// the command.
+    QByteArray sendcmd01(OutChannelPara_tag &para, int step, int channel);
+    /// Sends, per published GOOSE stream, the values that the binary outputs take in \a step. A
+    /// step outside 0 to 4 sends nothing.
+    void sendcmd09(int step);
+    /// Reads status \a which (its low byte) of the board. On success copies the reply's payload, up
+    /// to 1591 bytes, to \a out unless that is null. Returns 1 or 0.
+    int CheckSeqExec(int which, unsigned char *out);
+    /// Stops the board. Returns 1 or 0.
+    int StopExec();
+    /// Does nothing.
+    void SeqIsFinished(char *unused);
+
+    /// @}
+
+    CStep steps[5]; ///< the state sequence
+    qint32 stepCount = 5; ///< steps that ExecSeq() sends, 1 to 5
+    QUdpSocket *udpSocket = nullptr; ///< owned; null while the link is closed
+    QHostAddress *peerAddress = nullptr; ///< owned; the board, or the last sender
+    quint8 expectDataReply = 0; ///< the next SendCommand() waits for a data reply
+    char rxBuffer[1600] = {}; ///< the last datagram received
+    quint16 replyLength = 0; ///< bytes of payload of the last data reply
+    quint16 replyOffset = 0; ///< where in rxBuffer that payload begins
+    quint16 localPort = 0; ///< port given to SetUdpConnect(), or the last sender's
+    quint8 smvCount = 0; ///< SV publication streams loaded so far
+    quint8 gooseCount = 0; ///< GOOSE publication streams loaded so far
+    quint8 groupNum = 0; ///< group number of the next subscription
+    quint8 logicChannel = 0; ///< next free logic binary-input channel
+    quint8 lightGroup[5] = {}; ///< next light group of light ports 1 to 5
+    quint16 samplesPerCycle = 80; ///< sampled-value samples per power cycle
+    quint8 nominalFrequency = 50; ///< Hz
+    quint8 protocol = 0; ///< set by SetProtocal()
+    qint32 voltageRatio = 0; ///< set by SetVIInputWay()
+    qint32 currentRatio = 0; ///< set by SetVIInputWay()
+    qint32 viInputWay = 0; ///< set by SetVIInputWay(); 0: the ratios scale the amplitudes
+    quint8 lastResult = 0; ///< result of the last SendCommand()
+    qint32 startParam7 = 5; ///< byte 7 of the start command
+    qint32 startParam8 = 2; ///< byte 8 of the start command; bytes 9 and 10 are its multiples
+    OutputGooseEntry outputGooseMap[4]; ///< what carries binary outputs 1 to 4
+
+private slots:
+    /// Wraps \a frame into one datagram and sends it to port 2001 of the board. Does nothing
+    /// without an open link or for a frame above 1588 bytes.
+    void CommWith2001(QByteArray frame);
+
+private:
+    void closeLink();
+    void resetCounters();
+    void sendStepCommands(int step);
+    void bindOutputs(const QDomElement &stream);
+    bool mapEntries(Goose_command &command, int entries, const QDomElement &subscription);
+
+    bool allLogicChannelsUsed = false; ///< logicChannel has wrapped from 255 to 0
+};
