@@ -9,32 +9,34 @@
 
 #include <algorithm>
 #include <array>
+#include <string_view>
 
 namespace {
 
 struct ChannelKind
 {
-    QLatin1String name;
+    std::u16string_view name;
     int code;
 };
 
 /// In the order in which a channel's name is searched for them.
 constexpr std::array kChannelKinds{
-    ChannelKind{QLatin1String("IA1"), 0},  ChannelKind{QLatin1String("IB1"), 2},
-    ChannelKind{QLatin1String("IC1"), 4},  ChannelKind{QLatin1String("IN1"), 6},
-    ChannelKind{QLatin1String("VA1"), 8},  ChannelKind{QLatin1String("VB1"), 10},
-    ChannelKind{QLatin1String("VC1"), 12}, ChannelKind{QLatin1String("VN1"), 14},
-    ChannelKind{QLatin1String("IA2"), 1},  ChannelKind{QLatin1String("IB2"), 3},
-    ChannelKind{QLatin1String("IC2"), 5},  ChannelKind{QLatin1String("IN2"), 7},
-    ChannelKind{QLatin1String("VA2"), 9},  ChannelKind{QLatin1String("VB2"), 11},
-    ChannelKind{QLatin1String("VC2"), 13}, ChannelKind{QLatin1String("VN2"), 15},
+    ChannelKind{u"IA1", 0},  ChannelKind{u"IB1", 2},  ChannelKind{u"IC1", 4},
+    ChannelKind{u"IN1", 6},  ChannelKind{u"VA1", 8},  ChannelKind{u"VB1", 10},
+    ChannelKind{u"VC1", 12}, ChannelKind{u"VN1", 14}, ChannelKind{u"IA2", 1},
+    ChannelKind{u"IB2", 3},  ChannelKind{u"IC2", 5},  ChannelKind{u"IN2", 7},
+    ChannelKind{u"VA2", 9},  ChannelKind{u"VB2", 11}, ChannelKind{u"VC2", 13},
+    ChannelKind{u"VN2", 15},
 };
 
 int kindOf(const QString &upperCaseName)
 {
-    const auto found = std::find_if(
-        kChannelKinds.begin(), kChannelKinds.end(),
-        [&upperCaseName](const ChannelKind &kind) { return upperCaseName.contains(kind.name); });
+    const std::u16string_view name(reinterpret_cast<const char16_t *>(upperCaseName.utf16()),
+                                   static_cast<size_t>(upperCaseName.size()));
+    const auto found =
+        std::find_if(kChannelKinds.begin(), kChannelKinds.end(), [name](const ChannelKind &kind) {
+            return name.find(kind.name) != std::u16string_view::npos;
+        });
     return found == kChannelKinds.end() ? kNoAnalogSource : found->code;
 }
 

@@ -58,7 +58,7 @@ void feed(QXmlStreamReader &reader, const XmlText &text)
 bool needsInspection(const XmlText &text)
 {
     return text.codec || text.bytes.contains('\0') || text.bytes.contains("<!DOCTYPE")
-        || text.bytes.count('<') > kMaxUninspectedTags;
+        || std::count(text.bytes.begin(), text.bytes.end(), '<') > kMaxUninspectedTags;
 }
 
 /// Reads the document as a stream, in bounded memory, to see that a tree of it stays bounded too.
@@ -82,9 +82,8 @@ bool staysBounded(const XmlText &text)
     return reader.atEnd() && !reader.hasError();
 }
 
-/// The root element of the configuration at \a path; null when there is none to be had. The
-/// document lives as long as an element of it.
-QDomElement readConfiguration(const QString &path)
+/// The document of the configuration at \a path; empty when there is none to be had.
+QDomDocument readConfiguration(const QString &path)
 {
     const QFileInfo info(path);
     if (!info.isFile())
@@ -94,7 +93,7 @@ QDomElement readConfiguration(const QString &path)
         return {};
     }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
+    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) // read at one go
         return {};
     XmlText text{file.readAll()};
     text.codec = declaredCodec(text.bytes);
@@ -106,14 +105,15 @@ QDomElement readConfiguration(const QString &path)
     QDomDocument document;
     if (!document.setContent(&reader, false))
         return {};
-    return document.documentElement();
+    return document;
 }
 
 } // namespace
 
 int LumtarEngine::InitGPP(char *configPath)
 {
-    QDomElement root = readConfiguration(textcodec::fromCString(configPath));
+    const QDomDocument document = readConfiguration(textcodec::fromCString(configPath));
+    const QDomElement root = document.documentElement();
     if (root.isNull() || !attributes::hasTag(root, QLatin1String("ied")))
         return 0;
 

@@ -76,7 +76,9 @@ void setByte(QByteArray &field, int index, int value, char filler)
     const int missing = index + 1 - static_cast<int>(field.size());
     if (missing > 0)
         field.append(missing, filler);
-    field[index] = static_cast<char>(value & 0xff);
+    const char byte = static_cast<char>(value & 0xff);
+    if (field.at(index) != byte) // or else a default value would be copied to be left as it is
+        field[index] = byte;
 }
 
 int byteAt(const QByteArray &field, int index)
