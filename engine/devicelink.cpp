@@ -1,6 +1,7 @@
 #include "lumtarengine.h"
 
 #include <QDebug>
+#include <QNetworkProxy>
 
 #include <algorithm>
 #include <array>
@@ -76,6 +77,7 @@ int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
         ? QHostAddress::AnyIPv6
         : QHostAddress::AnyIPv4;
     udpSocket = new QUdpSocket;
+    udpSocket->setProxy(QNetworkProxy::NoProxy); // a direct link, whatever the application uses
     udpSocket->bind(any, static_cast<quint16>(port));
     for (int i = 0; i < kBindAttempts && udpSocket->state() == QAbstractSocket::UnconnectedState;
          ++i) {
