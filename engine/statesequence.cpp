@@ -1,12 +1,17 @@
 #include "lumtarengine.h"
 
 #include "configurationlimits.h"
+#include "hexfield.h"
 
 #include <QDebug>
 
 #include <array>
 #include <cstring>
 #include <iterator>
+
+using hexfield::appendByte;
+using hexfield::appendFloat;
+using hexfield::appendLittleEndian16;
 
 namespace {
 
@@ -24,25 +29,6 @@ QByteArray controlCommand(int subcode, int step)
     command.append(static_cast<char>(subcode));
     command.append(static_cast<char>(step));
     return command;
-}
-
-void appendByte(QByteArray &command, quint32 value)
-{
-    command.append(static_cast<char>(value & 0xff));
-}
-
-void appendLittleEndian16(QByteArray &command, quint32 value)
-{
-    appendByte(command, value);
-    appendByte(command, value >> 8);
-}
-
-void appendFloat(QByteArray &command, float value)
-{
-    quint32 bits = 0;
-    std::memcpy(&bits, &value, sizeof bits);
-    appendLittleEndian16(command, bits);
-    appendLittleEndian16(command, bits >> 16);
 }
 
 /// What a dataset entry of tag \a tag carries for a binary output; nothing if it cannot carry one.

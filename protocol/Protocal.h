@@ -5,9 +5,14 @@
 /// replaces one field, and data() returns the whole command, ready for LumtarEngine::SendCommand().
 #pragma once
 
+#include "boardsetup.h"
 #include "controlcommands.h"
+#include "ft3frame.h"
 #include "gooseframe.h"
 #include "gooseoffsets.h"
+#include "goosesignals.h"
+#include "stepcommands.h"
 #include "streamdescriptions.h"
 #include "subscription.h"
+#include "svchannels.h"
 #include "svframe.h"

@@ -243,10 +243,7 @@ int Message_goose::setTimeAllowedtoLive_value(int milliseconds)
     // The board takes 32768 itself in two bytes and everything above in at least three.
     constexpr quint32 kLargestOfTwoBytes = 0x8000;
     const auto value = static_cast<quint32>(milliseconds);
-    if (value > kLargestOfTwoBytes && value <= hexfield::kMax16)
-        hexfield::setFixedWidth(TimeAllowedtoLive_value, value, 3);
-    else
-        hexfield::setNumber(TimeAllowedtoLive_value, value);
+    hexfield::setNumber(TimeAllowedtoLive_value, value, value > kLargestOfTwoBytes ? 3 : 1);
     hexfield::setNumber(TimeAllowedtoLive_Length, TimeAllowedtoLive_value.size());
     return 0;
 }

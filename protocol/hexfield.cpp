@@ -1,5 +1,8 @@
 #include "hexfield.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace hexfield {
 
 namespace {
@@ -25,10 +28,10 @@ qint64 decimal(const QString &text)
     return text.toLongLong();
 }
 
-void setNumber(QByteArray &field, qint64 value)
+void setNumber(QByteArray &field, qint64 value, int minimumWidth)
 {
     const auto bits = static_cast<quint64>(value);
-    setFixedWidth(field, bits, bytesNeeded(bits));
+    setFixedWidth(field, bits, std::max(bytesNeeded(bits), minimumWidth));
 }
 
 void setDecimalDigits(QByteArray &field, qint64 value)
@@ -69,6 +72,35 @@ int setBerLength(QByteArray &field, int length)
     const quint64 prefix = 0x80U + static_cast<quint64>(width);
     setFixedWidth(field, prefix << (8 * width) | bits, width + 1);
     return 0;
+}
+
+int setFloat(QByteArray &field, float value)
+{
+    if (field.size() != sizeof value)
+        return -1;
+    field.clear();
+    appendFloat(field, value);
+    return 0;
+}
+
+void appendByte(QByteArray &out, quint32 value)
+{
+    out.append(static_cast<char>(value & 0xff));
+}
+
+void appendLittleEndian16(QByteArray &out, quint32 value)
+{
+    appendByte(out, value);
+    appendByte(out, value >> 8);
+}
+
+void appendFloat(QByteArray &out, float value)
+{
+    quint32 bits = 0;
+    static_assert(sizeof bits == sizeof value);
+    std::memcpy(&bits, &value, sizeof bits);
+    appendLittleEndian16(out, bits);
+    appendLittleEndian16(out, bits >> 16);
 }
 
 void setByte(QByteArray &field, int index, int value, char filler)

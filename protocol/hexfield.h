@@ -21,8 +21,9 @@ QByteArray fromText(const QString &hex);
 /// The number that a decimal text holds; 0 for a text that holds none.
 qint64 decimal(const QString &text);
 
-/// Sets \a field to \a value in the fewest bytes; a negative value takes eight.
-void setNumber(QByteArray &field, qint64 value);
+/// Sets \a field to \a value in the fewest bytes, but at least \a minimumWidth; a negative value
+/// takes eight.
+void setNumber(QByteArray &field, qint64 value, int minimumWidth = 1);
 
 /// Sets \a field to the decimal digits of \a value, two per byte, without its sign.
 void setDecimalDigits(QByteArray &field, qint64 value);
@@ -38,6 +39,19 @@ int setLittleEndian16(QByteArray &field, int value);
 /// 128 gives 81 80, 256 gives 82 01 00.
 /// Returns 0; -1 for a negative length, which changes nothing.
 int setBerLength(QByteArray &field, int length);
+
+/// Sets a field of four bytes to the IEEE 754 single-precision \a value, low byte first. Returns 0;
+/// -1 for a field of another size, which stays as it is.
+int setFloat(QByteArray &field, float value);
+
+/// Appends the low byte of \a value.
+void appendByte(QByteArray &out, quint32 value);
+
+/// Appends the low 16 bits of \a value, low byte first.
+void appendLittleEndian16(QByteArray &out, quint32 value);
+
+/// Appends \a value as IEEE 754 single precision, low byte first.
+void appendFloat(QByteArray &out, float value);
 
 /// Writes one byte, lengthening \a field with \a filler when it ends before \a index.
 void setByte(QByteArray &field, int index, int value, char filler = '\0');
