@@ -1,0 +1,41 @@
+#pragma once
+
+#include <QByteArray>
+#include <QString>
+
+namespace virtualboard {
+
+/// Byte @p index, or 0 outside of @p bytes.
+inline quint8 byteAt(const QByteArray &bytes, int index)
+{
+    return index >= 0 && index < bytes.size() ? quint8(bytes.at(index)) : quint8(0);
+}
+
+/// The 16-bit number at @p index, low byte first; bytes that are not there count as 0.
+inline quint16 littleEndian16(const QByteArray &bytes, int index)
+{
+    return quint16(byteAt(bytes, index) | byteAt(bytes, index + 1) << 8);
+}
+
+/// The bytes as an unsigned number, high byte first; of more than eight bytes the last eight.
+inline quint64 bigEndian(const QByteArray &bytes)
+{
+    quint64 value = 0;
+    for (const char byte : bytes)
+        value = value << 8 | quint8(byte);
+    return value;
+}
+
+/// The bytes in hexadecimal, separated by blanks.
+inline QString hexText(const QByteArray &bytes)
+{
+    return bytes.isEmpty() ? QStringLiteral("nothing") : QString::fromLatin1(bytes.toHex(' '));
+}
+
+/// @p value in hexadecimal with at least @p digits digits.
+inline QString hexNumber(quint64 value, int digits)
+{
+    return QStringLiteral("%1").arg(value, digits, 16, QLatin1Char('0'));
+}
+
+} // namespace virtualboard

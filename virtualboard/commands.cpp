@@ -1,0 +1,348 @@
+#include "commands.h"
+
+#include "bytes.h"
+#include "fieldreader.h"
+
+#include <utility>
+
+namespace virtualboard {
+
+namespace {
+
+Command readChannelSignal(FieldReader &in)
+{
+    ChannelSignal result;
+    result.step = in.byte("step");
+    result.channel = in.byte("channel");
+    result.scaleFactor = in.real("scale factor");
+    result.peakFlag = in.byte("peak flag");
+    result.frequency = in.real("frequency");
+    result.amplitude = in.real("amplitude");
+    result.phase = in.real("phase");
+    if (in.remaining() > 0)
+        result.phaseJump = in.real("phase jump");
+    return result;
+}
+
+Command readResetParameters(FieldReader &)
+{
+    return ResetParameters{};
+}
+
+Command readStartStop(FieldReader &in)
+{
+    StartStop result;
+    const int mode = in.byte("start flag");
+    if (mode > 1)
+        in.problem(QStringLiteral("Start flag: 0 or 1 expected, %1 found.").arg(mode));
+    result.start = mode != 0;
+    result.sampleInterval = in.byte("sample interval");
+    result.parameters = in.bytes(4, "parameters");
+    return result;
+}
+
+Command readSvDescription(FieldReader &in)
+{
+    SvDescription result;
+    const int count = in.byte("stream and protocol");
+    result.stream = count & 0x3f;
+    result.protocol = count >> 6;
+    result.number = in.byte("stream number");
+    result.smpCntOffset = in.word("smpCnt offset");
+    result.smpCntStart = in.word("smpCnt start value");
+    result.smpCntMax = in.word("smpCnt maximum");
+    result.seqDataOffset = in.word("dataset offset");
+    const int channels = in.byte("channel count");
+    result.channelKinds = in.bytes(channels, "channel kinds");
+    return result;
+}
+
+/// An offset above 255 takes two bytes, high byte first. What the board rewrites in a GOOSE frame
+/// lies behind the 26 bytes that precede the goosePdu, so a smaller first byte is a high byte.
+int readFrameOffset(FieldReader &in, const char *field)
+{
+    constexpr int smallest = 26;
+    const int first = in.byte(field);
+    return first > 0 && first < smallest ? first * 256 + in.byte(field) : first;
+}
+
+Command readGooseDescription(FieldReader &in)
+{
+    GooseDescription result;
+    result.stream = in.byte("stream");
+    result.sqNumOffset = readFrameOffset(in, "sqNum offset");
+    result.tOffset = readFrameOffset(in, "t offset");
+    return result;
+}
+
+Command readDisableCurrentState(FieldReader &in)
+{
+    return DisableCurrentState{in.byte("flag")};
+}
+
+Command readStepCondition(FieldReader &in)
+{
+    StepCondition result;
+    result.step = in.byte("step");
+    result.conditions = in.byte("conditions");
+    result.milliseconds = in.word("step time");
+    result.timeJump = in.byte("step after the time");
+    result.trigger = in.byte("trigger");
+    result.triggerJump = in.byte("step after the trigger");
+    result.binaryInput = in.byte("binary input");
+    result.binaryInputJump = in.byte("step after the binary input");
+    return result;
+}
+
+Command readStateChange(FieldReader &in)
+{
+    return StateChange{in.byte("flag")};
+}
+
+Command readGooseControl(FieldReader &in)
+{
+    GooseControl result;
+    result.step = in.byte("step");
+    result.group = in.byte("group");
+    const int count = in.byte("item count");
+    for (int i = 0; i < count && !in.isTruncated(); ++i) {
+        GooseItem item;
+        item.offset = in.word("item offset");
+        item.length = in.byte("item length");
+        item.data = in.bytes(item.length, "item data");
+        result.items << item;
+    }
+    if (in.isTruncated())
+        in.problem(QStringLiteral("Item count: the command announces %1 and ends within item %2.")
+                       .arg(count)
+                       .arg(result.items.size()));
+    return result;
+}
+
+Command readStepOption(FieldReader &in)
+{
+    StepOption result;
+    result.step = in.byte("step");
+    result.option = in.byte("option");
+    return result;
+}
+
+Ft3Template readFt3Template(FieldReader &in)
+{
+    Ft3Template result;
+    result.group = in.byte("group");
+    const int flag = in.byte("flag");
+    result.flag = flag >> 4;
+    result.headerLength = in.byte("header length");
+    in.fixed(QByteArray(1, 0), "header length, second byte");
+    result.dataSetLength = in.wordBig("dataset length");
+    result.lnName = in.byte("LNName");
+    result.dataSetName = in.byte("DataSetName");
+    result.ldName = in.wordBig("LDName");
+    result.phsAArtg = in.wordBig("PhsA.Artg");
+    result.neutArtg = in.wordBig("Neut.Artg");
+    result.phsAVrtg = in.wordBig("PhsA.Vrtg");
+    result.time = in.wordBig("rated delay time");
+    while (in.remaining() > 0 && !in.isTruncated())
+        result.words << quint16(in.wordBig("word"));
+    return result;
+}
+
+FrameTemplate readEthernetTemplate(FieldReader &in)
+{
+    FrameTemplate result;
+    const int count = in.byte("stream and kind");
+    result.stream = count & 0x3f;
+    result.kind = count >> 6;
+    if (result.kind > FrameTemplate::GooseFrame)
+        in.problem(QStringLiteral("Frame kind: 0 (sampled values) or 1 (GOOSE) expected, %1 found.")
+                       .arg(result.kind));
+    const int selector = in.byte("port selector");
+    result.port = (selector >> 2 & 7) + 1;
+    if ((selector & 0xe3) != 1)
+        in.problem(QStringLiteral("Port selector: 01, 05, ... or 1d expected, %1 found.")
+                       .arg(hexNumber(quint64(selector), 2)));
+    in.fixed(QByteArray(1, 0), "byte after the port selector");
+    const int size = in.word("frame length");
+    result.bytes = in.bytes(size, "Ethernet frame");
+    result.ethernet = decodeEthernetFrame(result.bytes);
+    for (const QString &sentence : std::as_const(result.ethernet.problems))
+        in.problem(sentence);
+    return result;
+}
+
+/// An FT3 header has no length where the Ethernet templates have theirs: those two bytes are fixed
+/// 0 and the high byte of its dataset length.
+Command readFrameTemplate(FieldReader &in)
+{
+    const QByteArray &frame = in.frame();
+    const bool ft3 =
+        (byteAt(frame, 5) & 0x0f) == 9 && littleEndian16(frame, 7) == 0 && frame.size() > 10;
+    if (ft3)
+        return readFt3Template(in);
+    return readEthernetTemplate(in);
+}
+
+Command readStatusReadBack(FieldReader &in)
+{
+    return StatusReadBack{in.byte("which")};
+}
+
+Command readStop(FieldReader &)
+{
+    return Stop{};
+}
+
+Command readFpgaReset(FieldReader &in)
+{
+    FpgaReset result;
+    result.select1 = in.byte("first selector");
+    result.select2 = in.byte("second selector");
+    return result;
+}
+
+Command readDspConfiguration(FieldReader &in)
+{
+    DspConfiguration result;
+    in.fixed(QByteArray(14, 0), "spare");
+    result.digitalNumber = in.word("Dig_NO");
+    in.fixed(QByteArray::fromHex("00010000"), "spare");
+    result.gooseNumber = in.byte("GOOSE_NUM");
+    return result;
+}
+
+Command readSubscription(FieldReader &in)
+{
+    constexpr int mapped = 4;
+    Subscription result;
+    result.group = in.byte("group");
+    const int light = in.byte("light port and group");
+    result.lightPort = (light >> 5) + 1;
+    result.lightGroup = light & 0x1f;
+    result.appId = in.word("APPID");
+    result.logicChannel = in.word("logic channel");
+    result.entryCount = in.word("entry count");
+    const QByteArray map = in.bytes((result.entryCount + 1) / 2, "entry map");
+    for (int i = 0; i < 2 * int(map.size()); ++i) {
+        const int code = byteAt(map, i / 2) >> (i % 2 * 4) & 0x0f;
+        if (code == mapped && i < result.entryCount)
+            result.mappedPositions << i + 1;
+        else if (code != 0)
+            in.problem(QStringLiteral("Entry map: code 0%1 expected for entry %2 of %3, %4 found.")
+                           .arg(QLatin1String(i < result.entryCount ? " or 4" : ""))
+                           .arg(i + 1)
+                           .arg(result.entryCount)
+                           .arg(code));
+    }
+    return result;
+}
+
+Command readSvCombination(FieldReader &in)
+{
+    SvCombination result;
+    result.group = in.byte("group");
+    const int light = in.byte("light port and group");
+    result.lightPort = light >> 4;
+    result.lightGroup = light & 0x0f;
+    result.appId = in.word("APPID");
+    result.protocol = in.byte("protocol");
+    result.firstLogicChannel = in.byte("first logic channel");
+    const int count = in.byte("channel count");
+    for (int i = 0; i < count && !in.isTruncated(); ++i)
+        result.entries << in.bytes(2, "channel entry");
+    return result;
+}
+
+Command readSvChannel(FieldReader &in)
+{
+    SvChannel result;
+    result.logicChannel = in.byte("logic channel");
+    result.properties = in.bytes(5, "properties");
+    in.fixed(QByteArray(38, 0), "spare");
+    return result;
+}
+
+constexpr int noSubcode = -1;
+constexpr quint16 control = 0x8c90;
+
+/// A frame begins with the code, written twice; those of the control family have a subcode.
+struct Kind
+{
+    quint16 code;
+    int subcode;
+    Command (*read)(FieldReader &);
+};
+
+const Kind kinds[] = {
+    {control, 0x01, readChannelSignal},
+    {control, 0x02, readResetParameters},
+    {control, 0x03, readStartStop},
+    {control, 0x04, readSvDescription},
+    {control, 0x05, readGooseDescription},
+    {control, 0x06, readDisableCurrentState},
+    {control, 0x07, readStepCondition},
+    {control, 0x08, readStateChange},
+    {control, 0x09, readGooseControl},
+    {control, 0x0a, readStepOption},
+    {0x8c91, noSubcode, readFrameTemplate},
+    {0x8c92, noSubcode, readStatusReadBack},
+    {0x8c93, noSubcode, readStop},
+    {0x8453, noSubcode, readFpgaReset},
+    {0x8812, noSubcode, readDspConfiguration},
+    {0xac12, noSubcode, readSubscription},
+    {0x9c12, noSubcode, readSvCombination},
+    {0xbc12, noSubcode, readSvChannel},
+};
+
+const Kind *findKind(int code, int subcode)
+{
+    for (const Kind &kind : kinds) {
+        if (kind.code == code && (kind.subcode == noSubcode || kind.subcode == subcode))
+            return &kind;
+    }
+    return nullptr;
+}
+
+} // namespace
+
+DecodedCommand decodeCommand(const QByteArray &paddedFrame)
+{
+    DecodedCommand result;
+    result.frame = paddedFrame;
+
+    FieldReader in(paddedFrame);
+    const int code = in.wordBig("command code");
+    const int again = in.wordBig("command code, second time");
+    const Kind *kind = findKind(code, byteAt(paddedFrame, 4));
+    if (in.isTruncated() || code != again || !kind) {
+        result.problems = in.problems();
+        if (!in.isTruncated())
+            result.problems << QStringLiteral("Command code: %1 is none that the board knows.")
+                                   .arg(hexText(paddedFrame.left(code == control ? 5 : 4)));
+        return result;
+    }
+
+    if (kind->subcode != noSubcode)
+        in.byte("subcode");
+    result.command = kind->read(in);
+    in.finish();
+    result.problems = in.problems();
+    const bool whole = !in.isTruncated() && in.remaining() <= 1;
+    if (whole)
+        result.frame = in.consumed();
+    return result;
+}
+
+QString commandName(const Command &command)
+{
+    return std::visit([](const auto &each) { return QString::fromLatin1(each.name); }, command);
+}
+
+QString channelName(int channel)
+{
+    static const char *const names[] = {"Ia1", "Ia2", "Ib1", "Ib2", "Ic1", "Ic2", "In1", "In2",
+                                        "Va1", "Va2", "Vb1", "Vb2", "Vc1", "Vc2", "Vn1", "Vn2"};
+    return channel >= 0 && channel < 16 ? QString::fromLatin1(names[channel]) : QString();
+}
+
+} // namespace virtualboard
