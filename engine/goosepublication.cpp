@@ -1,13 +1,6 @@
-#include "lumtarengine.h"
+#include "configurationreading.h"
 
-#include "configurationattributes.h"
-#include "configurationlimits.h"
-#include "gooseframe.h"
-#include "streamdescriptions.h"
-
-#include <QDebug>
-
-#include <iterator>
+namespace testconfiguration {
 
 namespace {
 
@@ -19,7 +12,7 @@ constexpr int kBitString = 0x84;
 QDomElement frameElementOf(const QDomElement &stream)
 {
     QDomElement child = stream.firstChildElement();
-    while (!child.isNull() && !attributes::hasTag(child, QLatin1String("goose")))
+    while (!child.isNull() && !hasTag(child, QLatin1String("goose")))
         child = child.nextSiblingElement();
     return child;
 }
@@ -33,7 +26,7 @@ void setHead(Message_goose &frame, const QDomElement &element)
     frame.setAPPID(element.attribute(QStringLiteral("appid")));
     frame.setgocbRef(element.attribute(QStringLiteral("gcRef")));
     frame.setconfRevValue(element.attribute(QStringLiteral("confRev")));
-    const auto t0 = static_cast<quint32>(attributes::decimal(element, QStringLiteral("t0")));
+    const auto t0 = static_cast<quint32>(decimal(element, QStringLiteral("t0")));
     frame.setTimeAllowedtoLive_value(static_cast<int>(2 * t0));
     frame.setdatSet(element.attribute(QStringLiteral("datSet")));
     frame.setgoID(element.attribute(QStringLiteral("goId")));
@@ -46,7 +39,7 @@ void setEntries(Message_goose &frame, int count, const QDomElement &element)
     frame.setCountData_value(count);
     QDomElement child = element.firstChildElement();
     for (int k = 0; k < count && !child.isNull(); ++k, child = child.nextSiblingElement())
-        frame.setData_value(attributes::decimal(child, QStringLiteral("gstype_tp")), k);
+        frame.setData_value(decimal(child, QStringLiteral("gstype_tp")), k);
 }
 
 bool canCarryBinaryOutput(const GooseDataOffsetAddr &record, int position)
@@ -57,63 +50,75 @@ bool canCarryBinaryOutput(const GooseDataOffsetAddr &record, int position)
     return tag == kBoolean || tag == kBitString;
 }
 
+/// The bindings of a stream's `mapinfo` children.
+QVector<OutputBinding> bindingsOf(const QDomElement &element, int stream,
+                                  const GooseDataOffsetAddr &record, Remarks &remarks)
+{
+    QVector<OutputBinding> bindings;
+    for (QDomElement child = element.firstChildElement(); !child.isNull();
+         child = child.nextSiblingElement()) {
+        if (!hasTag(child, QLatin1String("mapinfo")))
+            continue;
+        const int output = decimal(child, QStringLiteral("Which"));
+        const int position = decimal(child, QStringLiteral("Pos"));
+        if (output < 1 || output > kOutputs || stream >= kSequenceGooseStreams) {
+            remark(remarks, Remark::Warning, child,
+                   QStringLiteral("ignored, mapinfo with Which %1 in GOOSE stream %2: only outputs "
+                                  "1 to %3 can be bound, in streams 0 to %4")
+                       .arg(output)
+                       .arg(stream)
+                       .arg(kOutputs)
+                       .arg(kSequenceGooseStreams - 1));
+            continue;
+        }
+        if (!canCarryBinaryOutput(record, position)) {
+            remark(
+                remarks, Remark::Warning, child,
+                QStringLiteral("Pos %1 names no boolean or bit string that could carry output %2")
+                    .arg(position)
+                    .arg(output));
+        }
+        bindings.append({output, position});
+    }
+    return bindings;
+}
+
 } // namespace
 
-void LumtarEngine::SetGoose(QDomElement &element, QByteArray &work)
+std::optional<GoosePublication> readGoosePublication(const QDomElement &element, int stream,
+                                                     GooseDataOffsetAddr &record, Remarks &remarks)
 {
-    if (gooseCount >= kMaxGooseStreams) {
-        qDebug() << "SetGoose: refused, in_goose" << gooseCount + 1 << "is above"
-                 << kMaxGooseStreams;
-        return;
-    }
-    GooseDataOffsetAddr &record = gblGooseDataOffsetAddr[gooseCount];
     const QDomElement frameElement = frameElementOf(element);
-    const int entries = attributes::decimal(frameElement, QStringLiteral("datCount"));
+    const int entries = decimal(frameElement, QStringLiteral("datCount"));
+    if (stream >= kMaxGooseStreams) {
+        remark(remarks, Remark::Error, element,
+               QStringLiteral("refused, in_goose %1 is above %2")
+                   .arg(stream + 1)
+                   .arg(kMaxGooseStreams));
+        return std::nullopt;
+    }
     if (entries < 0 || entries > kMaxGooseEntries) {
-        qDebug() << "SetGoose: refused, datCount" << entries << "of stream" << gooseCount
-                 << "is outside 0 to" << kMaxGooseEntries;
+        remark(remarks, Remark::Error, frameElement,
+               QStringLiteral("refused, datCount %1 is outside 0 to %2")
+                   .arg(entries)
+                   .arg(kMaxGooseEntries));
         record.SetPara(0);
-        return;
+        return std::nullopt;
     }
 
-    Message_goose frame;
-    frame.setMessage_count(gooseCount);
-    frame.setMessage_flag(attributes::decimal(element, QStringLiteral("portindex")));
+    GoosePublication publication;
+    Message_goose &frame = publication.frame;
+    frame.setMessage_count(stream);
+    frame.setMessage_flag(decimal(element, QStringLiteral("portindex")));
     setHead(frame, frameElement);
     setEntries(frame, entries, frameElement);
     record.SetPara(entries);
-    work = frame.data(record);
-    SendCommand(work);
-
-    GOOSE_MessageStructure description;
-    description.setGoose_count(gooseCount);
-    description.setGoose_Sequence(frame.sqNum_Offset);
-    description.setGoose_utcShitf(frame.t_Offset);
-    work = description.data();
-    SendCommand(work);
-
-    bindOutputs(element);
+    publication.download = frame.data(record);
+    publication.description.setGoose_count(stream);
+    publication.description.setGoose_Sequence(frame.sqNum_Offset);
+    publication.description.setGoose_utcShitf(frame.t_Offset);
+    publication.bindings = bindingsOf(element, stream, record, remarks);
+    return publication;
 }
 
-void LumtarEngine::bindOutputs(const QDomElement &stream)
-{
-    for (QDomElement child = stream.firstChildElement(); !child.isNull();
-         child = child.nextSiblingElement()) {
-        if (!attributes::hasTag(child, QLatin1String("mapinfo")))
-            continue;
-        const int output = attributes::decimal(child, QStringLiteral("Which"));
-        const int position = attributes::decimal(child, QStringLiteral("Pos"));
-        if (output < 1 || output > static_cast<int>(std::size(outputGooseMap))
-            || gooseCount >= kSequenceGooseStreams) {
-            qDebug() << "SetGoose: ignored, mapinfo of stream" << gooseCount << "with Which"
-                     << output << "binds no output";
-            continue;
-        }
-        if (!canCarryBinaryOutput(gblGooseDataOffsetAddr[gooseCount], position)) {
-            qDebug() << "SetGoose: Pos" << position << "of stream" << gooseCount
-                     << "names no boolean or bit string that could carry output" << output;
-        }
-        outputGooseMap[output - 1] = {static_cast<qint8>(gooseCount),
-                                      static_cast<quint8>(position)};
-    }
-}
+} // namespace testconfiguration

@@ -1,76 +1,74 @@
-#include "lumtarengine.h"
+#include "configurationreading.h"
 
-#include "configurationattributes.h"
-#include "configurationlimits.h"
-#include "subscription.h"
-
-#include <QDebug>
-
-#include <iterator>
+namespace testconfiguration {
 
 namespace {
 
-constexpr int kMaxOutput = 4; // a mapinfo of a higher output is not ours
+/// Maps the entries that the `mapinfo` children of \a element name, each onto the next logic
+/// channel.
+QVector<MappedEntry> mapEntries(Goose_command &command, int entries, const QDomElement &element,
+                                const SubscriptionNumbers &numbers, Remarks &remarks)
+{
+    QVector<MappedEntry> mapped;
+    for (QDomElement child = element.firstChildElement(); !child.isNull();
+         child = child.nextSiblingElement()) {
+        if (!hasTag(child, QLatin1String("mapinfo"))
+            || decimal(child, QStringLiteral("Which")) > kOutputs)
+            continue;
+        const int position = decimal(child, QStringLiteral("Pos"));
+        if (position < 1 || position > entries) {
+            remark(remarks, Remark::Warning, child,
+                   QStringLiteral("ignored, Pos %1 is outside 1 to datCount %2")
+                       .arg(position)
+                       .arg(entries));
+            continue;
+        }
+        if (numbers.logicChannelsUsedUp && numbers.logicChannel == 0) {
+            remark(remarks, Remark::Warning, child,
+                   QStringLiteral("ignored, Pos %1 needs a logic channel above 255").arg(position));
+            continue;
+        }
+        mapped.append({position, numbers.logicChannel});
+        numbers.logicChannelsUsedUp = ++numbers.logicChannel == 0;
+        command.setStart_Module(position);
+    }
+    return mapped;
+}
 
 } // namespace
 
-void LumtarEngine::SetBinMap(QDomElement &element, QByteArray &work)
+std::optional<Subscription> readSubscription(const QDomElement &element,
+                                             const SubscriptionNumbers &numbers, Remarks &remarks)
 {
-    const int port = attributes::decimal(element, QStringLiteral("portIndex"));
-    if (port < 1 || port > static_cast<int>(std::size(lightGroup))) {
-        qDebug() << "SetBinMap: refused, portIndex" << port << "is outside 1 to"
-                 << std::size(lightGroup);
-        return;
-    }
-    const int entries = attributes::decimal(element, QStringLiteral("datCount"));
-    if (entries < 0 || entries > kMaxGooseEntries) {
-        qDebug() << "SetBinMap: refused, datCount" << entries << "is outside 0 to"
-                 << kMaxGooseEntries;
-        return;
-    }
-    quint8 &group = lightGroup[port - 1];
-    if (group > kMaxLightGroup) {
-        qDebug() << "SetBinMap: refused, light group" << group << "of port" << port << "is above"
-                 << kMaxLightGroup;
-        return;
-    }
+    const auto refuse = [&](const QString &text) {
+        remark(remarks, Remark::Error, element, QStringLiteral("refused, ") + text);
+        return std::nullopt;
+    };
+    const int port = decimal(element, QStringLiteral("portIndex"));
+    if (port < 1 || port > kLightPorts)
+        return refuse(QStringLiteral("portIndex %1 is outside 1 to %2").arg(port).arg(kLightPorts));
+    const int entries = decimal(element, QStringLiteral("datCount"));
+    if (entries < 0 || entries > kMaxGooseEntries)
+        return refuse(
+            QStringLiteral("datCount %1 is outside 0 to %2").arg(entries).arg(kMaxGooseEntries));
+    quint8 &lightGroup = numbers.lightGroup[port - 1];
+    if (lightGroup > kMaxLightGroup)
+        return refuse(QStringLiteral("light group %1 of port %2 is above %3")
+                          .arg(lightGroup)
+                          .arg(port)
+                          .arg(kMaxLightGroup));
 
     Goose_command command;
     command.setAppId(element.attribute(QStringLiteral("appid")));
     command.setChanelNum(entries);
     command.setLightPort(port);
-    command.setCurrentLigthGROUP(group);
-    command.setLogicCH(logicChannel);
-    if (!mapEntries(command, entries, element))
-        return;
-    command.setGroupNUM(groupNum);
-    ++groupNum;
-    ++group;
-    work = command.data();
-    SendCommand(work);
+    command.setCurrentLigthGROUP(lightGroup);
+    command.setLogicCH(numbers.logicChannel);
+    const QVector<MappedEntry> mapped = mapEntries(command, entries, element, numbers, remarks);
+    if (mapped.isEmpty())
+        return std::nullopt;
+    command.setGroupNUM(numbers.group);
+    return Subscription{command, numbers.group++, port, lightGroup++, mapped};
 }
 
-bool LumtarEngine::mapEntries(Goose_command &command, int entries, const QDomElement &subscription)
-{
-    bool mapped = false;
-    for (QDomElement child = subscription.firstChildElement(); !child.isNull();
-         child = child.nextSiblingElement()) {
-        if (!attributes::hasTag(child, QLatin1String("mapinfo"))
-            || attributes::decimal(child, QStringLiteral("Which")) > kMaxOutput)
-            continue;
-        const int position = attributes::decimal(child, QStringLiteral("Pos"));
-        if (position < 1 || position > entries) {
-            qDebug() << "SetBinMap: ignored, Pos" << position << "is outside 1 to datCount"
-                     << entries;
-            continue;
-        }
-        if (allLogicChannelsUsed && logicChannel == 0) {
-            qDebug() << "SetBinMap: ignored, Pos" << position << "needs a logic channel above 255";
-            continue;
-        }
-        allLogicChannelsUsed = ++logicChannel == 0;
-        command.setStart_Module(position);
-        mapped = true;
-    }
-    return mapped;
-}
+} // namespace testconfiguration

@@ -12,8 +12,6 @@
 #include <QObject>
 #include <QUdpSocket>
 
-class Goose_command;
-
 /// Setting of one analog output in one step.
 struct LUMTAR_EXPORT OutChannelPara_tag
 {
@@ -99,7 +97,7 @@ public:
 
     /// Loads a test configuration and sends its streams to the board. \a configPath is in the codec
     /// for C strings. Returns 1; 0 when the file cannot be read, is no well-formed XML, expands or
-    /// nests without bound, exceeds 64 MiB, or its root is not `ied`: then nothing is sent and no
+    /// nests without bound, is very large, or its root is not `ied`: then nothing is sent and no
     /// counter changes. The result does not say whether the board accepted the commands. Events of
     /// the application are processed once per stream.
     int InitGPP(char *configPath);
@@ -195,8 +193,6 @@ private:
     void closeLink();
     void resetCounters();
     void sendStepCommands(int step);
-    void bindOutputs(const QDomElement &stream);
-    bool mapEntries(Goose_command &command, int entries, const QDomElement &subscription);
 
-    bool allLogicChannelsUsed = false; ///< logicChannel has wrapped from 255 to 0
+    bool logicChannelsUsedUp = false; ///< logicChannel has wrapped from 255 to 0
 };

@@ -1,7 +1,7 @@
 #include "lumtarengine.h"
 
-#include "configurationlimits.h"
 #include "hexfield.h"
+#include "testconfiguration.h"
 
 #include <QDebug>
 
@@ -12,6 +12,7 @@
 using hexfield::appendByte;
 using hexfield::appendFloat;
 using hexfield::appendLittleEndian16;
+using testconfiguration::kSequenceGooseStreams;
 
 namespace {
 

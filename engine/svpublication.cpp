@@ -1,15 +1,10 @@
-#include "lumtarengine.h"
-
-#include "configurationattributes.h"
-#include "configurationlimits.h"
-#include "streamdescriptions.h"
-#include "svframe.h"
-
-#include <QDebug>
+#include "configurationreading.h"
 
 #include <algorithm>
 #include <array>
 #include <string_view>
+
+namespace testconfiguration {
 
 namespace {
 
@@ -29,7 +24,7 @@ constexpr std::array kChannelKinds{
     ChannelKind{u"VN2", 15},
 };
 
-int kindOf(const QString &upperCaseName)
+int channelKindOf(const QString &upperCaseName)
 {
     const std::u16string_view name(reinterpret_cast<const char16_t *>(upperCaseName.utf16()),
                                    static_cast<size_t>(upperCaseName.size()));
@@ -47,64 +42,73 @@ void setChannel(SeqData &entry, SMV_MessageStructure &description, int index,
     const QString name = channel.attribute(QStringLiteral("channel")).toUpper();
     if (name.contains(QLatin1String("DELAYT")))
         entry.setVlaue(channel.attribute(QStringLiteral("delayt")));
-    description.setChannelProperty(kindOf(name), index);
+    description.setChannelProperty(channelKindOf(name), index);
 }
 
 /// Sets one dataset entry and one kind per `chninfo` child of \a stream.
-void setChannels(Message_9_2 &frame, SMV_MessageStructure &description, const QDomElement &stream)
+void setChannels(Message_9_2 &frame, SMV_MessageStructure &description, const QDomElement &stream,
+                 Remarks &remarks)
 {
     const int count = static_cast<int>(frame.SeqData_Vector.size());
     int found = 0;
     for (QDomElement child = stream.firstChildElement(); !child.isNull();
          child = child.nextSiblingElement()) {
-        if (!attributes::hasTag(child, QLatin1String("chninfo")))
+        if (!hasTag(child, QLatin1String("chninfo")))
             continue;
         if (found < count)
             setChannel(frame.SeqData_Vector[found], description, found, child);
         ++found;
     }
-    if (found > count)
-        qDebug() << "SetSMV: ignored" << found - count << "chninfo beyond chNums" << count;
+    if (found > count) {
+        remark(remarks, Remark::Warning, stream,
+               QStringLiteral("ignored, %1 chninfo beyond the %2 that chNums counts")
+                   .arg(found - count)
+                   .arg(count));
+    }
 }
 
 } // namespace
 
-void LumtarEngine::SetSMV(QDomElement &element, QByteArray &work)
+std::optional<SvPublication> readSvPublication(const QDomElement &element, int stream,
+                                               int samplesPerSecond, Remarks &remarks)
 {
-    if (smvCount >= kMaxSvStreams) {
-        qDebug() << "SetSMV: refused, in_smv" << smvCount + 1 << "is above" << kMaxSvStreams;
-        return;
+    const int channels = decimal(element, QStringLiteral("chNums"));
+    if (stream >= kMaxSvStreams) {
+        remark(remarks, Remark::Error, element,
+               QStringLiteral("refused, in_smv %1 is above %2").arg(stream + 1).arg(kMaxSvStreams));
+        return std::nullopt;
     }
-    const int channels = attributes::decimal(element, QStringLiteral("chNums"));
     if (channels < 0 || channels > kMaxSvChannels) {
-        qDebug() << "SetSMV: refused, chNums" << channels << "of stream" << smvCount
-                 << "is outside 0 to" << kMaxSvChannels;
-        return;
+        remark(remarks, Remark::Error, element,
+               QStringLiteral("refused, chNums %1 is outside 0 to %2")
+                   .arg(channels)
+                   .arg(kMaxSvChannels));
+        return std::nullopt;
     }
 
-    Message_9_2 frame;
-    frame.setMessage_count(smvCount);
+    SvPublication publication;
+    Message_9_2 &frame = publication.frame;
+    frame.setMessage_count(stream);
     frame.setDestination_Mac(element.attribute(QStringLiteral("mac")));
     frame.setVLanId(element.attribute(QStringLiteral("vlan")));
     frame.setAPPID(element.attribute(QStringLiteral("appid")));
     frame.setpriority(element.attribute(QStringLiteral("priority")));
     frame.setSVID(element.attribute(QStringLiteral("svId")));
     frame.setconfRevValue(element.attribute(QStringLiteral("confRev")));
-    frame.setMessage_flag(attributes::decimal(element, QStringLiteral("portindex")));
+    frame.setMessage_flag(decimal(element, QStringLiteral("portindex")));
     frame.setSizeSeqData_VectorValue(channels);
 
-    SMV_MessageStructure description;
+    SMV_MessageStructure &description = publication.description;
     description.setChannelCount(channels);
-    setChannels(frame, description, element);
+    setChannels(frame, description, element, remarks);
 
-    work = frame.data();
-    SendCommand(work);
-
-    description.setMessageStructureCount(smvCount);
-    description.Number[0] = static_cast<char>(smvCount);
+    publication.download = frame.data();
+    description.setMessageStructureCount(stream);
+    description.Number[0] = static_cast<char>(stream);
     description.setTurnoverNUM_addr(frame.SmpCnt_Offset & 0xffff);
-    description.setTurnoverNUM_MAX_value(samplesPerCycle * nominalFrequency & 0xffff);
+    description.setTurnoverNUM_MAX_value(samplesPerSecond & 0xffff);
     description.setMessage_addr(frame.SeqData_Offset & 0xffff);
-    work = description.data();
-    SendCommand(work);
+    return publication;
 }
+
+} // namespace testconfiguration

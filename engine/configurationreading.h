@@ -1,0 +1,20 @@
+/// \file
+/// How attributes and tags of a test configuration are read.
+#pragma once
+
+#include "testconfiguration.h"
+
+namespace testconfiguration {
+
+/// The number that the attribute \a name holds as decimal text: 0 when it is missing or no number,
+/// the nearest int when it exceeds one.
+int decimal(const QDomElement &element, const QString &name);
+
+/// Whether the element's tag is \a lowerCaseTag; tags are compared without regard to case.
+bool hasTag(const QDomElement &element, QLatin1String lowerCaseTag);
+
+/// Adds a remark on \a element.
+void remark(Remarks &remarks, Remark::Severity severity, const QDomElement &element,
+            const QString &text);
+
+} // namespace testconfiguration
