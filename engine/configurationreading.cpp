@@ -36,7 +36,8 @@ int decimal(const QDomElement &element, const QString &name)
 
 bool hasTag(const QDomElement &element, QLatin1String lowerCaseTag)
 {
-    return element.tagName().toLower() == lowerCaseTag;
+    const QString tag = element.tagName();
+    return tag == lowerCaseTag || tag.toLower() == lowerCaseTag;
 }
 
 void remark(Remarks &remarks, Remark::Severity severity, const QDomElement &element,

@@ -6,9 +6,6 @@ namespace {
 
 constexpr int kMaxPosition = 255; // a binding keeps the position in one byte
 
-constexpr int kBoolean = 0x83;
-constexpr int kBitString = 0x84;
-
 QDomElement frameElementOf(const QDomElement &stream)
 {
     QDomElement child = stream.firstChildElement();
@@ -47,7 +44,7 @@ bool canCarryBinaryOutput(const GooseDataOffsetAddr &record, int position)
     if (position < 1 || position > qMin(record.Num, kMaxPosition))
         return false;
     const int tag = record.DataTag[position - 1];
-    return tag == kBoolean || tag == kBitString;
+    return tag == kBooleanTag || tag == kBitStringTag;
 }
 
 /// The bindings of a stream's `mapinfo` children.

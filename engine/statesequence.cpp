@@ -20,15 +20,15 @@ constexpr int kSteps = 5;
 constexpr int kVoltages = 8;
 constexpr int kBinaryInputEnable = 0x08; // in CStep::ctlCondition
 
-constexpr int kBoolean = 0x83;
-constexpr int kBitString = 0x84;
-
 /// A control command up to its fields: 8c 90 8c 90, the subcode, the step.
-QByteArray controlCommand(int subcode, int step)
+QByteArray controlCommand(quint32 subcode, int step)
 {
-    QByteArray command = QByteArrayLiteral("\x8c\x90\x8c\x90");
-    command.append(static_cast<char>(subcode));
-    command.append(static_cast<char>(step));
+    constexpr int kUsualSize = 32;
+    QByteArray command;
+    command.reserve(kUsualSize);
+    command.append("\x8c\x90\x8c\x90");
+    appendByte(command, subcode);
+    appendByte(command, static_cast<quint32>(step));
     return command;
 }
 
@@ -36,9 +36,9 @@ QByteArray controlCommand(int subcode, int step)
 QByteArray binaryOutputValue(int tag, bool on)
 {
     switch (tag) {
-    case kBoolean:
+    case kBooleanTag:
         return on ? QByteArrayLiteral("\x01") : QByteArrayLiteral("\x00");
-    case kBitString:
+    case kBitStringTag:
         return on ? QByteArrayLiteral("\x06\x80") : QByteArrayLiteral("\x06\x40");
     default:
         return {};

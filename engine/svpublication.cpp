@@ -1,46 +1,64 @@
 #include "configurationreading.h"
 
-#include <algorithm>
-#include <array>
+#include <QVarLengthArray>
+
 #include <string_view>
 
 namespace testconfiguration {
 
 namespace {
 
-struct ChannelKind
-{
-    std::u16string_view name;
-    int code;
-};
+using UpperCaseName = QVarLengthArray<char16_t, 32>;
 
-/// In the order in which a channel's name is searched for them.
-constexpr std::array kChannelKinds{
-    ChannelKind{u"IA1", 0},  ChannelKind{u"IB1", 2},  ChannelKind{u"IC1", 4},
-    ChannelKind{u"IN1", 6},  ChannelKind{u"VA1", 8},  ChannelKind{u"VB1", 10},
-    ChannelKind{u"VC1", 12}, ChannelKind{u"VN1", 14}, ChannelKind{u"IA2", 1},
-    ChannelKind{u"IB2", 3},  ChannelKind{u"IC2", 5},  ChannelKind{u"IN2", 7},
-    ChannelKind{u"VA2", 9},  ChannelKind{u"VB2", 11}, ChannelKind{u"VC2", 13},
-    ChannelKind{u"VN2", 15},
-};
-
-int channelKindOf(const QString &upperCaseName)
+/// What QString::toUpper() gives, without a copy on the heap for the usual name.
+UpperCaseName upperCase(const QString &name)
 {
-    const std::u16string_view name(reinterpret_cast<const char16_t *>(upperCaseName.utf16()),
-                                   static_cast<size_t>(upperCaseName.size()));
-    const auto found =
-        std::find_if(kChannelKinds.begin(), kChannelKinds.end(), [name](const ChannelKind &kind) {
-            return name.find(kind.name) != std::u16string_view::npos;
-        });
-    return found == kChannelKinds.end() ? kNoAnalogSource : found->code;
+    UpperCaseName upper;
+    for (const QChar c : name) {
+        if (c.unicode() > 0x7f) { // may become several characters
+            const QString text = name.toUpper();
+            upper.clear();
+            upper.append(reinterpret_cast<const char16_t *>(text.utf16()),
+                         static_cast<int>(text.size()));
+            return upper;
+        }
+        upper.append(c.toUpper().unicode());
+    }
+    return upper;
+}
+
+/// Kind code of the analog output that an upper-case channel name holds, such as IA1 or VN2: of
+/// several, the first in the order IA1, IB1, IC1, IN1, VA1 ... VN1, IA2 ... VN2.
+int channelKindOf(std::u16string_view name)
+{
+    constexpr std::u16string_view kQuantities = u"IV";
+    constexpr std::u16string_view kPhases = u"ABCN";
+    constexpr std::u16string_view kGroups = u"12";
+    constexpr auto kNone = std::u16string_view::npos;
+    size_t firstRank = kNone;
+    int kind = kNoAnalogSource;
+    for (size_t i = 0; i + 2 < name.size(); ++i) {
+        const size_t group = kGroups.find(name[i + 2]);
+        const size_t quantity = kQuantities.find(name[i]);
+        const size_t phase = kPhases.find(name[i + 1]);
+        if (group == kNone || quantity == kNone || phase == kNone)
+            continue;
+        const size_t rank = 8 * group + 4 * quantity + phase;
+        if (rank < firstRank) {
+            firstRank = rank;
+            kind = static_cast<int>(8 * quantity + 2 * phase + group);
+        }
+    }
+    return kind;
 }
 
 void setChannel(SeqData &entry, SMV_MessageStructure &description, int index,
                 const QDomElement &channel)
 {
     entry.setQuality(channel.attribute(QStringLiteral("quality")));
-    const QString name = channel.attribute(QStringLiteral("channel")).toUpper();
-    if (name.contains(QLatin1String("DELAYT")))
+    const UpperCaseName upper = upperCase(channel.attribute(QStringLiteral("channel")));
+    const std::u16string_view name(upper.data(), static_cast<size_t>(upper.size()));
+    if (name.find(u"DELAYT") != std::u16string_view::npos)
         entry.setVlaue(channel.attribute(QStringLiteral("delayt")));
     description.setChannelProperty(channelKindOf(name), index);
 }

@@ -27,8 +27,8 @@ struct TagDefault
 };
 
 constexpr std::array kTagDefaults{
-    TagDefault{0x83, "\0"sv}, // boolean
-    TagDefault{0x84, "\x06\x40"sv}, // bit string: six trailing bits not used, then 01
+    TagDefault{kBooleanTag, "\0"sv},
+    TagDefault{kBitStringTag, "\x06\x40"sv}, // bit string: six trailing bits not used, then 01
     TagDefault{0x86, "\0"sv}, // unsigned
     TagDefault{0x87, "\0\0\0\0\0"sv}, // floating point
     TagDefault{0x89, "\0\0"sv}, // octet string
@@ -47,13 +47,12 @@ struct DataType
 };
 
 constexpr std::array kDataTypes{
-    DataType{1, 0x83, 1}, // boolean
-    DataType{2, 0x86, 1}, // unsigned
-    DataType{3, kInteger, 4},  DataType{4, kInteger, 4},  DataType{5, kUtcTime, 8},
-    DataType{7, 0x87, 5}, // floating point
+    DataType{1, kBooleanTag, 1},    DataType{2, 0x86, 1}, // unsigned
+    DataType{3, kInteger, 4},       DataType{4, kInteger, 4},
+    DataType{5, kUtcTime, 8},       DataType{7, 0x87, 5}, // floating point
     DataType{12, 0x8a, 2}, // visible string
-    DataType{13, 0x84, 2}, // bit string
-    DataType{15, kInteger, 1}, DataType{16, kInteger, 2}, DataType{137, 0x89, 2}, // octet string
+    DataType{13, kBitStringTag, 2}, DataType{15, kInteger, 1},
+    DataType{16, kInteger, 2},      DataType{137, 0x89, 2}, // octet string
     DataType{141, 0x8d, 2}, // BCD
 };
 

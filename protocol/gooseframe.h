@@ -9,6 +9,10 @@
 #include <QString>
 #include <QVector>
 
+/// MMS data tags of the entries that can carry a binary output (IEC 61850-8-1, A.3).
+constexpr int kBooleanTag = 0x83;
+constexpr int kBitStringTag = 0x84;
+
 /// One entry of a GOOSE dataset: tag, length and value, written one after the other.
 class LUMTAR_EXPORT SetdataGoose
 {

@@ -16,11 +16,36 @@ int bytesNeeded(quint64 value)
     return width;
 }
 
+/// Value of a hexadecimal digit; above 15 for any other character.
+quint32 nibbleOf(quint32 character)
+{
+    if (character >= '0' && character <= '9')
+        return character - '0';
+    const quint32 lower = character | 0x20;
+    return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : 0x10;
+}
+
 } // namespace
 
 QByteArray fromText(const QString &hex)
 {
     return QByteArray::fromHex(hex.toLatin1());
+}
+
+int shortNumber(const QString &hex, quint32 &value)
+{
+    constexpr int kMaxDigits = 8;
+    int digits = 0;
+    value = 0;
+    for (const QChar c : hex) {
+        const quint32 nibble = nibbleOf(c.unicode());
+        if (nibble > 0xf)
+            continue;
+        if (++digits > kMaxDigits)
+            return -1;
+        value = value << 4 | nibble;
+    }
+    return (digits + 1) / 2;
 }
 
 qint64 decimal(const QString &text)
@@ -90,8 +115,8 @@ void appendByte(QByteArray &out, quint32 value)
 
 void appendLittleEndian16(QByteArray &out, quint32 value)
 {
-    appendByte(out, value);
-    appendByte(out, value >> 8);
+    const char bytes[] = {static_cast<char>(value & 0xff), static_cast<char>(value >> 8 & 0xff)};
+    out.append(bytes, sizeof bytes);
 }
 
 void appendFloat(QByteArray &out, float value)
@@ -99,8 +124,12 @@ void appendFloat(QByteArray &out, float value)
     quint32 bits = 0;
     static_assert(sizeof bits == sizeof value);
     std::memcpy(&bits, &value, sizeof bits);
-    appendLittleEndian16(out, bits);
-    appendLittleEndian16(out, bits >> 16);
+    char bytes[sizeof bits];
+    for (char &byte : bytes) {
+        byte = static_cast<char>(bits & 0xff);
+        bits >>= 8;
+    }
+    out.append(bytes, sizeof bytes);
 }
 
 void setByte(QByteArray &field, int index, int value, char filler)

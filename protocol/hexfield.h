@@ -8,6 +8,7 @@
 #include <QByteArray>
 #include <QString>
 
+#include <algorithm>
 #include <tuple>
 
 namespace hexfield {
@@ -17,6 +18,10 @@ constexpr int kMax16 = 0xffff;
 
 /// Bytes of a hexadecimal text: digits are paired from the right, other characters are skipped.
 QByteArray fromText(const QString &hex);
+
+/// Number of bytes that fromText() would give and, up to four of them, their big-endian value; -1
+/// for a text of more.
+int shortNumber(const QString &hex, quint32 &value);
 
 /// The number that a decimal text holds; 0 for a text that holds none.
 qint64 decimal(const QString &text);
@@ -70,7 +75,10 @@ int sizeOf(const Fields &...fields)
 template <typename... Fields>
 void append(QByteArray &out, const Fields &...fields)
 {
-    (out.append(fields), ...);
+    const int start = sizeOf(out);
+    out.resize(start + sizeOf(fields...));
+    char *cursor = out.data() + start;
+    ((cursor = std::copy(fields.constBegin(), fields.constEnd(), cursor)), ...);
 }
 
 /// Total size of a group of fields, made with std::tie().

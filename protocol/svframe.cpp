@@ -13,12 +13,13 @@ int SeqData::setVlaue(QString text)
 
 int SeqData::setQuality(QString hex)
 {
-    const QByteArray bytes = hexfield::fromText(hex);
     constexpr int kWidth = 4;
-    if (bytes.size() > kWidth)
+    quint32 value = 0;
+    const int bytes = hexfield::shortNumber(hex, value);
+    if (bytes < 0)
         return -1;
-    for (int i = 0; i < bytes.size(); ++i)
-        hexfield::setByte(Quality, kWidth - 1 - i, bytes.at(i));
+    for (int i = kWidth - bytes; i < kWidth; ++i, value >>= 8) // from the text's last byte
+        hexfield::setByte(Quality, i, static_cast<int>(value & 0xff));
     return 1;
 }
 
