@@ -1,0 +1,94 @@
+#!/usr/bin/env bash
+# Shows a whole relay test against a board made of software: load, execute, read status, stop.
+# Usage: scripts/demo.sh BUILD_DIRECTORY
+# Exit status 0 only if every part succeeded and the board received everything.
+set -euo pipefail
+export LC_ALL=C.UTF-8 # the board's table has characters beyond ASCII
+
+fail() {
+    echo "demo: $*" >&2
+    exit 1
+}
+
+[[ $# -eq 1 ]] || fail "usage: $0 BUILD_DIRECTORY"
+readonly build=$1
+readonly examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples" && pwd)
+readonly address=127.0.20.1
+readonly seconds=60 # the most that any part may take
+
+# What the two example files hold.
+readonly sv_streams=2 goose_streams=2 subscriptions=2 steps=5 outputs=16
+readonly expected=(
+    --expect "reset message parameters=1"
+    --expect "frame-template download=$((sv_streams + goose_streams))"
+    --expect "SV stream description=$sv_streams"
+    --expect "GOOSE stream description=$goose_streams"
+    --expect "GOOSE subscription=$subscriptions"
+    --expect "channel signal=$((steps * outputs))"
+    --expect "GOOSE signal control=$((steps * goose_streams))" # both carry binary outputs
+    --expect "step option=$steps"
+    --expect "step condition=$steps"
+    --expect "status read-back=1"
+    --expect "start/stop=2"
+)
+
+for program in lumtarctl lumtar-board; do
+    [[ -x $build/tools/$program ]] || fail "$build/tools/$program is not there; build the project first"
+done
+
+board=
+log=$(mktemp)
+cleanup() {
+    if [[ -n $board ]]; then
+        kill "$board" 2>/dev/null || true
+        wait "$board" 2>/dev/null || true
+    fi
+    rm -f "$log"
+}
+trap cleanup EXIT
+trap 'exit 130' INT
+trap 'exit 143' TERM
+
+"$build/tools/lumtar-board" --address "$address" --exit-after-stop --timeout "$seconds" \
+    "${expected[@]}" >"$log" 2>&1 &
+board=$!
+for ((i = 0; i < 100; ++i)); do
+    grep -q '^ready' "$log" && break
+    kill -0 "$board" 2>/dev/null || break
+    sleep 0.1
+done
+if ! grep -q '^ready' "$log"; then
+    cat "$log" >&2
+    fail "the board did not start; is something else using UDP port 2001 of $address?"
+fi
+
+ctl() {
+    local command=$1
+    shift
+    local shown=("${@/#"$examples"/examples}") # the reader is in the project's directory
+    echo "\$ lumtarctl" "$command" --board "$address" "${shown[@]}"
+    timeout "$seconds" "$build/tools/lumtarctl" "$command" --board "$address" "$@" ||
+        fail "lumtarctl $command failed with exit status $?"
+    echo
+}
+
+cat <<TEXT
+A relay test from end to end, against a board made of software at $address.
+An earth fault in phase A of a 110 kV feeder: prefault, fault, trip, dead time, reclose.
+
+TEXT
+ctl run --config "$examples/feeder-bay.xml" --sequence "$examples/earth-fault.json"
+ctl status
+ctl stop
+
+status=0
+wait "$board" || status=$?
+board=
+cat <<TEXT
+What the board received. Amplitudes are peak values: 57.735 V RMS is 81.65 V.
+
+TEXT
+grep -v '^ready' "$log"
+[[ $status -eq 0 ]] || fail "the board did not receive what was expected (exit status $status)"
+echo "The board received everything: $sv_streams SV and $goose_streams GOOSE streams," \
+    "$subscriptions subscriptions, $steps steps, start, status, stop."
