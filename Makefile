@@ -1,0 +1,58 @@
+# A newcomer's two commands are `make demo` and `make test`; both install what is missing first.
+
+QT ?= 6
+PRESET := qt$(QT)
+
+.PHONY: help demo test test-sanitize bench format format-check tidy clean
+
+help:
+	@echo "make demo            run a test against a board made of software and show what it received"
+	@echo "make test            build and run all tests (QT=5 for Qt 5.15)"
+	@echo "make test-sanitize   the same with AddressSanitizer and UndefinedBehaviorSanitizer"
+	@echo "make bench           measure the engine against plain sockets"
+	@echo "make format          format the sources; format-check only looks"
+	@echo "make tidy            static analysis with clang-tidy"
+
+demo:
+	scripts/setup.sh qt$(QT)
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET)
+	scripts/demo.sh build/$(PRESET)
+
+test:
+	scripts/setup.sh qt$(QT) test
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET)
+	ctest --preset $(PRESET)
+
+test-sanitize:
+	scripts/setup.sh qt6 test
+	cmake --preset sanitize
+	cmake --build --preset sanitize
+	ctest --preset sanitize
+
+bench:
+	scripts/setup.sh qt6 bench
+	cmake --preset bench
+	cmake --build --preset bench
+	build/bench/benchmarks/lumtar_benchmarks --benchmark_enable_random_interleaving=true \
+		--benchmark_repetitions=21 --benchmark_min_time=0.1 --benchmark_display_aggregates_only=true
+
+SOURCES = $(shell git ls-files '*.cpp' '*.h')
+
+format:
+	scripts/setup.sh format
+	clang-format -i $(SOURCES)
+
+format-check:
+	scripts/setup.sh format
+	clang-format --dry-run --Werror $(SOURCES)
+
+tidy:
+	scripts/setup.sh qt6 test format
+	cmake --preset qt6 -DCMAKE_EXPORT_COMPILE_COMMANDS=ON
+	cmake --build --preset qt6
+	clang-tidy -p build/qt6 --quiet $(filter protocol/%.cpp engine/%.cpp virtualboard/%.cpp tools/%.cpp,$(SOURCES))
+
+clean:
+	rm -rf build

@@ -1,0 +1,101 @@
+#include "barelink.h"
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdio>
+#include <cstdlib>
+#include <utility>
+
+namespace {
+
+constexpr std::uint16_t kBoardPort = 2001;
+constexpr std::array<char, 4> kAcknowledgement {'\x0f', '\x5a', '\xf0', '\xa5'};
+constexpr int kBufferSize = 1600;
+
+sockaddr_in address(const char *text, std::uint16_t port)
+{
+    sockaddr_in result {};
+    result.sin_family = AF_INET;
+    result.sin_port = htons(port);
+    inet_pton(AF_INET, text, &result.sin_addr);
+    return result;
+}
+
+int openSocket(const sockaddr_in &local)
+{
+    const int descriptor = ::socket(AF_INET, SOCK_DGRAM, 0);
+    if (descriptor < 0
+        || ::bind(descriptor, reinterpret_cast<const sockaddr *>(&local), sizeof local) != 0) {
+        std::perror("benchmark socket");
+        std::exit(1);
+    }
+    return descriptor;
+}
+
+} // namespace
+
+Responder::Responder()
+    : socket_(openSocket(address(kBoardAddress, kBoardPort)))
+    , thread([this] { run(); })
+{
+}
+
+Responder::~Responder()
+{
+    stopping = true;
+    BareLink().exchange("wake up");
+    thread.join();
+    ::close(socket_);
+}
+
+std::vector<std::string> Responder::takeReceived()
+{
+    return std::exchange(received, {});
+}
+
+void Responder::run()
+{
+    std::array<char, kBufferSize> buffer;
+    while (!stopping) {
+        sockaddr_in sender {};
+        socklen_t senderSize = sizeof sender;
+        auto *from = reinterpret_cast<sockaddr *>(&sender);
+        const auto size = ::recvfrom(socket_, buffer.data(), buffer.size(), 0, from, &senderSize);
+        if (size < 0)
+            continue;
+        if (recording)
+            received.emplace_back(buffer.data(), static_cast<std::size_t>(size));
+        ::sendto(socket_, kAcknowledgement.data(), kAcknowledgement.size(), 0, from, senderSize);
+    }
+}
+
+BareLink::BareLink()
+    : socket_(openSocket(address("0.0.0.0", 0)))
+{
+}
+
+BareLink::~BareLink()
+{
+    ::close(socket_);
+}
+
+bool BareLink::exchange(const std::string &datagram)
+{
+    static const sockaddr_in board = address(kBoardAddress, kBoardPort);
+    ::sendto(socket_, datagram.data(), datagram.size(), 0,
+             reinterpret_cast<const sockaddr *>(&board), sizeof board);
+    pollfd readable {socket_, POLLIN, 0};
+    if (::poll(&readable, 1, 1500) != 1)
+        return false;
+    std::array<char, kBufferSize> buffer;
+    sockaddr_in sender {};
+    socklen_t senderSize = sizeof sender;
+    return ::recvfrom(socket_, buffer.data(), buffer.size(), 0,
+                      reinterpret_cast<sockaddr *>(&sender), &senderSize)
+        > 0;
+}
