@@ -1,0 +1,574 @@
+// The device link: the envelope, the exchange under every misbehaviour of the board, the socket.
+
+#include "testsupport.h"
+
+#include <lumtarengine.h>
+
+#include <QElapsedTimer>
+#include <QMetaMethod>
+#include <QTest>
+#include <QUdpSocket>
+
+#include <atomic>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <thread>
+
+using namespace testsupport;
+using virtualboard::Behaviour;
+using virtualboard::VirtualBoard;
+
+namespace {
+
+const QByteArray kAcknowledgement = bytes("0f5af0a5");
+
+/// Answers the n-th datagram with the datagrams that a test gives.
+class ScriptedPeer
+{
+public:
+    using Script = std::function<Frames(int)>;
+
+    explicit ScriptedPeer(const QHostAddress &address, Script script)
+    {
+        std::atomic<bool> ready{false};
+        thread = std::thread([this, address, script = std::move(script), &ready] {
+            QUdpSocket socket;
+            bound = socket.bind(address, 2001);
+            ready = true;
+            QByteArray buffer(65536, '\0');
+            while (bound && !stopping) {
+                if (!socket.waitForReadyRead(10))
+                    continue;
+                QHostAddress sender;
+                quint16 port = 0;
+                socket.readDatagram(buffer.data(), buffer.size(), &sender, &port);
+                for (const QByteArray &answer : script(count++))
+                    socket.writeDatagram(answer, sender, port);
+            }
+        });
+        while (!ready)
+            std::this_thread::yield();
+    }
+    ~ScriptedPeer()
+    {
+        stopping = true;
+        thread.join();
+    }
+    ScriptedPeer(const ScriptedPeer &) = delete;
+    ScriptedPeer &operator=(const ScriptedPeer &) = delete;
+
+    std::atomic<bool> bound{false};
+    std::atomic<int> count{0}; ///< datagrams received
+
+private:
+    std::atomic<bool> stopping{false};
+    std::thread thread;
+};
+
+/// One exchange against a misbehaving board, and what came of it.
+struct Exchange
+{
+    const char *name;
+    Behaviour behaviour;
+    QByteArray status; ///< payload of the data reply
+    int statusResult; ///< of a status read-back
+    int datagrams; ///< sent for it
+    int atLeastMs;
+    int lostLines; ///< pairs of "lost data!" lines
+    QString complaint = {};
+
+    void run(const QHostAddress &address, int port);
+};
+
+void Exchange::run(const QHostAddress &address, int port)
+{
+    static std::mutex construction;
+    std::unique_lock<std::mutex> lock(construction);
+    LumtarEngine engine;
+    lock.unlock();
+    VirtualBoard board(address);
+    board.setDefaultBehaviour(behaviour);
+    if (!board.start() || !board.setStatus(status) || !engine.SetUdpConnect(port, address)) {
+        complaint = QStringLiteral("no link");
+        return;
+    }
+    const DebugLines caught;
+    QByteArray out(1600, '\x77');
+    QElapsedTimer timer;
+    timer.start();
+    const int result = engine.CheckSeqExec(1, reinterpret_cast<unsigned char *>(out.data()));
+    const auto elapsed = timer.elapsed();
+
+    QStringList lines = caught.lines();
+    const bool failureLine =
+        !lines.isEmpty() && lines.last() == QLatin1String("Send command failure");
+    const auto lost = lines.filter(QLatin1String("lost data! ")).size();
+    const QByteArray expectedOut = result
+        ? status + QByteArray(1600 - static_cast<int>(status.size()), '\x77')
+        : QByteArray(1600, '\x77');
+    if (result != statusResult || engine.lastResult != statusResult)
+        complaint += QStringLiteral("result %1; ").arg(result);
+    if (engine.expectDataReply != 0)
+        complaint += QStringLiteral("expectDataReply left set; ");
+    if (failureLine == bool(statusResult) || lost != 2 * lostLines
+        || lines.size() != lost + (failureLine ? 1 : 0))
+        complaint +=
+            QStringLiteral("debug lines: ") + lines.join(QLatin1Char('|')) + QStringLiteral("; ");
+    if (board.receptions().size() != datagrams)
+        complaint += QStringLiteral("%1 datagrams; ").arg(board.receptions().size());
+    if (elapsed < atLeastMs || elapsed > atLeastMs + 1400)
+        complaint += QStringLiteral("%1 ms; ").arg(elapsed);
+    if (out != expectedOut)
+        complaint += QStringLiteral("payload ") + QString::fromLatin1(out.toHex());
+}
+
+QUdpSocket *occupy(QObject *parent, int port)
+{
+    auto *socket = new QUdpSocket(parent);
+    socket->bind(QHostAddress::AnyIPv4, static_cast<quint16>(port), QUdpSocket::DontShareAddress);
+    return socket;
+}
+
+} // namespace
+
+class TestLink : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void envelope_data();
+    void envelope();
+    void slotIsTheOnlyMetaMethod();
+    void misbehavingBoard();
+    void dataReply_data();
+    void dataReply();
+    void acknowledgement_data();
+    void acknowledgement();
+    void receiveModes();
+    void staleDatagrams();
+    void answersTheLastSender();
+    void closedLink();
+    void frameSizeLimit();
+    void refusedPorts_data();
+    void refusedPorts();
+    void takenPort();
+    void reopening();
+    void ipv6();
+};
+
+void TestLink::envelope_data()
+{
+    QTest::addColumn<QByteArray>("frame");
+    QTest::addColumn<QByteArray>("datagram");
+    QTest::newRow("stop, odd size")
+        << bytes("8c908c90 03 00 fa 05020408")
+        << bytes("a5a5a5a5 00 0e00 0e00 8c908c90 03 00 fa 05020408 00 f301");
+    QTest::newRow("status") << bytes("8c928c92 00")
+                            << bytes("a5a5a5a5 00 0800 0800 8c928c92 0000 0000");
+    QTest::newRow("even size") << bytes("8c938c93") << bytes("a5a5a5a5 00 0600 0600 8c938c93 0000");
+    QTest::newRow("empty") << QByteArray() << bytes("a5a5a5a5 00 0200 0200 0000");
+    QTest::newRow("one byte") << bytes("81") << bytes("a5a5a5a5 00 0400 0400 8100 8100");
+    QTest::newRow("two-byte length")
+        << bytes("12 ff*254") << bytes("a5a5a5a5 00 0201 0201 12 ff*254 00 ed ff");
+}
+
+void TestLink::envelope()
+{
+    QFETCH(QByteArray, frame);
+    QFETCH(QByteArray, datagram);
+    QUdpSocket board;
+    QVERIFY(board.bind(boardAddress(), 2001));
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    QVERIFY(QMetaObject::invokeMethod(&engine, "CommWith2001", Qt::DirectConnection,
+                                      Q_ARG(QByteArray, frame)));
+    QVERIFY(board.waitForReadyRead(2000));
+    QByteArray actual(4096, '\0');
+    QHostAddress sender;
+    quint16 port = 0;
+    actual.truncate(
+        static_cast<int>(board.readDatagram(actual.data(), actual.size(), &sender, &port)));
+    COMPARE_BYTES(actual, datagram);
+    QCOMPARE(static_cast<int>(port), localPort());
+    QVERIFY(!board.hasPendingDatagrams());
+}
+
+void TestLink::slotIsTheOnlyMetaMethod()
+{
+    const QMetaObject &meta = LumtarEngine::staticMetaObject;
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 1);
+    QCOMPARE(meta.propertyCount(), meta.propertyOffset());
+    const QMetaMethod slot = meta.method(meta.methodOffset());
+    QCOMPARE(slot.methodSignature(), QByteArray("CommWith2001(QByteArray)"));
+    QCOMPARE(slot.methodType(), QMetaMethod::Slot);
+    QCOMPARE(slot.access(), QMetaMethod::Private);
+}
+
+// Each row has an engine and a board of its own and runs in a thread, as the slow ones take
+// seconds.
+void TestLink::misbehavingBoard()
+{
+    const QByteArray eight = bytes("0102030405060708");
+    QVector<Exchange> exchanges = {
+        {"silent", {Behaviour::NoAcknowledgement, 0, 0}, eight, 0, 3, 4500, 0},
+        {"first two lost", {Behaviour::LoseFirst, 2, 0}, eight, 1, 3, 3000, 0},
+        {"late, still in time", {Behaviour::Late, 0, 700}, eight, 1, 1, 700, 0},
+        {"later than one try", {Behaviour::Late, 0, 2000}, eight, 1, 2, 2000, 0},
+        {"never any data", {Behaviour::NoDataReply, 0, 0}, eight, 0, 3, 4500, 0},
+        {"acknowledgement in the middle",
+         {Behaviour::AcknowledgementInTheMiddle, 0, 0},
+         eight,
+         1,
+         1,
+         0,
+         0},
+        {"oversized acknowledgement",
+         {Behaviour::OversizedAcknowledgement, 0, 0},
+         eight,
+         1,
+         1,
+         0,
+         0},
+        {"acknowledgement cut off",
+         {Behaviour::AcknowledgementBeyondBuffer, 0, 0},
+         eight,
+         0,
+         3,
+         0,
+         0},
+        {"garbage", {Behaviour::Garbage, 0, 0}, eight, 0, 3, 0, 0},
+        {"garbage as data", {Behaviour::GarbageDataReply, 0, 0}, eight, 0, 3, 0, 0},
+        {"data a byte short", {Behaviour::ShortDataReply, 0, 0}, eight, 0, 3, 0, 3},
+        {"data in the middle", {Behaviour::DataReplyInTheMiddle, 0, 0}, eight, 1, 1, 0, 0},
+        {"data with a long tail", {Behaviour::PaddedDataReply, 0, 0}, eight, 1, 1, 0, 0},
+        {"data cut off", {Behaviour::OversizedDataReply, 0, 0}, eight, 0, 3, 0, 3},
+        {"largest data", {Behaviour::Proper, 0, 0}, bytes("a5*1591"), 1, 1, 0, 0},
+        {"data one byte too large", {Behaviour::Proper, 0, 0}, bytes("a5*1592"), 0, 3, 0, 3},
+        {"no data in the reply", {Behaviour::Proper, 0, 0}, QByteArray(), 1, 1, 0, 0},
+    };
+    const DebugLines mute; // also routes the lines of the threads
+    // Ten addresses: the slow rows come first and share the time.
+    std::vector<std::thread> threads;
+    std::atomic<int> next{0};
+    for (int worker = 0; worker < 10; ++worker) {
+        threads.emplace_back([&exchanges, &next, worker] {
+            for (int i = next++; i < exchanges.size(); i = next++)
+                exchanges[i].run(boardAddress(worker), localPort(10 + 2 * i));
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    for (const Exchange &exchange : qAsConst(exchanges))
+        QVERIFY2(
+            exchange.complaint.isEmpty(),
+            qPrintable(QLatin1String(exchange.name) + QLatin1String(": ") + exchange.complaint));
+}
+
+void TestLink::dataReply_data()
+{
+    QTest::addColumn<QByteArray>("reply");
+    QTest::addColumn<int>("offset"); // of the payload; -1 when the reply must fail
+    QTest::addColumn<int>("length");
+    QTest::addColumn<QString>("values"); // "i len rvlen" of the lost-data lines, if any
+    const auto row = [](const char *name, const char *reply, int offset, int length,
+                        const char *values = "") {
+        QTest::newRow(name) << bytes(reply) << offset << length << QString::fromLatin1(values);
+    };
+    row("exactly long enough", "5a5a5a5a 00 0300 0000 010203", 9, 3);
+    row("longer than announced", "5a5a5a5a 00 0100 0000 010203", 9, 1);
+    row("high length byte", "5a5a5a5a 00 0001 0000 aa*256", 9, 256);
+    row("uninterpreted bytes", "5a5a5a5a 77 0200 ffff 0102", 9, 2);
+    row("behind other bytes", "a5 5a5a5a 00 5a5a5a5a 00 0100 0000 09", 14, 1);
+    row("first pattern counts", "5a5a5a5a5a 0000 0000 5a5a5a5a", 9, 0);
+    row("one byte short", "5a5a5a5a 00 0300 0000 0102", -1, 0, "0 3 12");
+    row("high length byte, short", "5a5a5a5a 00 0001 0000 aa*255", -1, 0, "0 256 265");
+    row("most that can be announced", "5a5a5a5a 00 ffff 0000", -1, 0, "0 65535 65544");
+    row("pattern only", "11 5a5a5a5a", -1, 0, "1 0 10");
+    row("low length byte only", "5a5a5a5a 00 05", -1, 0, "0 5 14");
+    row("one byte before the payload's place", "5a5a5a5a 00 0000 00", -1, 0, "0 0 9");
+    row("no pattern", "5a5a5a 00 5a5a5a", -1, 0);
+    row("empty datagram", "", -1, 0);
+}
+
+void TestLink::dataReply()
+{
+    QFETCH(QByteArray, reply);
+    QFETCH(int, offset);
+    QFETCH(int, length);
+    QFETCH(QString, values);
+    // What the acknowledgement leaves in the receive buffer must not be taken for the reply's.
+    const QByteArray acknowledgement = kAcknowledgement + QByteArray(1000, '\xff');
+    ScriptedPeer peer(boardAddress(), [&](int) { return Frames{acknowledgement, reply}; });
+    QVERIFY(peer.bound);
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    engine.replyOffset = 4321;
+    engine.replyLength = 1234;
+    engine.expectDataReply = 1;
+
+    const DebugLines caught;
+    const int result = engine.SendCommand(bytes("8c928c92 00"));
+    QCOMPARE(result, offset >= 0 ? 1 : 0);
+    QCOMPARE(static_cast<int>(engine.lastResult), result);
+    QCOMPARE(peer.count.load(), result ? 1 : 3);
+    QCOMPARE(static_cast<int>(engine.replyOffset), result ? offset : 4321);
+    QCOMPARE(static_cast<int>(engine.replyLength), result ? length : 1234);
+    QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+    if (!reply.isEmpty())
+        COMPARE_BYTES(QByteArray(engine.rxBuffer, reply.size()), reply);
+
+    QStringList expected;
+    if (!values.isEmpty()) {
+        const QStringList v = values.split(QLatin1Char(' '));
+        const QString rest = QStringLiteral(",i: %1 ,len: %2 ,rvlen: %3").arg(v[0], v[1], v[2]);
+        for (int attempt = 0; attempt < 3; ++attempt) {
+            expected += QStringLiteral("lost data! %1 ").arg(reply.size()) + rest;
+            expected +=
+                QStringLiteral("lost data! \"%1\" ").arg(QLatin1String(reply.toHex())) + rest;
+        }
+    }
+    if (!result)
+        expected += QStringLiteral("Send command failure");
+    QCOMPARE(caught.lines(), expected);
+}
+
+void TestLink::acknowledgement_data()
+{
+    QTest::addColumn<QByteArray>("answer");
+    QTest::addColumn<int>("result");
+    QTest::newRow("pattern alone") << kAcknowledgement << 1;
+    QTest::newRow("at the end") << bytes("00 0f5a 0f5af0a5") << 1;
+    QTest::newRow("at the end of the buffer") << bytes("11*1596 0f5af0a5") << 1;
+    QTest::newRow("cut off by the buffer") << bytes("11*1597 0f5af0a5") << 0;
+    QTest::newRow("incomplete") << bytes("0f5af0 00 a5") << 0;
+    QTest::newRow("data reply instead") << bytes("5a5a5a5a 00 0000 0000") << 0;
+    QTest::newRow("empty") << QByteArray() << 0;
+}
+
+void TestLink::acknowledgement()
+{
+    QFETCH(QByteArray, answer);
+    QFETCH(int, result);
+    ScriptedPeer peer(boardAddress(), [&](int) { return Frames{answer}; });
+    QVERIFY(peer.bound);
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    engine.lastResult = result ? 0 : 1;
+    const DebugLines caught;
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), result);
+    QCOMPARE(static_cast<int>(engine.lastResult), result);
+    QCOMPARE(peer.count.load(), result ? 1 : 3);
+    QCOMPARE(caught.lines(),
+             result ? QStringList() : QStringList(QStringLiteral("Send command failure")));
+}
+
+void TestLink::receiveModes()
+{
+    ScriptedPeer peer(boardAddress(), [&](int) {
+        return Frames{kAcknowledgement, bytes("5a5a5a5a 00 0000 0000"), kAcknowledgement};
+    });
+    QVERIFY(peer.bound);
+    LumtarEngine engine;
+    QCOMPARE(engine.recv2001(0), 0);
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    QMetaObject::invokeMethod(&engine, "CommWith2001", Q_ARG(QByteArray, QByteArray()));
+    QCOMPARE(engine.recv2001(2), 0); // takes the first datagram all the same
+    QCOMPARE(engine.recv2001(1), 1);
+    QCOMPARE(engine.recv2001(0), 1);
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(engine.recv2001(0), 0);
+    QVERIFY(timer.elapsed() >= 1450 && timer.elapsed() < 2500);
+}
+
+// What arrived before the exchange is read first: garbage costs a try, a late acknowledgement is
+// taken for the new one.
+void TestLink::staleDatagrams()
+{
+    ScriptedPeer peer(boardAddress(), [&](int) { return Frames{kAcknowledgement}; });
+    QVERIFY(peer.bound);
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    QUdpSocket other;
+    QVERIFY(other.bind(boardAddress(1), 2001)); // never answers
+    const auto push = [&](const QByteArray &datagram) {
+        other.writeDatagram(datagram, boardAddress(), static_cast<quint16>(localPort()));
+    };
+    push(kAcknowledgement);
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+    QTRY_COMPARE(peer.count.load(), 1);
+
+    // Now the board's own acknowledgement of that command is in the queue.
+    QCOMPARE(engine.recv2001(0), 1);
+    QCOMPARE(*engine.peerAddress, boardAddress());
+    push(bytes("deadbeef"));
+    *engine.peerAddress = boardAddress();
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+    QTRY_COMPARE(peer.count.load(), 2); // the first try; the second one went to the last sender
+    QVERIFY(other.hasPendingDatagrams());
+}
+
+void TestLink::answersTheLastSender()
+{
+    VirtualBoard second(boardAddress(1));
+    QVERIFY(second.start());
+    QUdpSocket first;
+    QVERIFY(first.bind(boardAddress(), 2001));
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    QCOMPARE(static_cast<int>(engine.localPort), localPort());
+    QUdpSocket sender;
+    QVERIFY(sender.bind(boardAddress(1), static_cast<quint16>(localPort(1))));
+    sender.writeDatagram(kAcknowledgement, boardAddress(), static_cast<quint16>(localPort()));
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+    QVERIFY(first.waitForReadyRead(2000));
+    QCOMPARE(*engine.peerAddress, boardAddress(1));
+    QCOMPARE(static_cast<int>(engine.localPort), localPort(1));
+
+    QCOMPARE(engine.SendCommand(bytes("8c908c90 02")), 1);
+    COMPARE_BYTES(received(second), Frames{bytes("8c908c90 02 00")});
+    QCOMPARE(static_cast<int>(engine.localPort), 2001);
+}
+
+void TestLink::closedLink()
+{
+    LumtarEngine engine;
+    engine.lastResult = 1;
+    engine.expectDataReply = 1;
+    QElapsedTimer timer;
+    timer.start();
+    const DebugLines caught;
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 0);
+    QCOMPARE(static_cast<int>(engine.lastResult), 0);
+    QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+    QVERIFY(QMetaObject::invokeMethod(&engine, "CommWith2001", Q_ARG(QByteArray, QByteArray("x"))));
+    QCOMPARE(engine.recv2001(0), 0);
+    QCOMPARE(engine.recv2001(1), 0);
+    QCOMPARE(engine.StopExec(), 0);
+    unsigned char out = 5;
+    QCOMPARE(engine.CheckSeqExec(0, &out), 0);
+    QCOMPARE(static_cast<int>(out), 5);
+    QVERIFY(timer.elapsed() < 1000);
+}
+
+void TestLink::frameSizeLimit()
+{
+    VirtualBoard board(boardAddress());
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    const QByteArray largest = bytes("8c918c91") + QByteArray(1584, '\x31');
+    for (const int size : {1589, 1590, 70000}) {
+        const DebugLines caught;
+        engine.lastResult = 1;
+        engine.expectDataReply = 1;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(engine.SendCommand(largest + QByteArray(size - 1588, '\x32')), 0);
+        QVERIFY(timer.elapsed() < 1000);
+        QCOMPARE(static_cast<int>(engine.lastResult), 0);
+        QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+        QVERIFY2(isRefusal(caught.lines(), QStringLiteral("SendCommand"), QString::number(size)),
+                 qPrintable(caught.lines().join(QLatin1Char('|'))));
+        QMetaObject::invokeMethod(&engine, "CommWith2001",
+                                  Q_ARG(QByteArray, largest + QByteArray(size - 1588, '\x33')));
+    }
+    QCOMPARE(engine.SendCommand(largest), 1);
+    QCOMPARE(engine.SendCommand(largest.left(1587)), 1);
+    COMPARE_BYTES(received(board), padded({largest, largest.left(1587)}));
+}
+
+void TestLink::refusedPorts_data()
+{
+    QTest::addColumn<int>("port");
+    for (const int port : {0, -1, 65536, INT_MAX, INT_MIN})
+        QTest::addRow("%d", port) << port;
+}
+
+void TestLink::refusedPorts()
+{
+    QFETCH(int, port);
+    LumtarEngine engine;
+    for (int open = 0; open < 2; ++open) {
+        if (open)
+            QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+        const QUdpSocket *const socket = engine.udpSocket;
+        const QHostAddress *const peer = engine.peerAddress;
+        const DebugLines caught;
+        QCOMPARE(engine.SetUdpConnect(port, boardAddress(1)), 0);
+        QVERIFY(isRefusal(caught.lines(), QStringLiteral("SetUdpConnect"), QString::number(port)));
+        QCOMPARE(engine.udpSocket, socket);
+        QCOMPARE(engine.peerAddress, peer);
+        QCOMPARE(static_cast<int>(engine.localPort), open ? localPort() : 0);
+    }
+    QCOMPARE(*engine.peerAddress, boardAddress());
+    QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort());
+}
+
+void TestLink::takenPort()
+{
+    QObject owner;
+    VirtualBoard board(boardAddress());
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(occupy(&owner, localPort())->state(), QAbstractSocket::BoundState);
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort(1));
+    QCOMPARE(static_cast<int>(engine.localPort), localPort()); // the one asked for
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+
+    QCOMPARE(occupy(&owner, localPort(3))->state(), QAbstractSocket::BoundState);
+    QCOMPARE(occupy(&owner, localPort(4))->state(), QAbstractSocket::BoundState);
+    QElapsedTimer timer;
+    timer.start();
+    QCOMPARE(engine.SetUdpConnect(localPort(3), boardAddress()), 0);
+    QVERIFY(timer.elapsed() < 2000);
+    QVERIFY(!engine.udpSocket);
+    QVERIFY(!engine.peerAddress);
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 0);
+    QCOMPARE(engine.SetUdpConnect(localPort(5), boardAddress()), 1);
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+}
+
+void TestLink::reopening()
+{
+    VirtualBoard first(boardAddress()), second(boardAddress(1));
+    QVERIFY(first.start() && second.start());
+    LumtarEngine engine;
+    for (int round = 0; round < 3; ++round) {
+        for (VirtualBoard *board : {&first, &second}) {
+            QCOMPARE(engine.SetUdpConnect(localPort(), board->address()), 1);
+            QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort());
+            QVERIFY(!engine.udpSocket->parent());
+            QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+        }
+        QCOMPARE(engine.SetUdpConnect(localPort(), *engine.peerAddress), 1); // its own address
+        QCOMPARE(*engine.peerAddress, second.address());
+    }
+    QCOMPARE(received(first), Frames(3, bytes("8c938c93")));
+    QCOMPARE(received(second), Frames(3, bytes("8c938c93")));
+}
+
+void TestLink::ipv6()
+{
+    VirtualBoard board(QHostAddress(QHostAddress::LocalHostIPv6));
+    if (!board.start())
+        QSKIP(qPrintable(QLatin1String("no IPv6 loopback: ") + board.errorString()));
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), board.address()), 1);
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+    QCOMPARE(engine.SendCommand(bytes("8c908c90 02")), 1); // to the sender of the answer
+    COMPARE_BYTES(received(board), padded({bytes("8c938c93"), bytes("8c908c90 02")}));
+    // An IPv4 peer afterwards needs another family.
+    VirtualBoard other(boardAddress());
+    QVERIFY(other.start());
+    QCOMPARE(engine.SetUdpConnect(localPort(), other.address()), 1);
+    QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
+    QCOMPARE(engine.udpSocket->localAddress().protocol(), QAbstractSocket::IPv4Protocol);
+}
+
+static const SingleRun singleRun;
+
+QTEST_GUILESS_MAIN(TestLink)
+#include "tst_link.moc"
