@@ -3,12 +3,14 @@
 QT ?= 6
 PRESET := qt$(QT)
 
-.PHONY: help demo test test-sanitize bench format format-check tidy clean
+.PHONY: help demo test test-sanitize test-unsigned-char test-arm bench format format-check tidy clean
 
 help:
 	@echo "make demo            run a test against a board made of software and show what it received"
 	@echo "make test            build and run all tests (QT=5 for Qt 5.15)"
 	@echo "make test-sanitize   the same with AddressSanitizer and UndefinedBehaviorSanitizer"
+	@echo "make test-unsigned-char  the same with plain char unsigned, as on ARM"
+	@echo "make test-arm        cross-build for 32-bit ARM and run the tests under emulation"
 	@echo "make bench           measure the engine against plain sockets"
 	@echo "make format          format the sources; format-check only looks"
 	@echo "make tidy            static analysis with clang-tidy"
@@ -30,6 +32,21 @@ test-sanitize:
 	cmake --preset sanitize
 	cmake --build --preset sanitize
 	ctest --preset sanitize
+
+test-unsigned-char:
+	scripts/setup.sh qt6 test
+	cmake --preset unsigned-char
+	cmake --build --preset unsigned-char
+	ctest --preset unsigned-char
+
+# The last step runs both programs, which tests cannot start under emulation.
+test-arm:
+	scripts/setup.sh qt6 test arm
+	scripts/arm-sysroot.sh build/sysroot-armhf
+	cmake --preset armhf
+	cmake --build --preset armhf
+	ctest --preset armhf
+	LUMTAR_LAUNCHER="qemu-arm -L build/sysroot-armhf" scripts/demo.sh build/armhf
 
 bench:
 	scripts/setup.sh qt6 bench

@@ -14,6 +14,7 @@ fail() {
 readonly build=$1
 readonly examples=$(cd "$(dirname "${BASH_SOURCE[0]}")/../examples" && pwd)
 readonly address=127.0.20.1
+read -ra launcher <<<"${LUMTAR_LAUNCHER:-}" # an emulator, for programs of another machine
 readonly seconds=60 # the most that any part may take
 
 # What the two example files hold.
@@ -49,7 +50,7 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-"$build/tools/lumtar-board" --address "$address" --exit-after-stop --timeout "$seconds" \
+"${launcher[@]}" "$build/tools/lumtar-board" --address "$address" --exit-after-stop --timeout "$seconds" \
     "${expected[@]}" >"$log" 2>&1 &
 board=$!
 for ((i = 0; i < 100; ++i)); do
@@ -67,7 +68,7 @@ ctl() {
     shift
     local shown=("${@/#"$examples"/examples}") # the reader is in the project's directory
     echo "\$ lumtarctl" "$command" --board "$address" "${shown[@]}"
-    timeout "$seconds" "$build/tools/lumtarctl" "$command" --board "$address" "$@" ||
+    timeout "$seconds" "${launcher[@]}" "$build/tools/lumtarctl" "$command" --board "$address" "$@" ||
         fail "lumtarctl $command failed with exit status $?"
     echo
 }

@@ -2,7 +2,7 @@
 # Installs what the project needs and this machine lacks.
 #
 # usage: scripts/setup.sh GROUP...
-# Groups: qt6, qt5 (compiler, CMake and that version of Qt), test, bench, format.
+# Groups: qt6, qt5 (compiler, CMake and that version of Qt), test, arm, bench, format.
 # LUMTAR_SETUP=no skips it, for systems whose packages go by other names.
 set -euo pipefail
 
@@ -10,6 +10,7 @@ declare -A packages=(
     [qt6]="g++ make cmake ninja-build qt6-base-dev qt6-5compat-dev qt6-qpa-plugins"
     [qt5]="g++ make cmake ninja-build qtbase5-dev"
     [test]="tshark"
+    [arm]="g++-arm-linux-gnueabihf mmdebstrap qemu-user"
     [bench]="libbenchmark-dev"
     [format]="git clang-format clang-tidy"
 )

@@ -1,0 +1,25 @@
+#!/usr/bin/env bash
+# Unpacks what a cross build for 32-bit ARM links to and runs with: Debian's armhf packages of the
+# release that this machine runs, from the mirror that it uses. Nothing of it is installed here.
+#
+# usage: scripts/arm-sysroot.sh FOLDER
+set -euo pipefail
+
+folder=$1
+[ ! -e "$folder/usr/lib/arm-linux-gnueabihf/libQt6Core.so" ] || exit 0
+
+release=$(. /etc/os-release && echo "$VERSION_CODENAME")
+gcc_major=$(g++ -dumpversion | cut -d. -f1)
+mirror=$(apt-get indextargets --format '$(CODENAME) $(COMPONENT) $(REPO_URI)' 'Created-By: Packages' |
+    awk -v release="$release" '$1 == release && $2 == "main" { print $3; exit }')
+if [ -z "$mirror" ]; then
+    echo "arm-sysroot.sh: apt knows no mirror of $release main; run apt-get update first" >&2
+    exit 1
+fi
+
+rm -rf "$folder"
+mkdir -p "$(dirname "$folder")"
+echo "arm-sysroot.sh: unpacking armhf packages of $release into $folder"
+mmdebstrap --quiet --variant=extract --architectures=armhf \
+    --include="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libc6-dev,libstdc++-$gcc_major-dev" \
+    "$release" "$folder" "$mirror"
