@@ -41,7 +41,8 @@ void silence(OutChannelPara_tag &output)
     output.phaseJump = 0.0F;
 }
 
-/// Angle in degrees that a 50 Hz signal turns through during \a seconds, less whole turns.
+/// Angle in degrees that a 50 Hz signal turns through during \a seconds, less whole turns: 0, as
+/// long as a step lasts whole seconds.
 float angleTurned(quint32 seconds)
 {
     const auto cycles = static_cast<float>(50U * seconds);

@@ -1,5 +1,7 @@
 #include "lumtarengine.h"
 
+#include "hexfield.h"
+
 #include <QDebug>
 #include <QNetworkProxy>
 
@@ -27,12 +29,6 @@ constexpr std::array<char, 4> kDataReply{'\x5a', '\x5a', '\x5a', '\x5a'};
 constexpr int kReplyLengthOffset = 5;
 constexpr int kReplyPayloadOffset = 9;
 
-void putLittleEndian16(char *out, int value)
-{
-    out[0] = static_cast<char>(value & 0xff);
-    out[1] = static_cast<char>(value >> 8);
-}
-
 /// Wraps \a frame into \a datagram; returns the datagram's size.
 int wrap(const QByteArray &frame, std::array<char, kDatagramSize> &datagram)
 {
@@ -40,8 +36,8 @@ int wrap(const QByteArray &frame, std::array<char, kDatagramSize> &datagram)
     const int paddedSize = frameSize + frameSize % 2;
     std::fill_n(datagram.begin(), 4, '\xa5');
     datagram[4] = '\0';
-    putLittleEndian16(&datagram[5], paddedSize + kCheckBytes);
-    putLittleEndian16(&datagram[7], paddedSize + kCheckBytes);
+    hexfield::putLittleEndian16(&datagram[5], paddedSize + kCheckBytes);
+    hexfield::putLittleEndian16(&datagram[7], paddedSize + kCheckBytes);
 
     char *padded = &datagram[kFrameOffset];
     std::memcpy(padded, frame.constData(), static_cast<size_t>(frameSize));
@@ -70,10 +66,14 @@ int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
         qDebug() << "SetUdpConnect: refused, port" << port << "is outside 1 to 65535";
         return 0;
     }
-    const QHostAddress peerCopy = peer; // peer may be what closeLink() deletes
+    // A copy: peer may be what closeLink() deletes. An IPv4 address in IPv6 clothes is an IPv4
+    // peer.
+    bool isIPv4 = false;
+    const quint32 ipv4 = peer.toIPv4Address(&isIPv4);
+    const QHostAddress board = isIPv4 ? QHostAddress(ipv4) : peer;
     closeLink();
 
-    const QHostAddress any = peerCopy.protocol() == QAbstractSocket::IPv6Protocol
+    const QHostAddress any = board.protocol() == QAbstractSocket::IPv6Protocol
         ? QHostAddress::AnyIPv6
         : QHostAddress::AnyIPv4;
     udpSocket = new QUdpSocket;
@@ -90,7 +90,7 @@ int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
         closeLink();
         return 0;
     }
-    peerAddress = new QHostAddress(peerCopy);
+    peerAddress = new QHostAddress(board);
     localPort = static_cast<quint16>(port);
     return 1;
 }
@@ -121,8 +121,14 @@ int LumtarEngine::recv2001(int mode)
 {
     if (!udpSocket || !udpSocket->waitForReadyRead(kReceiveTimeout))
         return 0;
+    QHostAddress sender;
+    quint16 senderPort = 0;
     const int size =
-        static_cast<int>(udpSocket->readDatagram(rxBuffer, kDatagramSize, peerAddress, &localPort));
+        static_cast<int>(udpSocket->readDatagram(rxBuffer, kDatagramSize, &sender, &senderPort));
+    if (size < 0) // nothing was received after all, and nobody sent it
+        return 0;
+    *peerAddress = sender;
+    localPort = senderPort;
     if (size < 1)
         return 0;
     if (mode == 0)

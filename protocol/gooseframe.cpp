@@ -213,7 +213,7 @@ bool Message_goose::setVLanId(QString hex)
 
 int Message_goose::setAPPID(QString text)
 {
-    hexfield::setFixedWidth(APPID, static_cast<quint64>(hexfield::decimal(text)), 2);
+    hexfield::setDecimal(APPID, text, 2);
     return 1;
 }
 
@@ -234,12 +234,13 @@ int Message_goose::setgoID(QString text)
 
 void Message_goose::setconfRevValue(QString text)
 {
-    hexfield::setFixedWidth(confRevValue, static_cast<quint64>(hexfield::decimal(text)), 1);
+    hexfield::setDecimal(confRevValue, text, 1);
 }
 
 int Message_goose::setTimeAllowedtoLive_value(int milliseconds)
 {
-    // The board takes 32768 itself in two bytes and everything above in at least three.
+    // The limit is 0x8000 on purpose: 32768 itself still takes two bytes, more takes at least
+    // three.
     constexpr quint32 kLargestOfTwoBytes = 0x8000;
     const auto value = static_cast<quint32>(milliseconds);
     hexfield::setNumber(TimeAllowedtoLive_value, value, value > kLargestOfTwoBytes ? 3 : 1);

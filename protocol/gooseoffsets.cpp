@@ -4,6 +4,8 @@
 
 #include <QDebug>
 
+#include <memory>
+
 GooseDataOffsetAddr::~GooseDataOffsetAddr()
 {
     SetPara(0);
@@ -15,12 +17,16 @@ void GooseDataOffsetAddr::SetPara(int n)
         qDebug() << "SetPara: refused, number of entries" << n << "is above" << hexfield::kMax16;
         return;
     }
+    // All three before any old one goes, or a failed allotment would leave the record half freed.
+    const auto count = static_cast<size_t>(qMax(n, 0));
+    std::unique_ptr<quint8[]> tags(count ? new quint8[count]() : nullptr);
+    std::unique_ptr<quint8[]> lengths(count ? new quint8[count]() : nullptr);
+    std::unique_ptr<quint16[]> offsets(count ? new quint16[count]() : nullptr);
     delete[] DataTag;
     delete[] DataLen;
     delete[] DataOffset;
-    Num = qMax(n, 0);
-    const auto count = static_cast<size_t>(Num);
-    DataTag = Num ? new quint8[count]() : nullptr;
-    DataLen = Num ? new quint8[count]() : nullptr;
-    DataOffset = Num ? new quint16[count]() : nullptr;
+    DataTag = tags.release();
+    DataLen = lengths.release();
+    DataOffset = offsets.release();
+    Num = static_cast<int>(count);
 }

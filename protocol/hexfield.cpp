@@ -25,6 +25,13 @@ quint32 nibbleOf(quint32 character)
     return lower >= 'a' && lower <= 'f' ? lower - 'a' + 10 : 0x10;
 }
 
+/// The number that a decimal text holds, negative ones as two's complement; 0 for a text that holds
+/// none.
+quint64 decimal(const QString &text)
+{
+    return static_cast<quint64>(text.toLongLong());
+}
+
 } // namespace
 
 QByteArray fromText(const QString &hex)
@@ -48,9 +55,16 @@ int shortNumber(const QString &hex, quint32 &value)
     return (digits + 1) / 2;
 }
 
-qint64 decimal(const QString &text)
+void setDecimal(QByteArray &field, const QString &text, int width)
 {
-    return text.toLongLong();
+    setFixedWidth(field, decimal(text), width);
+}
+
+void setDecimalLowHigh(QByteArray &low, QByteArray &high, const QString &text)
+{
+    const quint64 value = decimal(text);
+    setFixedWidth(low, value, 1);
+    setFixedWidth(high, value >> 8, 1);
 }
 
 void setNumber(QByteArray &field, qint64 value, int minimumWidth)
@@ -73,14 +87,18 @@ void setFixedWidth(QByteArray &field, quint64 value, int width)
         bytes[i] = static_cast<char>(value & 0xff);
 }
 
+void putLittleEndian16(char *out, int value)
+{
+    out[0] = static_cast<char>(value & 0xff);
+    out[1] = static_cast<char>(value >> 8 & 0xff);
+}
+
 int setLittleEndian16(QByteArray &field, int value)
 {
     if (value < 0 || value > kMax16)
         return -1;
     field.resize(2);
-    char *bytes = field.data();
-    bytes[0] = static_cast<char>(value & 0xff);
-    bytes[1] = static_cast<char>(value >> 8);
+    putLittleEndian16(field.data(), value);
     return 0;
 }
 
@@ -115,7 +133,8 @@ void appendByte(QByteArray &out, quint32 value)
 
 void appendLittleEndian16(QByteArray &out, quint32 value)
 {
-    const char bytes[] = {static_cast<char>(value & 0xff), static_cast<char>(value >> 8 & 0xff)};
+    char bytes[2];
+    putLittleEndian16(bytes, static_cast<int>(value & 0xffff));
     out.append(bytes, sizeof bytes);
 }
 

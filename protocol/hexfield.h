@@ -23,8 +23,12 @@ QByteArray fromText(const QString &hex);
 /// for a text of more.
 int shortNumber(const QString &hex, quint32 &value);
 
-/// The number that a decimal text holds; 0 for a text that holds none.
-qint64 decimal(const QString &text);
+/// Sets \a field to the low \a width bytes of the number that a decimal text holds: 0 for a text
+/// that holds none.
+void setDecimal(QByteArray &field, const QString &text, int width);
+
+/// The same with the low two bytes in a field each.
+void setDecimalLowHigh(QByteArray &low, QByteArray &high, const QString &text);
 
 /// Sets \a field to \a value in the fewest bytes, but at least \a minimumWidth; a negative value
 /// takes eight.
@@ -35,6 +39,9 @@ void setDecimalDigits(QByteArray &field, qint64 value);
 
 /// Sets \a field to the low \a width bytes of \a value.
 void setFixedWidth(QByteArray &field, quint64 value, int width);
+
+/// Writes the low 16 bits of \a value to \a out, low byte first.
+void putLittleEndian16(char *out, int value);
 
 /// Sets \a field to \a value as two bytes, low byte first. Returns 0; -1 for a value outside 0 to
 /// 65535, which changes nothing.

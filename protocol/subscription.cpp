@@ -33,9 +33,7 @@ int Goose_command::setCurrentLigthGROUP(int g)
 
 int Goose_command::setAppId(QString text)
 {
-    const auto appId = static_cast<quint64>(hexfield::decimal(text));
-    hexfield::setFixedWidth(AppId_Low, appId, 1);
-    hexfield::setFixedWidth(AppId_High, appId >> 8, 1);
+    hexfield::setDecimalLowHigh(AppId_Low, AppId_High, text);
     return 1;
 }
 

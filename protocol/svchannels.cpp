@@ -60,9 +60,7 @@ int SMV_CMB_Command::setCurrentLigthGROUP(int group)
 
 int SMV_CMB_Command::setAppId(QString text)
 {
-    const auto appId = static_cast<quint64>(hexfield::decimal(text));
-    hexfield::setFixedWidth(AppId_Low, appId, 1);
-    hexfield::setFixedWidth(AppId_High, appId >> 8, 1);
+    hexfield::setDecimalLowHigh(AppId_Low, AppId_High, text);
     return 1;
 }
 

@@ -117,7 +117,7 @@ bool Message_9_2::setpriority(QString hex)
 
 int Message_9_2::setAPPID(QString text)
 {
-    hexfield::setFixedWidth(APPID, static_cast<quint64>(hexfield::decimal(text)), 2);
+    hexfield::setDecimal(APPID, text, 2);
     return 1;
 }
 
@@ -130,7 +130,7 @@ int Message_9_2::setSVID(QString text)
 
 void Message_9_2::setconfRevValue(QString text)
 {
-    hexfield::setFixedWidth(confRevValue, static_cast<quint64>(hexfield::decimal(text)), 4);
+    hexfield::setDecimal(confRevValue, text, 4);
 }
 
 int Message_9_2::setSmpSynch_value(int value)
