@@ -7,59 +7,90 @@
 #include <QXmlStreamReader>
 
 #include <algorithm>
+#include <cstring>
 
 namespace testconfiguration {
 
 namespace {
 
 constexpr qint64 kMaxFileSize = 16 * 1024 * 1024;
-constexpr qint64 kMaxExpandedText = kMaxFileSize; // characters, once entities are expanded
-constexpr qint64 kMaxNodes = 500000; // elements and attributes
+constexpr int kMaxParts = 200000; // elements and attributes
 constexpr int kMaxDepth = 100; // a document tree is taken down recursively
 
-// A file below both cannot grow or nest dangerously unless it declares entities.
+// What the parser does before it can be stopped: an entity reference expands to at most so many
+// characters, and it compares each attribute of an element with all others.
+constexpr int kMaxEntitySize = 4096;
+constexpr int kMaxReferences = 4096;
+constexpr int kMaxTagSize = 65536; // bytes from one "<" to the next
+
+// A document below both cannot nest dangerously or be huge.
 constexpr int kUninspectedSize = 1024 * 1024;
 constexpr int kUninspectedTags = 10000;
 
-/// The bytes of a configuration file and, where the parser cannot decode them by itself, their
-/// codec.
+/// The characters of a configuration file.
 struct XmlText
 {
-    QByteArray bytes;
-    QTextCodec *codec = nullptr;
+    QByteArray utf8; ///< as in the file, if that is in UTF-8
+    bool recoded = false; ///< it is not, whatever its declaration says
 };
 
-/// The codec that the XML declaration names, for the encodings besides Unicode: configuration tools
-/// write GBK, which the parser does not know in every version of Qt.
-QTextCodec *declaredCodec(const QByteArray &bytes)
+/// The codec of a file in another encoding than UTF-8; null for UTF-8. Nothing but UTF-8 is left to
+/// the parser, whose codecs differ between the versions of Qt: configuration tools write GBK.
+std::optional<QTextCodec *> codecOf(const QByteArray &bytes)
 {
+    if (bytes.startsWith(QByteArray("<\0", 2)))
+        return QTextCodec::codecForName("UTF-16LE");
+    if (bytes.startsWith(QByteArray("\0<", 2)))
+        return QTextCodec::codecForName("UTF-16BE");
+    if (QTextCodec *marked = QTextCodec::codecForUtfText(bytes, nullptr))
+        return marked;
+
     static const QRegularExpression declaration(
         QStringLiteral("^<\\?xml[^>]*encoding\\s*=\\s*[\"']([^\"'>]+)[\"']"));
     constexpr int kLongestDeclaration = 200;
     const QString start = QString::fromLatin1(bytes.left(kLongestDeclaration));
     const QString name = declaration.match(start).captured(1);
-    if (name.isEmpty() || name.startsWith(QLatin1String("UTF"), Qt::CaseInsensitive))
+    if (name.isEmpty() || name.compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0)
         return nullptr;
-    return QTextCodec::codecForName(name.toLatin1());
+    QTextCodec *codec = QTextCodec::codecForName(name.toLatin1());
+    return codec ? std::optional(codec) : std::nullopt;
 }
 
 void feed(QXmlStreamReader &reader, const XmlText &text)
 {
     reader.setNamespaceProcessing(false);
-    if (text.codec)
-        reader.addData(text.codec->toUnicode(text.bytes));
+    reader.setEntityExpansionLimit(kMaxEntitySize);
+    if (text.recoded)
+        reader.addData(QString::fromUtf8(text.utf8));
     else
-        reader.addData(text.bytes);
+        reader.addData(text.utf8);
 }
 
-/// Whether the document could nest deeply, be huge or expand entities. Most cannot, which a glance
-/// shows.
-bool needsInspection(const XmlText &text)
+/// What a glance shows of a document.
+struct Glance
 {
-    const QByteArray &bytes = text.bytes;
-    return text.codec || bytes.size() > kUninspectedSize || bytes.contains('\0')
-        || bytes.contains("<!DOCTYPE")
-        || std::count(bytes.begin(), bytes.end(), '<') > kUninspectedTags;
+    qint64 tags = 0;
+    qint64 longestTag = 0; ///< bytes from one "<" to the next
+    bool declaresEntities = false;
+};
+
+Glance glanceAt(const QByteArray &utf8)
+{
+    Glance glance;
+    const char *const end = utf8.constData() + utf8.size();
+    for (const char *tag = utf8.constData(); tag < end; ++glance.tags) {
+        const void *found = std::memchr(tag + 1, '<', static_cast<size_t>(end - tag - 1));
+        const char *next = found ? static_cast<const char *>(found) : end;
+        glance.longestTag = std::max<qint64>(glance.longestTag, next - tag);
+        tag = next;
+    }
+    glance.declaresEntities = utf8.contains("<!DOCTYPE");
+    return glance;
+}
+
+Remark problem(const QString &text)
+{
+    return {Remark::Error, 0, 0, text};
 }
 
 Remark problemAt(const QXmlStreamReader &reader, const QString &text)
@@ -75,60 +106,69 @@ std::optional<Remark> inspect(const XmlText &text)
     QXmlStreamReader reader;
     feed(reader, text);
     int depth = 0;
-    qint64 nodes = 0;
-    qint64 expandedText = 0;
+    qint64 parts = 0;
     while (!reader.atEnd()) {
         reader.readNext();
         if (reader.isEndElement())
             --depth;
-        else if (reader.isStartElement())
-            ++depth;
-        const QXmlStreamAttributes attributes = reader.attributes();
-        nodes += 1 + attributes.size();
-        expandedText += reader.text().size();
-        for (const QXmlStreamAttribute &attribute : attributes)
-            expandedText += attribute.value().size();
-        if (depth > kMaxDepth)
+        if (!reader.isStartElement())
+            continue;
+        parts += 1 + reader.attributes().size();
+        if (++depth > kMaxDepth)
             return problemAt(reader,
                              QStringLiteral("nests deeper than %1 elements").arg(kMaxDepth));
-        if (nodes > kMaxNodes)
+        if (parts > kMaxParts)
             return problemAt(reader,
-                             QStringLiteral("more than %1 elements and attributes").arg(kMaxNodes));
-        if (expandedText > kMaxExpandedText)
-            return problemAt(
-                reader, QStringLiteral("expands to more than %1 characters").arg(kMaxExpandedText));
+                             QStringLiteral("more than %1 elements and attributes").arg(kMaxParts));
     }
     if (reader.hasError())
         return problemAt(reader, reader.errorString());
     return std::nullopt;
 }
 
+/// The error if a tree of the document would not stay bounded.
+std::optional<Remark> findExcess(const XmlText &text)
+{
+    const Glance glance = glanceAt(text.utf8);
+    if (glance.longestTag > kMaxTagSize)
+        return problem(QStringLiteral("%1 bytes without a tag is above %2")
+                           .arg(glance.longestTag)
+                           .arg(kMaxTagSize));
+    const auto references = std::count(text.utf8.begin(), text.utf8.end(), '&');
+    if (glance.declaresEntities && references > kMaxReferences)
+        return problem(
+            QStringLiteral("%1 entity references in a document that declares entities is "
+                           "above %2")
+                .arg(references)
+                .arg(kMaxReferences));
+    const bool canHide = glance.declaresEntities || glance.tags > kUninspectedTags
+        || text.utf8.size() > kUninspectedSize;
+    return canHide ? inspect(text) : std::nullopt;
+}
+
 /// The tree of \a text; empty, with a remark, if it is not to be had.
 QDomDocument parse(const XmlText &text, Remarks &remarks)
 {
-    if (needsInspection(text)) {
-        if (const auto problem = inspect(text)) {
-            remarks.append(*problem);
-            return {};
-        }
+    if (const auto excess = findExcess(text)) {
+        remarks.append(*excess);
+        return {};
     }
     QXmlStreamReader reader;
     feed(reader, text);
     QDomDocument document;
-    Remark malformed{Remark::Error, 0, 0, {}};
+    Remark malformed = problem({});
     if (document.setContent(&reader, false, &malformed.text, &malformed.line, &malformed.column))
         return document;
     remarks.append(malformed);
     return {};
 }
 
-} // namespace
-
-QDomDocument readDocument(const QString &path, Remarks &remarks)
+/// The content of the file; nothing, with a remark, if it is not to be had.
+std::optional<XmlText> readFile(const QString &path, Remarks &remarks)
 {
     const auto refuse = [&remarks](const QString &text) {
-        remarks.append({Remark::Error, 0, 0, text});
-        return QDomDocument();
+        remarks.append(problem(text));
+        return std::nullopt;
     };
     const QFileInfo info(path);
     if (!info.isFile())
@@ -138,16 +178,36 @@ QDomDocument readDocument(const QString &path, Remarks &remarks)
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) // read at one go
         return refuse(file.errorString());
-    XmlText text{file.readAll()};
-    text.codec = declaredCodec(text.bytes);
+    const QByteArray bytes = file.readAll();
+    const std::optional<QTextCodec *> codec = codecOf(bytes);
+    if (!codec)
+        return refuse(QStringLiteral("unknown encoding"));
+    if (*codec)
+        return XmlText{(*codec)->toUnicode(bytes).toUtf8(), true};
+    return XmlText{bytes, false};
+}
 
-    const QDomDocument document = parse(text, remarks);
+} // namespace
+
+QDomDocument readDocument(const QString &path, Remarks &remarks)
+{
+    const std::optional<XmlText> text = readFile(path, remarks);
+    if (!text)
+        return {};
+    const QDomDocument document = parse(*text, remarks);
     const QDomElement root = document.documentElement();
     if (root.isNull() || hasTag(root, QLatin1String("ied")))
         return document;
     remark(remarks, Remark::Error, root,
            QStringLiteral("the root element is %1, not ied").arg(root.tagName()));
     return {};
+}
+
+QString readSource(const QString &path)
+{
+    Remarks ignored;
+    const std::optional<XmlText> text = readFile(path, ignored);
+    return text ? QString::fromUtf8(text->utf8) : QString();
 }
 
 Kind kindOf(const QDomElement &element)

@@ -1,5 +1,7 @@
 #include "configurationreading.h"
 
+#include <QDebug>
+
 #include <algorithm>
 #include <limits>
 
@@ -43,7 +45,22 @@ bool hasTag(const QDomElement &element, QLatin1String lowerCaseTag)
 void remark(Remarks &remarks, Remark::Severity severity, const QDomElement &element,
             const QString &text)
 {
-    remarks.append({severity, element.lineNumber(), element.columnNumber(), text});
+    constexpr int kMaxRemarks = 1000;
+    if (remarks.size() < kMaxRemarks)
+        remarks.append({severity, element.lineNumber(), element.columnNumber(), text});
+    else if (remarks.size() == kMaxRemarks)
+        remarks.append({severity, 0, 0, QStringLiteral("further remarks are left out")});
+}
+
+void report(const QString &context, const Remarks &remarks)
+{
+    for (const Remark &remark : remarks) {
+        QDebug line = qDebug().noquote().nospace();
+        line << context << ": ";
+        if (remark.line > 0)
+            line << "line " << remark.line << ", column " << remark.column << ": ";
+        line << remark.text;
+    }
 }
 
 } // namespace testconfiguration

@@ -13,8 +13,11 @@ int decimal(const QDomElement &element, const QString &name);
 /// Whether the element's tag is \a lowerCaseTag; tags are compared without regard to case.
 bool hasTag(const QDomElement &element, QLatin1String lowerCaseTag);
 
-/// Adds a remark on \a element.
+/// Adds a remark on \a element, unless there are a thousand already.
 void remark(Remarks &remarks, Remark::Severity severity, const QDomElement &element,
             const QString &text);
+
+/// Writes one debug line per remark, each beginning with \a context.
+void report(const QString &context, const Remarks &remarks);
 
 } // namespace testconfiguration

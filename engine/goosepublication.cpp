@@ -1,3 +1,5 @@
+#include "lumtarengine.h"
+
 #include "configurationreading.h"
 
 namespace testconfiguration {
@@ -59,7 +61,7 @@ QVector<OutputBinding> bindingsOf(const QDomElement &element, int stream,
         const int output = decimal(child, QStringLiteral("Which"));
         const int position = decimal(child, QStringLiteral("Pos"));
         if (output < 1 || output > kOutputs || stream >= kSequenceGooseStreams) {
-            remark(remarks, Remark::Warning, child,
+            remark(remarks, Remark::Error, child,
                    QStringLiteral("ignored, mapinfo with Which %1 in GOOSE stream %2: only outputs "
                                   "1 to %3 can be bound, in streams 0 to %4")
                        .arg(output)
@@ -70,7 +72,7 @@ QVector<OutputBinding> bindingsOf(const QDomElement &element, int stream,
         }
         if (!canCarryBinaryOutput(record, position)) {
             remark(
-                remarks, Remark::Warning, child,
+                remarks, Remark::Error, child,
                 QStringLiteral("Pos %1 names no boolean or bit string that could carry output %2")
                     .arg(position)
                     .arg(output));
@@ -119,3 +121,25 @@ std::optional<GoosePublication> readGoosePublication(const QDomElement &element,
 }
 
 } // namespace testconfiguration
+
+void LumtarEngine::SetGoose(QDomElement &element, QByteArray &work)
+{
+    testconfiguration::Remarks remarks;
+    GooseDataOffsetAddr none;
+    GooseDataOffsetAddr &record = gooseCount < testconfiguration::kMaxGooseStreams
+        ? gblGooseDataOffsetAddr[gooseCount]
+        : none;
+    const auto publication =
+        testconfiguration::readGoosePublication(element, gooseCount, record, remarks);
+    testconfiguration::report(QStringLiteral("SetGoose"), remarks);
+    if (!publication)
+        return;
+    work = publication->download;
+    SendCommand(work);
+    work = publication->description.data();
+    SendCommand(work);
+    for (const testconfiguration::OutputBinding &binding : publication->bindings) {
+        outputGooseMap[binding.output - 1] = {static_cast<qint8>(gooseCount),
+                                              static_cast<quint8>(binding.position)};
+    }
+}

@@ -1,3 +1,5 @@
+#include "lumtarengine.h"
+
 #include "configurationreading.h"
 
 namespace testconfiguration {
@@ -17,14 +19,14 @@ QVector<MappedEntry> mapEntries(Goose_command &command, int entries, const QDomE
             continue;
         const int position = decimal(child, QStringLiteral("Pos"));
         if (position < 1 || position > entries) {
-            remark(remarks, Remark::Warning, child,
+            remark(remarks, Remark::Error, child,
                    QStringLiteral("ignored, Pos %1 is outside 1 to datCount %2")
                        .arg(position)
                        .arg(entries));
             continue;
         }
         if (numbers.logicChannelsUsedUp && numbers.logicChannel == 0) {
-            remark(remarks, Remark::Warning, child,
+            remark(remarks, Remark::Error, child,
                    QStringLiteral("ignored, Pos %1 needs a logic channel above 255").arg(position));
             continue;
         }
@@ -72,3 +74,15 @@ std::optional<Subscription> readSubscription(const QDomElement &element,
 }
 
 } // namespace testconfiguration
+
+void LumtarEngine::SetBinMap(QDomElement &element, QByteArray &work)
+{
+    testconfiguration::Remarks remarks;
+    const auto subscription = testconfiguration::readSubscription(
+        element, {groupNum, logicChannel, logicChannelsUsedUp, lightGroup}, remarks);
+    testconfiguration::report(QStringLiteral("SetBinMap"), remarks);
+    if (!subscription)
+        return;
+    work = subscription->command.data();
+    SendCommand(work);
+}

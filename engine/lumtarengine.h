@@ -99,7 +99,7 @@ public:
     /// for C strings. Returns 1; 0 when the file cannot be read, is no well-formed XML, expands or
     /// nests without bound, is very large, or its root is not `ied`: then nothing is sent and no
     /// counter changes. The result does not say whether the board accepted the commands. Events of
-    /// the application are processed once per stream.
+    /// the application are processed once per child of the root.
     int InitGPP(char *configPath);
     /// Publishes one sampled-value stream, number smvCount: frame template, then stream
     /// description. \a work receives each command. Refused, sending nothing: chNums outside 0 to

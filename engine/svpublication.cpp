@@ -1,3 +1,5 @@
+#include "lumtarengine.h"
+
 #include "configurationreading.h"
 
 #include <QVarLengthArray>
@@ -78,7 +80,7 @@ void setChannels(Message_9_2 &frame, SMV_MessageStructure &description, const QD
         ++found;
     }
     if (found > count) {
-        remark(remarks, Remark::Warning, stream,
+        remark(remarks, Remark::Error, stream,
                QStringLiteral("ignored, %1 chninfo beyond the %2 that chNums counts")
                    .arg(found - count)
                    .arg(count));
@@ -130,3 +132,17 @@ std::optional<SvPublication> readSvPublication(const QDomElement &element, int s
 }
 
 } // namespace testconfiguration
+
+void LumtarEngine::SetSMV(QDomElement &element, QByteArray &work)
+{
+    testconfiguration::Remarks remarks;
+    const auto publication = testconfiguration::readSvPublication(
+        element, smvCount, samplesPerCycle * nominalFrequency, remarks);
+    testconfiguration::report(QStringLiteral("SetSMV"), remarks);
+    if (!publication)
+        return;
+    work = publication->download;
+    SendCommand(work);
+    work = publication->description.data();
+    SendCommand(work);
+}

@@ -33,35 +33,44 @@ constexpr int kMaxLightGroup = 31; ///< on one light port; a subscription has fi
 /// A remark on a place of the file.
 struct Remark
 {
+    /// What the loader does about it.
     enum Severity {
-        Warning, ///< the loader goes on with what it made of it
-        Error ///< the loader skips the element, or the file
+        Warning, ///< tolerated
+        Error ///< the loader skips the file or a part of it, or the board cannot do what it says
     };
-    Severity severity;
-    int line; ///< from 1; of the end of the element's start tag
-    int column;
-    QString text;
+    Severity severity; ///< warning or error
+    int line; ///< from 1, of the end of the element's start tag; 0 for the file as a whole
+    int column; ///< in that line, from 1; 0 for the file as a whole
+    QString text; ///< what was skipped, refused or tolerated, and why
 };
-using Remarks = QVector<Remark>;
+using Remarks = QVector<Remark>; ///< in the order in which they were found
 
 /// The document at \a path: empty, with one error in \a remarks, when the file cannot be read, is
-/// no well-formed XML, is larger than 16 MiB, nests deeper than 100 elements, has more than 500000
-/// elements and attributes, expands to more than 16777216 characters, or its root is not `ied`.
+/// in an unknown encoding, is no well-formed XML, or its root is not `ied`; and when it would not
+/// stay bounded: above 16 MiB, 65536 bytes without a tag, 200000 elements and attributes, 100
+/// levels of elements (looked for in a file above 1 MiB or 10000 tags), 4096 characters of one
+/// entity, 4096 entity references.
 LUMTAR_EXPORT QDomDocument readDocument(const QString &path, Remarks &remarks);
+
+/// The characters that the parser sees of the file at \a path, to find the places in it that
+/// remarks name; empty when it cannot be read.
+LUMTAR_EXPORT QString readSource(const QString &path);
 
 /// What a child of the root describes, by its tag.
 enum class Kind { Other, SvPublication, GoosePublication, Subscription };
+/// The kind of \a element; its tag is compared without regard to case.
 LUMTAR_EXPORT Kind kindOf(const QDomElement &element);
 
 /// A sampled-value stream to publish.
 struct SvPublication
 {
-    Message_9_2 frame;
+    Message_9_2 frame; ///< as downloaded, with its offsets
     QByteArray download; ///< the frame's command
-    SMV_MessageStructure description;
+    SMV_MessageStructure description; ///< the command that follows
 };
 
-/// Reads an `in_smv` as stream number \a stream; nothing when it is refused.
+/// Reads an `in_smv` as stream number \a stream, 0 to 63, whose smpCnt wraps at the low 16 bits of
+/// \a samplesPerSecond; nothing when it is refused.
 LUMTAR_EXPORT std::optional<SvPublication>
 readSvPublication(const QDomElement &element, int stream, int samplesPerSecond, Remarks &remarks);
 
@@ -75,14 +84,14 @@ struct OutputBinding
 /// A GOOSE stream to publish.
 struct GoosePublication
 {
-    Message_goose frame;
+    Message_goose frame; ///< as downloaded, with its offsets
     QByteArray download; ///< the frame's command
-    GOOSE_MessageStructure description;
+    GOOSE_MessageStructure description; ///< the command that follows
     QVector<OutputBinding> bindings; ///< in file order; a later one replaces an earlier one
 };
 
-/// Reads an `in_goose` as stream number \a stream and fills the stream's offset record; nothing
-/// when it is refused.
+/// Reads an `in_goose` as stream number \a stream, 0 to 5, and fills the stream's offset record;
+/// nothing when it is refused.
 LUMTAR_EXPORT std::optional<GoosePublication> readGoosePublication(const QDomElement &element,
                                                                    int stream,
                                                                    GooseDataOffsetAddr &record,
@@ -101,17 +110,17 @@ struct SubscriptionNumbers
 struct MappedEntry
 {
     int position; ///< from 1
-    int logicChannel;
+    int logicChannel; ///< 0 to 255
 };
 
 /// A GOOSE stream of the device under test to subscribe to.
 struct Subscription
 {
-    Goose_command command;
-    int group;
+    Goose_command command; ///< the subscription command
+    int group; ///< from 1, over the whole configuration
     int lightPort; ///< 1 to 5
-    int lightGroup;
-    QVector<MappedEntry> mapped;
+    int lightGroup; ///< 1 to 31, on that port
+    QVector<MappedEntry> mapped; ///< in file order
 };
 
 /// Reads a `goose` child of the root and advances \a numbers; nothing when it is refused or maps no

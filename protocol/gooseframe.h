@@ -9,8 +9,9 @@
 #include <QString>
 #include <QVector>
 
-/// MMS data tags of the entries that can carry a binary output (IEC 61850-8-1, A.3).
+/// MMS data tag of a boolean (IEC 61850-8-1, A.3), which can carry a binary output: 00 off, 01 on.
 constexpr int kBooleanTag = 0x83;
+/// MMS data tag of a bit string, which can carry a binary output too: 06 40 off, 06 80 on.
 constexpr int kBitStringTag = 0x84;
 
 /// One entry of a GOOSE dataset: tag, length and value, written one after the other.
@@ -36,9 +37,11 @@ public:
 
 /// GOOSE frame (IEC 61850-8-1, annex A) and the command that downloads it to the board.
 ///
-/// The download command is 8c 91 8c 91, Message_count, Message_flag, Message_length and the
-/// Ethernet frame from the destination MAC address on, without frame check sequence. Frame offsets
-/// count from the first byte of that address. In the frame every number is big-endian.
+/// The download command is 8c 91 8c 91, Message_count (byte 4), Message_flag (5), Message_length
+/// (7) and, from byte 9 on, the Ethernet frame from the destination MAC address on, without frame
+/// check sequence: its fields in the order of the members TPID to Data_Vector below, after both
+/// addresses. Frame offsets count from the first byte of the destination MAC address. In the frame
+/// every number is big-endian.
 class LUMTAR_EXPORT Message_goose
 {
 public:
@@ -72,9 +75,9 @@ public:
     /// The value is the text in the codec for C strings, the length counts its bytes in BER form.
     /// Each returns 0.
     /// @{
-    int setgocbRef(QString text);
-    int setdatSet(QString text);
-    int setgoID(QString text);
+    int setgocbRef(QString text); ///< GOOSE control block reference
+    int setdatSet(QString text); ///< dataset reference
+    int setgoID(QString text); ///< GOOSE identifier
     /// @}
 
     /// confRev as decimal text; the low 8 bits are kept.

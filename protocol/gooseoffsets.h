@@ -1,4 +1,5 @@
 /// \file
+/// The record of where the run-time fields of a published GOOSE frame lie.
 #pragma once
 
 #include "lumtar_export.h"
@@ -15,8 +16,8 @@
 class LUMTAR_EXPORT GooseDataOffsetAddr
 {
 public:
-    GooseDataOffsetAddr() = default;
-    ~GooseDataOffsetAddr();
+    GooseDataOffsetAddr() = default; ///< no slots, no arrays
+    ~GooseDataOffsetAddr(); ///< frees the arrays
     Q_DISABLE_COPY(GooseDataOffsetAddr)
 
     /// Allots \a n entry slots, all zero, in place of the present ones. \a n is the number of

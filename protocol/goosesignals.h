@@ -9,7 +9,8 @@
 #include <QString>
 #include <QVector>
 
-/// One change: a byte offset into the frame, a length and the new bytes.
+/// One change: a byte offset into the frame (2 bytes once set, 1 by default), a length (1) and the
+/// new bytes.
 ///
 /// Every setter returns 0 unless it says otherwise. Numbers take the fewest bytes, big-endian.
 class LUMTAR_EXPORT GseSignal_Data
@@ -34,7 +35,16 @@ public:
     QByteArray ShiftData = QByteArrayLiteral("\x00"); ///< new bytes
 };
 
-/// GOOSE signal control command (8c 90 8c 90 09): head, code, StateNum, Group, Num_tag, items.
+/// GOOSE signal control command (8c 90 8c 90 09).
+///
+/// | Offset | Size | Field |
+/// |---|---|---|
+/// | 0 | 4 | head |
+/// | 4 | 1 | code |
+/// | 5 | 1 | StateNum |
+/// | 6 | 1 | Group |
+/// | 7 | 1 | Num_tag, empty until it is set |
+/// | 8 | ... | items |
 ///
 /// Numbers take the fewest bytes, big-endian; setters return 0 unless they say otherwise.
 class LUMTAR_EXPORT GseSignal_Contral_UP
@@ -59,8 +69,17 @@ public:
     int DatavalueSize = 6; ///< items that data() takes
 };
 
-/// Earlier form of the GOOSE signal control command (8c 90 8c 90 09): head, code, StateNum, Group,
-/// ShiftingAdd, DateLenth, items.
+/// Earlier form of the GOOSE signal control command (8c 90 8c 90 09).
+///
+/// | Offset | Size | Field |
+/// |---|---|---|
+/// | 0 | 4 | head |
+/// | 4 | 1 | code |
+/// | 5 | 1 | StateNum |
+/// | 6 | 1 | Group |
+/// | 7 | 2 | ShiftingAdd, low byte first |
+/// | 9 | 2 | DateLenth, low byte first |
+/// | 11 | ... | items |
 ///
 /// Setters return 0 unless they say otherwise.
 class LUMTAR_EXPORT GseSignal_Contral

@@ -77,8 +77,15 @@ public:
     QByteArray code = QByteArrayLiteral("\x04"); ///< subcode
 };
 
-/// GOOSE stream description (8c 90 8c 90 05): head, code, Goose_count, Goose_Sequence,
-/// Goose_utcShitf; 8 bytes while every value fits one.
+/// GOOSE stream description (8c 90 8c 90 05): 8 bytes while every value fits one.
+///
+/// | Offset | Size | Field |
+/// |---|---|---|
+/// | 0 | 4 | head |
+/// | 4 | 1 | code |
+/// | 5 | 1 | Goose_count |
+/// | 6 | 1 | Goose_Sequence |
+/// | 7 | 1 | Goose_utcShitf |
 ///
 /// Each setter stores its value in the fewest bytes, big-endian (two from 256 on, eight for a
 /// negative value), and returns 0.

@@ -1,4 +1,5 @@
 /// \file
+/// The command that subscribes to a GOOSE stream of the device under test.
 #pragma once
 
 #include "lumtar_export.h"
@@ -27,11 +28,11 @@ public:
 
     /// Group number, in the fewest bytes, big-endian. Returns 0.
     int setGroupNUM(int v);
-    /// Light port, 1 to 8: bits 7-5 of LightPort become \a p - 1. Returns 0; -1 for a negative
-    /// port, which changes nothing.
+    /// Light port, 1 to 8 (others wrap): bits 7-5 of LightPort become \a p - 1. Returns 0; -1 for a
+    /// negative port, which changes nothing.
     int setLightPort(int p);
-    /// Light group on that port, 1 to 31: bits 4-0 of LightPort. Returns 0; -1 for a negative
-    /// group, which changes nothing.
+    /// Light group on that port, 1 to 31 (the low five bits are kept): bits 4-0 of LightPort.
+    /// Returns 0; -1 for a negative group, which changes nothing.
     int setCurrentLigthGROUP(int g);
     /// APPID of the subscribed stream as decimal text; its low 16 bits are kept. Returns 1.
     int setAppId(QString text);

@@ -29,9 +29,11 @@ public:
 
 /// Sampled-value frame (IEC 61850-9-2, 8.5) and the command that downloads it to the board.
 ///
-/// The download command is 8c 91 8c 91, Message_count, Message_flag, Message_length and the
-/// Ethernet frame from the destination MAC address on, without frame check sequence. Frame offsets
-/// count from the first byte of that address. In the frame every number is big-endian.
+/// The download command is 8c 91 8c 91, Message_count (byte 4), Message_flag (5), Message_length
+/// (7) and, from byte 9 on, the Ethernet frame from the destination MAC address on, without frame
+/// check sequence: its fields in the order of the members TPID to SeqData_Vector below, after both
+/// addresses. Frame offsets count from the first byte of the destination MAC address. In the frame
+/// every number is big-endian.
 class LUMTAR_EXPORT Message_9_2
 {
 public:
@@ -72,10 +74,10 @@ public:
     /// The content length in bytes goes into the field in BER form. Each returns 0; -1 for a
     /// negative length, changing nothing.
     /// @{
-    int setSeqData_length(int n);
-    int setASDU_length(int n);
-    int setseqASDU_Length(int n);
-    int setsavPdu_Length(int n);
+    int setSeqData_length(int n); ///< 8 bytes per dataset entry
+    int setASDU_length(int n); ///< from the svID's tag on
+    int setseqASDU_Length(int n); ///< from the ASDU's tag on
+    int setsavPdu_Length(int n); ///< from the noASDU's tag on
     /// @}
     /// Sets Length to \a n (bytes of the reserved words and the APDU) + 4. A sum outside 0 to 65535
     /// changes nothing. Returns 0.
