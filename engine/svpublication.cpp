@@ -12,19 +12,22 @@ namespace {
 
 using UpperCaseName = QVarLengthArray<char16_t, 32>;
 
-/// What QString::toUpper() gives, without a copy on the heap for the usual name.
+/// What QString::toUpper() gives; for the usual name, in ASCII, without a copy on the heap, since a
+/// large configuration has more than a thousand of them.
 UpperCaseName upperCase(const QString &name)
 {
     UpperCaseName upper;
     for (const QChar c : name) {
-        if (c.unicode() > 0x7f) { // may become several characters
-            const QString text = name.toUpper();
+        const char16_t unit = c.unicode();
+        if (unit > 0x7f) { // may become several characters
             upper.clear();
-            upper.append(reinterpret_cast<const char16_t *>(text.utf16()),
-                         static_cast<int>(text.size()));
+            const QString text = name.toUpper();
+            for (const QChar u : text)
+                upper.append(u.unicode());
             return upper;
         }
-        upper.append(c.toUpper().unicode());
+        upper.append(unit >= u'a' && unit <= u'z' ? static_cast<char16_t>(unit - u'a' + u'A')
+                                                  : unit);
     }
     return upper;
 }
@@ -41,9 +44,11 @@ int channelKindOf(std::u16string_view name)
     int kind = kNoAnalogSource;
     for (size_t i = 0; i + 2 < name.size(); ++i) {
         const size_t group = kGroups.find(name[i + 2]);
+        if (group == kNone) // most end here
+            continue;
         const size_t quantity = kQuantities.find(name[i]);
         const size_t phase = kPhases.find(name[i + 1]);
-        if (group == kNone || quantity == kNone || phase == kNone)
+        if (quantity == kNone || phase == kNone)
             continue;
         const size_t rank = 8 * group + 4 * quantity + phase;
         if (rank < firstRank) {
