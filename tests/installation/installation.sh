@@ -1,0 +1,74 @@
+#!/usr/bin/env bash
+# Uses an installation of the build as another project would.
+#
+# usage: installation.sh files|cmake|pkgconfig
+#   files      installs, moves everything to another place and looks at it
+#   cmake      builds the consumer there with find_package, and runs it
+#   pkgconfig  the same with pkg-config and make
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+readonly prefix=$SCRATCH/prefix
+readonly example=$prefix/share/doc/lumtar/examples/feeder-bay.xml
+
+check_files() {
+    local first=$SCRATCH/first-prefix
+    rm -rf "$first" "$prefix"
+    "$CMAKE" --install "$BUILD" --prefix "$first" >/dev/null
+    mv "$first" "$prefix"
+
+    local leaks
+    leaks=$(grep -rIlF -e "$first" -e "$SOURCE" -e "$BUILD" "$prefix" || true)
+    expect_equal "installed files that name a place of the build" "$leaks" ""
+    local soname
+    soname=$(readelf -d "$prefix/$LIBDIR/liblumtar.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
+    expect_equal "name that programs ask the library by" "$soname" "liblumtar.so.${VERSION%%.*}"
+    cmp "$prefix/share/lumtar/lumtar.lua" "$SOURCE/tools/wireshark/lumtar.lua"
+
+    local program
+    for program in lumtarctl lumtar-board; do
+        expect_equal "version" "$("$prefix/bin/$program" --version)" "$program $VERSION"
+    done
+}
+
+build_with_cmake() {
+    local project=$SCRATCH/cmake-consumer
+    rm -rf "$project"
+    cp -r consumer "$project"
+    "$CMAKE" -S "$project" -B "$project/build" \
+        -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_PREFIX_PATH="$prefix"
+    "$CMAKE" --build "$project/build"
+    "$project/build/consumer" "$example"
+
+    # A later major version does not replace an earlier one.
+    local earlier=$((${VERSION%%.*} - 1)).9 output
+    sed -i "s/find_package(Lumtar [0-9]*/find_package(Lumtar $earlier/" "$project/CMakeLists.txt"
+    if output=$("$CMAKE" -S "$project" -B "$project/build" 2>&1); then
+        fail "version $VERSION passed for $earlier"
+    fi
+    [[ $output == *"version: $VERSION"* ]] || fail "no word of the version at hand: $output"
+}
+
+build_with_pkgconfig() {
+    command -v pkg-config >/dev/null || skip "pkg-config is not installed"
+    local project=$SCRATCH/pkgconfig-consumer
+    rm -rf "$project"
+    cp -r consumer "$project"
+    export PKG_CONFIG_PATH=$prefix/$LIBDIR/pkgconfig
+    expect_equal "version" "$(pkg-config --modversion lumtar)" "$VERSION"
+    make -C "$project" CXX="$CXX"
+    LD_LIBRARY_PATH=$prefix/$LIBDIR "$project/consumer" "$example"
+
+    # The consumer includes the whole interface: a header that it does not reach is internal.
+    local flags reached
+    read -ra flags <<<"$(pkg-config --cflags lumtar)"
+    reached=$("$CXX" -M "${flags[@]}" consumer/main.cpp |
+        grep -o '/include/lumtar/[^ ]*' | sed 's|.*/||' | sort -u)
+    expect_equal "public headers" "$(ls "$prefix/include/lumtar")" "$reached"
+}
+
+case ${1:-} in
+files) check_files ;;
+cmake) build_with_cmake ;;
+pkgconfig) build_with_pkgconfig ;;
+*) fail "usage: $0 files|cmake|pkgconfig" ;;
+esac
