@@ -2,12 +2,14 @@
 
 #include "boardsession.h"
 #include "configurationcheck.h"
+#include "configurationreport.h"
 #include "failures.h"
 #include "sequencefile.h"
 #include "terminal.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>
+#include <QJsonDocument>
 
 namespace {
 
@@ -16,11 +18,12 @@ const QString configOption = QStringLiteral("config");
 const QString sequenceOption = QStringLiteral("sequence");
 const QString localPortOption = QStringLiteral("local-port");
 const QString whichOption = QStringLiteral("which");
+const QString jsonOption = QStringLiteral("json");
 
 struct OptionText
 {
     const QString &name;
-    const char *valueName;
+    const char *valueName; ///< empty for an option without a value
     const char *description;
     const char *defaultValue;
 };
@@ -31,6 +34,7 @@ const OptionText optionTexts[] = {
     {sequenceOption, "FILE", "State sequence (JSON) to execute.", ""},
     {localPortOption, "N", "Local UDP port, 1 to 65534; the next one is tried too.", "2002"},
     {whichOption, "N", "Number of the status to read, 0 to 255.", "0"},
+    {jsonOption, "", "Prints one JSON document instead of tables.", ""},
 };
 
 int number(const QCommandLineParser &options, const QString &name, int least, int most)
@@ -61,6 +65,23 @@ struct Endpoint
     int localPort = 0;
 };
 
+/// Throws the first error; else tells the first warnings.
+void expectNoErrors(const ConfigurationProblems &problems)
+{
+    constexpr int kTold = 5;
+    const QString all = QStringLiteral("lumtarctl check %1 shows all").arg(problems.file());
+    const testconfiguration::Remarks sorted = problems.sorted();
+    for (const testconfiguration::Remark &each : sorted) {
+        if (each.severity == testconfiguration::Remark::Error)
+            throw InputError{problems.toString(each)
+                             + (sorted.size() > 1 ? QStringLiteral(" (%1)").arg(all) : QString())};
+    }
+    for (const testconfiguration::Remark &each : sorted.mid(0, kTold))
+        complain(problems.toString(each));
+    if (problems.warnings() > kTold)
+        complain(QStringLiteral("%1 more warnings; %2").arg(problems.warnings() - kTold).arg(all));
+}
+
 void describe(const Sequence &sequence)
 {
     for (int i = 0; i < sequence.steps.size(); ++i) {
@@ -78,7 +99,7 @@ void describe(const Sequence &sequence)
     }
 }
 
-void runSequence(const QCommandLineParser &options)
+int runSequence(const QCommandLineParser &options)
 {
     const Endpoint endpoint(options);
     const QString configPath = options.value(configOption);
@@ -87,8 +108,7 @@ void runSequence(const QCommandLineParser &options)
     const Sequence sequence = readSequence(options.value(sequenceOption));
 
     const int samplesPerSecond = sequence.samplesPerCycle * sequence.nominalFrequency;
-    for (const QString &warning : checkConfiguration(configPath, samplesPerSecond))
-        complain(QStringLiteral("warning: ") + warning);
+    expectNoErrors(checkConfiguration(configPath, samplesPerSecond).problems);
 
     BoardSession session;
     apply(sequence, session.engine);
@@ -104,9 +124,10 @@ void runSequence(const QCommandLineParser &options)
                           QStringLiteral("executing ") + sequenceName);
     say(QStringLiteral("started %1: %2 steps").arg(sequenceName).arg(engine.stepCount));
     describe(sequence);
+    return 0;
 }
 
-void readStatus(const QCommandLineParser &options)
+int readStatus(const QCommandLineParser &options)
 {
     const Endpoint endpoint(options);
     const int which = number(options, whichOption, 0, 255);
@@ -121,15 +142,34 @@ void readStatus(const QCommandLineParser &options)
             .arg(which)
             .arg(size)
             .arg(QString::fromLatin1(bytes.toHex(' '))));
+    return 0;
 }
 
-void stopBoard(const QCommandLineParser &options)
+int stopBoard(const QCommandLineParser &options)
 {
     const Endpoint endpoint(options);
     BoardSession session;
     session.open(endpoint.board, endpoint.localPort);
     session.expectSuccess(session.engine.StopExec(), QStringLiteral("stopping"));
     say(QStringLiteral("stopped"));
+    return 0;
+}
+
+int checkFile(const QCommandLineParser &options)
+{
+    constexpr int kHasWarnings = 1;
+    constexpr int kHasErrors = 2;
+    const LumtarEngine defaults;
+    const CheckedConfiguration configuration =
+        checkConfiguration(options.positionalArguments().value(1),
+                           defaults.samplesPerCycle * defaults.nominalFrequency);
+    const QString report = options.isSet(jsonOption)
+        ? QString::fromUtf8(QJsonDocument(toJson(configuration)).toJson())
+        : toText(configuration);
+    say(report.trimmed());
+    if (configuration.problems.errors() > 0)
+        return kHasErrors;
+    return configuration.problems.warnings() > 0 ? kHasWarnings : 0;
 }
 
 } // namespace
@@ -139,25 +179,38 @@ const QList<Command> &commands()
     static const QList<Command> all{
         {QStringLiteral("run"),
          QStringLiteral("Loads a test configuration and executes a state sequence."),
+         {},
          {boardOption, configOption, sequenceOption},
          {localPortOption},
          runSequence},
         {QStringLiteral("status"),
          QStringLiteral("Reads a status of the board."),
+         {},
          {boardOption},
          {whichOption, localPortOption},
          readStatus},
         {QStringLiteral("stop"),
          QStringLiteral("Stops the board."),
+         {},
          {boardOption},
          {localPortOption},
          stopBoard},
+        {QStringLiteral("check"),
+         QStringLiteral("Tells what a test configuration publishes and subscribes to, and what is "
+                        "wrong with it; needs no board. Exit status 0, 1 for warnings, 2 for "
+                        "errors."),
+         QStringLiteral("FILE"),
+         {},
+         {jsonOption},
+         checkFile},
     };
     return all;
 }
 
 void addOptions(QCommandLineParser &parser, const Command &command)
 {
+    if (!command.argument.isEmpty())
+        parser.addPositionalArgument(command.argument, QStringLiteral("Test configuration (XML)."));
     for (const OptionText &text : optionTexts) {
         if (command.required.contains(text.name) || command.optional.contains(text.name))
             parser.addOption({text.name, QLatin1String(text.description),
@@ -167,7 +220,10 @@ void addOptions(QCommandLineParser &parser, const Command &command)
 
 void checkOptions(const QCommandLineParser &parser, const Command &command)
 {
-    const QStringList surplus = parser.positionalArguments().mid(1);
+    const int expected = command.argument.isEmpty() ? 1 : 2; // the command itself comes first
+    if (parser.positionalArguments().size() < expected)
+        throw InputError{QStringLiteral("%1 needs %2").arg(command.name, command.argument)};
+    const QStringList surplus = parser.positionalArguments().mid(expected);
     if (!surplus.isEmpty())
         throw InputError{QStringLiteral("unexpected argument \"%1\"").arg(surplus.first())};
     for (const QString &name : command.required + command.optional) {

@@ -12,17 +12,18 @@ struct Command
 {
     QString name;
     QString summary;
+    QString argument; ///< name of the one that must be given besides options; may be empty
     QStringList required; ///< names of options that must be given
     QStringList optional;
-    /// Runs the command. Throws InputError or BoardError.
-    void (*run)(const QCommandLineParser &options);
+    /// Runs the command; returns the exit status. Throws InputError or BoardError.
+    int (*run)(const QCommandLineParser &options);
 };
 
 /// All commands.
 [[nodiscard]] const QList<Command> &commands();
 
-/// Declares the options of \a command.
+/// Declares the options and the argument of \a command.
 void addOptions(QCommandLineParser &parser, const Command &command);
-/// Refuses a required option that is missing, an option given twice, and arguments besides the
-/// command.
+/// Refuses a required option or an argument that is missing, an option given twice, and further
+/// arguments.
 void checkOptions(const QCommandLineParser &parser, const Command &command);

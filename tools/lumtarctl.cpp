@@ -36,7 +36,7 @@ void describe(QCommandLineParser &parser, const Command *command)
         parser.addPositionalArgument(each.name, each.summary, QStringLiteral(" "));
 }
 
-void run(const QStringList &arguments)
+int run(const QStringList &arguments)
 {
     const QString name = arguments.value(1);
     const auto found = std::find_if(commands().begin(), commands().end(),
@@ -57,8 +57,9 @@ void run(const QStringList &arguments)
         throw InputError{QStringLiteral("a command is missing; see lumtarctl --help")};
     } else {
         checkOptions(parser, *command);
-        command->run(parser);
+        return command->run(parser);
     }
+    return 0;
 }
 
 } // namespace
@@ -69,7 +70,7 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(QStringLiteral("lumtarctl"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));
     try {
-        run(QCoreApplication::arguments());
+        return run(QCoreApplication::arguments());
     } catch (const InputError &error) {
         complain(error.message);
         return kBadInput;
@@ -77,5 +78,4 @@ int main(int argc, char *argv[])
         complain(error.message);
         return kBoardFailed;
     }
-    return 0;
 }

@@ -3,16 +3,21 @@
 #include <algorithm>
 #include <cstdio>
 
+QString printable(QString text)
+{
+    std::replace_if(
+        text.begin(), text.end(), [](QChar c) { return c.category() == QChar::Other_Control; },
+        QLatin1Char('?'));
+    return text;
+}
+
 void say(const QString &line)
 {
     std::fputs((line + QLatin1Char('\n')).toLocal8Bit().constData(), stdout);
     std::fflush(stdout);
 }
 
-void complain(QString message)
+void complain(const QString &message)
 {
-    std::replace_if(
-        message.begin(), message.end(),
-        [](QChar c) { return c.category() == QChar::Other_Control; }, QLatin1Char('?'));
-    std::fprintf(stderr, "lumtarctl: %s\n", message.toLocal8Bit().constData());
+    std::fprintf(stderr, "lumtarctl: %s\n", printable(message).toLocal8Bit().constData());
 }

@@ -4,8 +4,11 @@
 
 #include <QString>
 
+/// \a text on one line, whatever a file put into it: control characters become "?".
+[[nodiscard]] QString printable(QString text);
+
 /// Prints a line on stdout.
 void say(const QString &line);
 
 /// Prints "lumtarctl: MESSAGE" on stderr, on one line whatever a file or an argument put into it.
-void complain(QString message);
+void complain(const QString &message);

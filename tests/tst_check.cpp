@@ -1,0 +1,257 @@
+// "lumtarctl check": what it shows of a configuration, what it says about faulty ones, and where.
+
+#include "testsupport.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace testsupport;
+
+namespace {
+
+const char *const kGood = R"(<?xml version="1.0" encoding="UTF-8"?>
+<!-- 间隔 --><ied desc="间隔">
+  <in_smv chNums="2" portindex="1" vlan="065" priority="4" confRev="1" appid="16385"
+          mac="01-0C-CD-04-00-01" svId="MU01">
+    <chninfo channel="DelayTRtg" delayt="750" quality="0"/>
+    <chninfo channel="Ia1" quality="00000000"/>
+  </in_smv>
+  <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" portindex="2" vlan="0" priority="0" confRev="1"/>
+  <in_goose portindex="3">
+    <goose gcRef="A" datSet="B" goId="C" mac="01-0C-CD-01-00-11" vLan="00C" priority="4" appid="17" confRev="1" t0="5000" datCount="3">
+      <entry gstype_tp="13"/>
+      <entry gstype_tp="1" desc="间隔>"/>  <entry gstype_tp="3"/>
+    </goose>
+    <mapinfo Which="1" Pos="1"/>
+    <mapinfo Which="2" Pos="2"/>
+  </in_goose>
+  <In_Goose portindex="3">
+    <goose gcRef="D" datSet="E" goId="F" mac="01-0C-CD-01-00-12" vLan="00C" priority="4" appid="18" confRev="1" t0="5000" datCount="0"/>
+  </In_Goose>
+  <goose portIndex="1" appid="257" datCount="4">
+    <mapinfo Which="3" Pos="2"/>
+    <mapinfo Which="4" Pos="3"/>
+  </goose>
+</ied>
+)";
+
+/// Takes the marks "^" out of \a text and gives their places, "LINE:COLUMN".
+QStringList takeMarks(QString &text)
+{
+    QStringList places;
+    for (auto at = text.indexOf(QLatin1Char('^')); at >= 0; at = text.indexOf(QLatin1Char('^'))) {
+        text.remove(at, 1);
+        const QString before = text.left(at);
+        places += QStringLiteral("%1:%2")
+                      .arg(before.count(QLatin1Char('\n')) + 1)
+                      .arg(before.size() - before.lastIndexOf(QLatin1Char('\n')));
+    }
+    return places;
+}
+
+/// The members of \a object that \a keys names.
+QJsonArray members(const QJsonValue &object, const char *keys)
+{
+    QJsonArray result;
+    for (const QString &key : QString::fromLatin1(keys).split(QLatin1Char(' ')))
+        result += object.toObject()[key];
+    return result;
+}
+
+} // namespace
+
+class TestCheck : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void tellsProblems_data();
+    void tellsProblems();
+    void refusesUnreadableFiles();
+    void countsWhatItDoesNotShow();
+    void showsTheExample();
+    void runTellsWarningsAndGoesOn();
+
+private:
+    void lumtarctl(const QStringList &arguments);
+    QJsonObject check(const QString &file);
+
+    QTemporaryDir m_directory;
+    const QString m_file = m_directory.filePath(QString::fromUtf8("\u95f4\u9694.xml"));
+    int m_exitStatus = -1;
+    QByteArray m_output;
+    QString m_errors;
+};
+
+void TestCheck::lumtarctl(const QStringList &arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral(LUMTARCTL), arguments);
+    m_exitStatus = process.waitForFinished() && process.exitStatus() == QProcess::NormalExit
+        ? process.exitCode()
+        : -1;
+    m_output = process.readAllStandardOutput();
+    m_errors = QString::fromLocal8Bit(process.readAllStandardError());
+}
+
+/// The JSON document, which has to be all that is printed.
+QJsonObject TestCheck::check(const QString &file)
+{
+    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), file});
+    return m_errors.isEmpty() ? QJsonDocument::fromJson(m_output).object() : QJsonObject();
+}
+
+void TestCheck::tellsProblems_data()
+{
+    // name | text of kGood | what it is replaced with, "^" at the place of every problem, LONG for
+    // 150 letters | every problem in the order of their places: its severity and a part of it
+    QTest::addColumn<QStringList>("row");
+    const QString table = QStringLiteral(R"(
+        misspelt on SV | <in_smv chNums="2" portindex | ^<in_smv chNums="2" ^portIndex | error: portindex of in_smv is missing and counts as 0; allowed is 1 to 8 | warning: portIndex of in_smv is not read; did you mean portindex?
+        unknown attribute | svId="MU01" | svId="MU01" ^colour="red" | warning: attribute colour of in_smv
+        unknown element | <in_goose p | ^<in_gose/><in_goose p | warning: element in_gose
+        no frame | <in_goose p | ^<in_goose portindex="1"/><in_goose p | error: has no goose
+        two frames | <mapinfo Which="1" | ^<goose gcRef="x" datSet="x" goId="x" mac="01-0C-CD-01-00-33" vLan="0" priority="0" appid="1" confRev="1" t0="1" datCount="0"/><mapinfo Which="1" | error: only the first goose
+        port | portindex="2" | ^portindex="9" | error: portindex of in_smv is "9"
+        VLAN of 13 bits | vlan="065" | ^vlan="1000" | error: vlan of in_smv is "1000"; allowed is 0 to FFF, hexadecimal
+        hexadecimal appid | appid="16385" | ^appid="0x4001" | error: appid of in_smv is "0x4001"; allowed is 0 to 65535
+        APPID of SV | appid="16385" | ^appid="32768" | warning: appid 32768 (0x8000) is outside 16384 to 32767, which IEC 61850-9-2 recommends
+        MAC of five bytes | mac="01-0C-CD-04-00-01" | ^mac="01-0C-CD-04-00" | error: mac of in_smv is
+        MAC of odd digits | mac="01-0C-CD-04-00-01" | ^^mac="01-0C-CD-4-00-01" | error: mac of in_smv is | warning: mac 00-10-CC-D4-00-01 is outside
+        MAC with colons | mac="01-0C-CD-04-00-01" | ^mac="01:0C:CD:04:00:01" | warning: mac of in_smv is
+        MAC of SV | mac="01-0C-CD-04-00-01" | ^mac="01-0C-CD-04-02-00" | warning: outside 01-0C-CD-04-00-00 to 01-0C-CD-04-01-FF
+        same address twice | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" | ^<in_smv svId="MU02" appid="16385" mac="01-0C-CD-04-00-01" | warning: the same SV destination MAC and APPID as in line 3
+        same svID twice | <in_smv svId="MU02" | ^<in_smv svId="MU01" | warning: the same svID as in line 3
+        same subscription twice | </ied> | ^<goose portIndex="1" appid="257" datCount="1"><mapinfo Which="1" Pos="1"/></goose></ied> | warning: the same port and APPID
+        svID beyond ASCII | svId="MU01" | ^svId="间" | warning: besides printable ASCII
+        frame too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^<in_smv svId="MU2" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="182" | warning: the frame of 1519 bytes | warning: 0 chninfo
+        command too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^^<in_smv svId="MU02xxxx" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="189" | warning: the frame | error: a command of 1589 bytes; the most is 1588 | warning: 0 chninfo
+        surplus channel | <in_smv chNums="2" | ^<in_smv chNums="1" | error: 1 chninfo beyond the 1
+        refused stream | <in_smv chNums="2" | ^<in_smv chNums="256" | error: refused, chNums 256
+        delay of a current | "Ia1" q | "Ia1" ^delayt="1" q | warning: delayt of chninfo is not read in a channel without DelayT
+        delay missing | <chninfo channel="DelayTRtg" delayt="750" | ^<chninfo channel="DelayTRtg" | warning: delayt of chninfo is missing
+        lifetime 0 | t0="5000" | ^t0="0" | warning: timeAllowedtoLive
+        surplus entry | <entry gstype_tp="3"/> | <entry gstype_tp="3"/>^<entry gstype_tp="1"/> | error: 1 entries beyond the 3
+        entry missing | datCount="3" | ^datCount="4" | error: datCount is 4, but there are 3 entries
+        unknown type | gstype_tp="3" | ^gstype_tp="8" | error: gstype_tp of entry is "8", which is no known type code
+        type missing | <entry gstype_tp="3"/> | ^<entry/> | error: gstype_tp of entry is missing
+        integer bound | <mapinfo Which="2" Pos="2" | ^<mapinfo Which="2" Pos="3" | error: Pos 3 names no boolean
+        output bound twice | <mapinfo Which="2" | ^<mapinfo Which="1" | warning: output 1 was bound to entry 1 of GOOSE stream 0
+        entry bound twice | <mapinfo Which="2" Pos="2" | ^<mapinfo Which="2" Pos="1" | warning: Pos 1 is bound to output 1 too
+        stNum out of reach | <goose gcRef="A" datSet="B" | ^^^<goose ^gcRef="LONG" ^datSet="LONG" | warning: t is at byte 345 | warning: sqNum is at byte 361 | error: stNum is at byte 355 | warning: has 150 characters | warning: has 150 characters
+        stNum without binding | <goose gcRef="D" datSet="E" | ^^^<goose ^gcRef="LONG" ^datSet="LONG" | warning: t is at | warning: sqNum is at | warning: stNum is at | warning: has 150 | warning: has 150
+        Which of a subscription | Which="3" | ^Which="5" | error: Which 5 is above 4
+        nothing mapped | </ied> | ^<goose portIndex="1" appid="258" datCount="1"/></ied> | error: maps no entry
+        mapped twice | Which="4" Pos="3" | Which="4" ^Pos="2" | error: Pos 2 is mapped twice
+        mapped backwards | Which="4" Pos="3" | Which="4" ^Pos="1" | warning: Pos 1 is listed after Pos 2
+        long subscription | <goose portIndex="1" appid="257" datCount="4" | ^<goose portIndex="1" appid="257" datCount="3153" | error: a command of 1589 bytes; the most is 1588)");
+    for (const QString &line : table.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        QStringList cells = line.split(QLatin1String(" | "));
+        QTest::newRow(qPrintable(cells[0].trimmed())) << QStringList(cells.mid(1));
+    }
+}
+
+void TestCheck::tellsProblems()
+{
+    QFETCH(QStringList, row);
+    QString text = QString::fromUtf8(kGood);
+    QVERIFY(text.contains(row[0]));
+    text.replace(text.indexOf(row[0]), row[0].size(), row[1]);
+    text.replace(QLatin1String("LONG"), QString(150, QLatin1Char('x')));
+    const QStringList places = takeMarks(text);
+    QCOMPARE(places.size(), row.size() - 2);
+    QVERIFY(writeFile(m_file, text.toUtf8()));
+
+    const QJsonArray problems = check(m_file)[QLatin1String("problems")].toArray();
+    const bool hasErrors = row.mid(2).join(QLatin1Char('|')).contains(QLatin1String("error: "));
+    QCOMPARE(m_exitStatus, hasErrors ? 2 : 1);
+    const QByteArray all = QJsonDocument(problems).toJson();
+    QVERIFY2(problems.size() == places.size(), all.constData());
+    lumtarctl({QStringLiteral("check"), m_file});
+    for (int i = 0; i < places.size(); ++i) {
+        const QJsonArray told = members(problems[i], "line column severity text");
+        const QString place = QStringLiteral("%1:%2").arg(told[0].toInt()).arg(told[1].toInt());
+        const QString line = QStringLiteral(": %1: %2").arg(told[2].toString(), told[3].toString());
+        const QStringList expected = row[i + 2].split(QLatin1String(": "));
+        QVERIFY2(place == places[i] && line.startsWith(QLatin1String(": ") + expected[0])
+                     && line.contains(expected[1]),
+                 all.constData());
+        QVERIFY2(m_output.contains((m_file + QLatin1Char(':') + place + line).toUtf8()),
+                 m_output.constData());
+    }
+}
+
+void TestCheck::refusesUnreadableFiles()
+{
+    for (const char *content : {"<ied>\n<goose></ied>", "\n<scl/>"}) {
+        QVERIFY(writeFile(m_file, content));
+        const QJsonArray problems = check(m_file)[QLatin1String("problems")].toArray();
+        QCOMPARE(m_exitStatus, 2);
+        QCOMPARE(problems.size(), 1);
+        QCOMPARE(problems[0].toObject()[QLatin1String("line")].toInt(), 2);
+    }
+    QFile::remove(m_file);
+    lumtarctl({QStringLiteral("check"), m_file});
+    QCOMPARE(m_exitStatus, 2);
+    QVERIFY(m_output.startsWith(m_file.toUtf8() + ": error: no such file\n"));
+}
+
+void TestCheck::countsWhatItDoesNotShow()
+{
+    QVERIFY(writeFile(m_file, "<ied>" + QByteArray("<x/>").repeated(3000) + "<goose/></ied>"));
+    const QJsonObject result = check(m_file);
+    QCOMPARE(members(result, "errors warnings"), QJsonArray({1, 3000 + 3}));
+    QCOMPARE(result[QLatin1String("problems")].toArray().size(), 1000 + 1);
+}
+
+void TestCheck::showsTheExample()
+{
+    // As the board made of software reports what it receives.
+    const QStringList expected = QStringLiteral(R"(
+0 1 01-0C-CD-04-00-01 101 (0x065) 4 16385 (0x4001) 22 254 263
+Stream 0 svID E1Q01MU01/LLN0.MSVCB01 confRev 1 smpCnt at 64 dataset at 78 channels 1:DelayTRtg=750 2:Ia1=Ia1
+10:MeasIa1=Ia1
+22:SyncV2=–
+1 3 01-0C-CD-01-00-12 12 (0x00c) 4 18 (0x0012) 4 10000 154 163
+datSet E1Q00BP01/LLN0$dsTrip goID E1Q00BP01.Trip confRev 1 t at 98 stNum at 108 sqNum at 114 dataset 1-2 boolean 3 integer 4 UTC time
+3 0 5 boolean 4 1 2 boolean
+2 1 2 258 (0x0102) 4 14
+Group 2 entry→logic input 1→4 3→5
+0 errors, 0 warnings)")
+                                     .split(QLatin1Char('\n'), Qt::SkipEmptyParts);
+    const QString example = QFINDTESTDATA("../examples/feeder-bay.xml");
+    lumtarctl({QStringLiteral("check"), example});
+    QCOMPARE(m_exitStatus, 0);
+    for (const QString &each : expected)
+        QVERIFY2(QString::fromUtf8(m_output).simplified().contains(each), qPrintable(each));
+
+    const QJsonObject all = check(example);
+    QCOMPARE(members(all, "errors warnings problems"), QJsonArray({0, 0, QJsonArray()}));
+    QCOMPARE(members(all[QLatin1String("gooseStreams")].toArray()[1],
+                     "port destinationMac vlanId appId gocbRef stNumOffset frameSize"),
+             QJsonArray({3, "01-0C-CD-01-00-12", 12, 18, "E1Q00BP01/LLN0$GO$gocb1", 108, 154}));
+}
+
+void TestCheck::runTellsWarningsAndGoesOn()
+{
+    const SingleRun alone;
+    virtualboard::VirtualBoard board(boardAddress());
+    QVERIFY(
+        board.start()
+        && writeFile(m_file, QByteArray(kGood).replace("01-0C-CD-04-00-01", "01:0C:CD:04:00:01")));
+    lumtarctl({QStringLiteral("run"), QStringLiteral("--board"), boardAddress().toString(),
+               QStringLiteral("--local-port"), QString::number(localPort()),
+               QStringLiteral("--config"), m_file, QStringLiteral("--sequence"),
+               QFINDTESTDATA("../examples/earth-fault.json")});
+    QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
+    QVERIFY2(m_errors.startsWith(QStringLiteral("lumtarctl: %1:4:11: warning: mac of").arg(m_file)),
+             qPrintable(m_errors));
+    QCOMPARE(m_errors.count(QLatin1Char('\n')), 1);
+}
+
+QTEST_GUILESS_MAIN(TestCheck)
+#include "tst_check.moc"

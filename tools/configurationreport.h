@@ -1,0 +1,17 @@
+/// \file
+/// Shows a checked test configuration to people and to programs.
+#pragma once
+
+#include "configurationcheck.h"
+
+#include <QJsonObject>
+#include <QString>
+
+/// Everything about the configuration: svStreams, gooseStreams, outputs (which dataset entry
+/// carries binary outputs 1 to 4; only those that are carried), subscriptions, problems, and the
+/// counts errors and warnings. Offsets count bytes from the first byte of the destination MAC
+/// address; frameSize counts the VLAN tag and not the frame check sequence.
+[[nodiscard]] QJsonObject toJson(const CheckedConfiguration &configuration);
+
+/// The same as tables of plain text, with one line "FILE:LINE:COLUMN: severity: text" per problem.
+[[nodiscard]] QString toText(const CheckedConfiguration &configuration);
