@@ -3,7 +3,7 @@
 QT ?= 6
 PRESET := qt$(QT)
 
-.PHONY: help demo test test-sanitize test-unsigned-char test-arm bench format format-check tidy clean
+.PHONY: help demo test test-sanitize test-unsigned-char test-arm bench docs format format-check tidy clean
 
 help:
 	@echo "make demo            run a test against a board made of software and show what it received"
@@ -12,6 +12,7 @@ help:
 	@echo "make test-unsigned-char  the same with plain char unsigned, as on ARM"
 	@echo "make test-arm        cross-build for 32-bit ARM and run the tests under emulation"
 	@echo "make bench           measure the engine against plain sockets"
+	@echo "make docs            HTML reference and manual in build/docs/html"
 	@echo "make format          format the sources; format-check only looks"
 	@echo "make tidy            static analysis with clang-tidy"
 
@@ -54,6 +55,12 @@ bench:
 	cmake --build --preset bench
 	build/bench/benchmarks/lumtar_benchmarks --benchmark_enable_random_interleaving=true \
 		--benchmark_repetitions=21 --benchmark_min_time=0.1 --benchmark_display_aggregates_only=true
+
+docs:
+	scripts/setup.sh docs
+	rm -rf build/docs
+	mkdir -p build/docs
+	doxygen docs/Doxyfile
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 
