@@ -17,11 +17,13 @@ constexpr qint64 kMaxFileSize = 16 * 1024 * 1024;
 constexpr int kMaxParts = 200000; // elements and attributes
 constexpr int kMaxDepth = 100; // a document tree is taken down recursively
 
-// What the parser does before it can be stopped: an entity reference expands to at most so many
+// What the parser does before it can be stopped: it expands an entity reference to at most so many
 // characters, and it compares each attribute of an element with all others.
 constexpr int kMaxEntitySize = 4096;
 constexpr int kMaxReferences = 4096;
-constexpr int kMaxTagSize = 65536; // bytes from one "<" to the next
+constexpr int kMaxAttributes = 1000; // of one element
+constexpr int kShortPiece = 4096; // bytes that hold fewer
+constexpr int kMaxDeclaredAttributes = 4096; // bytes of their declarations
 
 // A document below both cannot nest dangerously or be huge.
 constexpr int kUninspectedSize = 1024 * 1024;
@@ -70,7 +72,8 @@ void feed(QXmlStreamReader &reader, const XmlText &text)
 struct Glance
 {
     qint64 tags = 0;
-    qint64 longestTag = 0; ///< bytes from one "<" to the next
+    qint64 mostAttributes = 0; ///< of one tag; more than 0 only where they could be many
+    qint64 declaredAttributes = 0; ///< bytes of their declarations
     bool declaresEntities = false;
 };
 
@@ -78,11 +81,19 @@ Glance glanceAt(const QByteArray &utf8)
 {
     Glance glance;
     const char *const end = utf8.constData() + utf8.size();
-    for (const char *tag = utf8.constData(); tag < end; ++glance.tags) {
-        const void *found = std::memchr(tag + 1, '<', static_cast<size_t>(end - tag - 1));
-        const char *next = found ? static_cast<const char *>(found) : end;
-        glance.longestTag = std::max<qint64>(glance.longestTag, next - tag);
-        tag = next;
+    for (const char *piece = utf8.constData(); piece < end; ++glance.tags) {
+        const void *found = std::memchr(piece + 1, '<', static_cast<size_t>(end - piece - 1));
+        const char *const next = found ? static_cast<const char *>(found) : end;
+        if (piece[1] == '!') {
+            const QByteArray declaration =
+                QByteArray::fromRawData(piece, static_cast<int>(next - piece));
+            if (declaration.startsWith("<!ATTLIST"))
+                glance.declaredAttributes += declaration.size();
+        } else if (next - piece > kShortPiece) {
+            glance.mostAttributes =
+                std::max<qint64>(glance.mostAttributes, std::count(piece, next, '='));
+        }
+        piece = next;
     }
     glance.declaresEntities = utf8.contains("<!DOCTYPE");
     return glance;
@@ -130,10 +141,10 @@ std::optional<Remark> inspect(const XmlText &text)
 std::optional<Remark> findExcess(const XmlText &text)
 {
     const Glance glance = glanceAt(text.utf8);
-    if (glance.longestTag > kMaxTagSize)
-        return problem(QStringLiteral("%1 bytes without a tag is above %2")
-                           .arg(glance.longestTag)
-                           .arg(kMaxTagSize));
+    if (glance.mostAttributes > kMaxAttributes
+        || glance.declaredAttributes > kMaxDeclaredAttributes)
+        return problem(
+            QStringLiteral("an element with more than %1 attributes").arg(kMaxAttributes));
     const auto references = std::count(text.utf8.begin(), text.utf8.end(), '&');
     if (glance.declaresEntities && references > kMaxReferences)
         return problem(

@@ -47,7 +47,7 @@ using Remarks = QVector<Remark>; ///< in the order in which they were found
 
 /// The document at \a path: empty, with one error in \a remarks, when the file cannot be read, is
 /// in an unknown encoding, is no well-formed XML, or its root is not `ied`; and when it would not
-/// stay bounded: above 16 MiB, 65536 bytes without a tag, 200000 elements and attributes, 100
+/// stay bounded: above 16 MiB, 1000 attributes of one element, 200000 elements and attributes, 100
 /// levels of elements (looked for in a file above 1 MiB or 10000 tags), 4096 characters of one
 /// entity, 4096 entity references.
 LUMTAR_EXPORT QDomDocument readDocument(const QString &path, Remarks &remarks);

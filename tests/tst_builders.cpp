@@ -416,6 +416,7 @@ void TestBuilders::refused_data()
     UNCHANGED(-1, command, "negative group", setCurrentLigthGROUP(-1));
     UNCHANGED(-1, sv, "one past appending", setChannelProperty(0, 23));
     UNCHANGED(-1, goose, "first index outside the dataset", setData_value(3, 1));
+    UNCHANGED(-1, goose, "first text outside the dataset", setStateData_value(entry, 1));
     UNCHANGED(-1, SeqData(), "nine digits", setQuality(QStringLiteral("123456789")));
     UNCHANGED(-1, SeqData(), "eight digits and a zero", setQuality(QStringLiteral("0 12345678")));
     UNCHANGED(-1, SetdataGoose(), "two parts", setData_value(QStringLiteral("83,01")));

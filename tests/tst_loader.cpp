@@ -157,6 +157,8 @@ private slots:
     void expandingEntities();
     void deepNesting_data();
     void deepNesting();
+    void manyAttributes_data();
+    void manyAttributes();
     void encodings_data();
     void encodings();
     void pathInGbk();
@@ -307,6 +309,9 @@ void TestLoader::configuration_data()
         {kReset, kEmptySvFrame, kEmptySvDescription, kEmptyGooseFrame, kEmptyGooseDescription,
          "ac12ac12 01 01 0000 0000 0100 04"},
         "sv 1 goose 1 group 2 logic 1 light 2 1 1 1 1 outputs - - - -");
+    row("a long comment, long blanks",
+        ied("<!-- " + QByteArray(70000, 'x') + " -->" + QByteArray(70000, ' ')), {kReset},
+        kCountersAtStart);
     row("entities of ordinary size",
         "<!DOCTYPE ied [<!ENTITY mu 'MU'><!ENTITY one '&#48;1'>]>"
             + ied(QByteArray(kSv).replace("MU01", "&mu;0&#x31;")),
@@ -712,6 +717,11 @@ void TestLoader::expandingEntities_data()
     row("large one, many times in an attribute", large,
         "<in_smv svId='" + QByteArray("&e9;").repeated(8000) + "'/>");
     row("large one, many times in the text", large, QByteArray("&e9;").repeated(8000));
+    const QByteArray small = "<!ENTITY e9 '" + QByteArray(4000, 'x') + "'>";
+    row("small one, many times in an attribute", small,
+        "<in_smv svId='" + QByteArray("&e9;").repeated(100000) + "'/>");
+    row("small one, many attributes", small, QByteArray("<in_smv svId='&e9;'/>").repeated(100000));
+    row("small one, many times in the text", small, QByteArray("&e9;").repeated(100000));
     row("itself", "<!ENTITY e9 '&e9;&e9;'>", "<in_smv svId='&e9;'/>");
     row("each other", "<!ENTITY a '&e9;&e9;'><!ENTITY e9 '&a;&a;'>", "&e9;");
     row("default attributes",
@@ -766,6 +776,29 @@ void TestLoader::deepNesting()
     QCOMPARE(load(engine, ied(QByteArray("<a>").repeated(50) + QByteArray("</a>").repeated(50))),
              1);
     COMPARE_BYTES(received(board), frames({kReset}));
+}
+
+// Half a megabyte in one tag must not keep the application waiting.
+void TestLoader::manyAttributes_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    const auto attributes = [](const char *value) {
+        return repeated(40000, [value](int i) { return " a" + QByteArray::number(i) + value; });
+    };
+    QTest::newRow("written") << ied("<in_smv" + attributes("=''") + "/>");
+    QTest::newRow("declared") << "<!DOCTYPE ied [<!ATTLIST in_smv" + attributes(" CDATA ''") + ">]>"
+            + ied("<in_smv/>");
+}
+
+void TestLoader::manyAttributes()
+{
+    QFETCH(QByteArray, file);
+    LumtarEngine engine;
+    const DebugLines caught;
+    QElapsedTimer timer;
+    timer.start();
+    load(engine, file);
+    QVERIFY2(timer.elapsed() < 3000, qPrintable(QString::number(timer.elapsed())));
 }
 
 void TestLoader::encodings_data()
