@@ -14,12 +14,12 @@
 namespace {
 
 constexpr std::uint16_t kBoardPort = 2001;
-constexpr std::array<char, 4> kAcknowledgement {'\x0f', '\x5a', '\xf0', '\xa5'};
+constexpr std::array<char, 4> kAcknowledgement{'\x0f', '\x5a', '\xf0', '\xa5'};
 constexpr int kBufferSize = 1600;
 
 sockaddr_in address(const char *text, std::uint16_t port)
 {
-    sockaddr_in result {};
+    sockaddr_in result{};
     result.sin_family = AF_INET;
     result.sin_port = htons(port);
     inet_pton(AF_INET, text, &result.sin_addr);
@@ -42,8 +42,7 @@ int openSocket(const sockaddr_in &local)
 Responder::Responder()
     : socket_(openSocket(address(kBoardAddress, kBoardPort)))
     , thread([this] { run(); })
-{
-}
+{ }
 
 Responder::~Responder()
 {
@@ -62,7 +61,7 @@ void Responder::run()
 {
     std::array<char, kBufferSize> buffer;
     while (!stopping) {
-        sockaddr_in sender {};
+        sockaddr_in sender{};
         socklen_t senderSize = sizeof sender;
         auto *from = reinterpret_cast<sockaddr *>(&sender);
         const auto size = ::recvfrom(socket_, buffer.data(), buffer.size(), 0, from, &senderSize);
@@ -76,8 +75,7 @@ void Responder::run()
 
 BareLink::BareLink()
     : socket_(openSocket(address("0.0.0.0", 0)))
-{
-}
+{ }
 
 BareLink::~BareLink()
 {
@@ -89,11 +87,11 @@ bool BareLink::exchange(const std::string &datagram)
     static const sockaddr_in board = address(kBoardAddress, kBoardPort);
     ::sendto(socket_, datagram.data(), datagram.size(), 0,
              reinterpret_cast<const sockaddr *>(&board), sizeof board);
-    pollfd readable {socket_, POLLIN, 0};
+    pollfd readable{socket_, POLLIN, 0};
     if (::poll(&readable, 1, 1500) != 1)
         return false;
     std::array<char, kBufferSize> buffer;
-    sockaddr_in sender {};
+    sockaddr_in sender{};
     socklen_t senderSize = sizeof sender;
     return ::recvfrom(socket_, buffer.data(), buffer.size(), 0,
                       reinterpret_cast<sockaddr *>(&sender), &senderSize)

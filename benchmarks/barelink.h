@@ -22,13 +22,13 @@ public:
     /// The datagrams received since the last call.
     std::vector<std::string> takeReceived();
 
-    std::atomic<bool> recording {false};
+    std::atomic<bool> recording{false};
 
 private:
     void run();
 
     int socket_;
-    std::atomic<bool> stopping {false};
+    std::atomic<bool> stopping{false};
     std::vector<std::string> received;
     std::thread thread;
 };

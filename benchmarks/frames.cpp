@@ -18,8 +18,8 @@ void countFrames(benchmark::State &state, Build build)
         benchmark::DoNotOptimize(command);
         allocations += allocationCount() - before;
     }
-    state.counters["allocations"]
-        = benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
+    state.counters["allocations"] =
+        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
 }
 
 void svFrame(benchmark::State &state)

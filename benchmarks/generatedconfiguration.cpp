@@ -6,10 +6,10 @@
 
 namespace {
 
-constexpr std::array<const char *, 22> kChannels {
+constexpr std::array<const char *, 22> kChannels{
     "DelayTRtg", "Ia1", "Ia2", "Ib1", "Ib2", "Ic1", "Ic2", "In1", "In2", "Va1", "Va2",
     "Vb1",       "Vb2", "Vc1", "Vc2", "Vn1", "Vn2", "Ux1", "Ux2", "Uy1", "Uy2", "Uz1"};
-constexpr std::array kEntryTypes {1, 13, 3, 7, 5, 2, 15, 16};
+constexpr std::array kEntryTypes{1, 13, 3, 7, 5, 2, 15, 16};
 
 QString svStream(int number)
 {

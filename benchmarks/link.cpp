@@ -1,5 +1,5 @@
-// The engine's exchanges, sequence and load against plain sockets with the same payload and the same
-// responder.
+// The engine's exchanges, sequence and load against plain sockets with the same payload and the
+// same responder.
 
 #include "barelink.h"
 #include "generatedconfiguration.h"

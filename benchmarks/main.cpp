@@ -1,5 +1,5 @@
-// Runs the benchmarks and prints the ratio of each engine/bare pair, from the medians of repetitions
-// that are interleaved at random: the machine's mood strikes both sides alike.
+// Runs the benchmarks and prints the ratio of each engine/bare pair, from the medians of
+// repetitions that are interleaved at random: the machine's mood strikes both sides alike.
 
 #include <QCoreApplication>
 #include <benchmark/benchmark.h>
