@@ -60,13 +60,13 @@ QVector<OutputBinding> bindingsOf(const QDomElement &element, int stream,
             continue;
         const int output = decimal(child, QStringLiteral("Which"));
         const int position = decimal(child, QStringLiteral("Pos"));
-        if (output < 1 || output > kOutputs || stream >= kSequenceGooseStreams) {
+        if (output < 1 || output > kBinaryOutputs || stream >= kSequenceGooseStreams) {
             remark(remarks, Remark::Error, child,
                    QStringLiteral("ignored, mapinfo with Which %1 in GOOSE stream %2: only outputs "
                                   "1 to %3 can be bound, in streams 0 to %4")
                        .arg(output)
                        .arg(stream)
-                       .arg(kOutputs)
+                       .arg(kBinaryOutputs)
                        .arg(kSequenceGooseStreams - 1));
             continue;
         }

@@ -9,13 +9,13 @@ namespace {
 /// Maps the entries that the `mapinfo` children of \a element name, each onto the next logic
 /// channel.
 QVector<MappedEntry> mapEntries(Goose_command &command, int entries, const QDomElement &element,
-                                const SubscriptionNumbers &numbers, Remarks &remarks)
+                                SubscriptionNumbers numbers, Remarks &remarks)
 {
     QVector<MappedEntry> mapped;
     for (QDomElement child = element.firstChildElement(); !child.isNull();
          child = child.nextSiblingElement()) {
         if (!hasTag(child, QLatin1String("mapinfo"))
-            || decimal(child, QStringLiteral("Which")) > kOutputs)
+            || decimal(child, QStringLiteral("Which")) > kBinaryOutputs)
             continue;
         const int position = decimal(child, QStringLiteral("Pos"));
         if (position < 1 || position > entries) {
@@ -40,7 +40,7 @@ QVector<MappedEntry> mapEntries(Goose_command &command, int entries, const QDomE
 } // namespace
 
 std::optional<Subscription> readSubscription(const QDomElement &element,
-                                             const SubscriptionNumbers &numbers, Remarks &remarks)
+                                             SubscriptionNumbers numbers, Remarks &remarks)
 {
     const auto refuse = [&](const QString &text) {
         remark(remarks, Remark::Error, element, QStringLiteral("refused, ") + text);

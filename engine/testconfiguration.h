@@ -26,7 +26,7 @@ constexpr int kMaxSvChannels = 255; ///< a stream description counts them in one
 constexpr int kMaxGooseStreams = 6; ///< one offset record each
 constexpr int kSequenceGooseStreams = 4; ///< the first ones, which a state sequence can change
 constexpr int kMaxGooseEntries = 65535; ///< in a published or subscribed dataset
-constexpr int kOutputs = 4; ///< binary outputs of a state sequence
+constexpr int kBinaryOutputs = 4; ///< binary outputs of a state sequence
 constexpr int kLightPorts = 5; ///< ports on which GOOSE is subscribed
 constexpr int kMaxLightGroup = 31; ///< on one light port; a subscription has five bits for it
 
@@ -50,7 +50,7 @@ using Remarks = QVector<Remark>; ///< in the order in which they were found
 /// stay bounded: above 16 MiB, 1000 attributes of one element, 200000 elements and attributes, 100
 /// levels of elements (looked for in a file above 1 MiB or 10000 tags), 4096 characters of one
 /// entity, 4096 entity references.
-LUMTAR_EXPORT QDomDocument readDocument(const QString &path, Remarks &remarks);
+[[nodiscard]] LUMTAR_EXPORT QDomDocument readDocument(const QString &path, Remarks &remarks);
 
 /// The characters that the parser sees of the file at \a path, to find the places in it that
 /// remarks name; empty when it cannot be read.
@@ -71,7 +71,7 @@ struct SvPublication
 
 /// Reads an `in_smv` as stream number \a stream, 0 to 63, whose smpCnt wraps at the low 16 bits of
 /// \a samplesPerSecond; nothing when it is refused.
-LUMTAR_EXPORT std::optional<SvPublication>
+[[nodiscard]] LUMTAR_EXPORT std::optional<SvPublication>
 readSvPublication(const QDomElement &element, int stream, int samplesPerSecond, Remarks &remarks);
 
 /// A dataset entry that carries a binary output.
@@ -92,10 +92,9 @@ struct GoosePublication
 
 /// Reads an `in_goose` as stream number \a stream, 0 to 5, and fills the stream's offset record;
 /// nothing when it is refused.
-LUMTAR_EXPORT std::optional<GoosePublication> readGoosePublication(const QDomElement &element,
-                                                                   int stream,
-                                                                   GooseDataOffsetAddr &record,
-                                                                   Remarks &remarks);
+[[nodiscard]] LUMTAR_EXPORT std::optional<GoosePublication>
+readGoosePublication(const QDomElement &element, int stream, GooseDataOffsetAddr &record,
+                     Remarks &remarks);
 
 /// The running numbers of the subscriptions of one configuration.
 struct SubscriptionNumbers
@@ -125,7 +124,7 @@ struct Subscription
 
 /// Reads a `goose` child of the root and advances \a numbers; nothing when it is refused or maps no
 /// entry.
-LUMTAR_EXPORT std::optional<Subscription>
-readSubscription(const QDomElement &element, const SubscriptionNumbers &numbers, Remarks &remarks);
+[[nodiscard]] LUMTAR_EXPORT std::optional<Subscription>
+readSubscription(const QDomElement &element, SubscriptionNumbers numbers, Remarks &remarks);
 
 } // namespace testconfiguration

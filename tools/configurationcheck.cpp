@@ -281,7 +281,7 @@ void Walk::bind(const QDomElement &element, int stream, const GoosePublication &
     QVector<QDomElement> sources;
     for (const QDomElement &each : children(element, QStringLiteral("mapinfo"))) {
         const int output = each.attribute(QStringLiteral("Which")).toInt();
-        if (output >= 1 && output <= kOutputs)
+        if (output >= 1 && output <= kBinaryOutputs)
             sources.append(each);
     }
     for (int i = 0; i < publication.bindings.size(); ++i) {
@@ -336,13 +336,15 @@ void Walk::checkMappings(const QDomElement &element)
     for (const QDomElement &each : children(element, QStringLiteral("mapinfo"))) {
         const QString which = each.attribute(QStringLiteral("Which"));
         const int position = each.attribute(QStringLiteral("Pos")).toInt();
-        if (which.toInt() > kOutputs) {
-            fail(each, QStringLiteral("skipped, Which %1 is above %2").arg(which).arg(kOutputs),
+        if (which.toInt() > kBinaryOutputs) {
+            fail(each,
+                 QStringLiteral("skipped, Which %1 is above %2").arg(which).arg(kBinaryOutputs),
                  QStringLiteral("Which"));
             continue;
         }
         if (!which.isEmpty() && which.toInt() < 1)
-            warn(each, QStringLiteral("Which is %1; usual is 1 to %2").arg(which).arg(kOutputs),
+            warn(each,
+                 QStringLiteral("Which is %1; usual is 1 to %2").arg(which).arg(kBinaryOutputs),
                  QStringLiteral("Which"));
         if (positions.count(position) != 0)
             fail(each,

@@ -49,7 +49,7 @@ struct CheckedConfiguration
     QVector<SvStream> svStreams;
     QVector<GooseStream> gooseStreams;
     QVector<testconfiguration::Subscription> subscriptions;
-    std::array<OutputTarget, testconfiguration::kOutputs> outputs;
+    std::array<OutputTarget, testconfiguration::kBinaryOutputs> outputs;
     ConfigurationProblems problems;
 };
 
