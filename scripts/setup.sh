@@ -2,8 +2,8 @@
 # Installs what the project needs and this machine lacks.
 #
 # usage: scripts/setup.sh GROUP...
-# Groups: qt6, qt5 (compiler, CMake and that version of Qt), test, packages (a deeper look at ours), arm, bench,
-# docs, format.
+# Groups: qt6, qt5 (compiler, CMake and that version of Qt), test, packages (a deeper look at ours),
+# arm, bench, docs, format.
 # LUMTAR_SETUP=no skips it, for systems whose packages go by other names.
 set -euo pipefail
 
