@@ -19,7 +19,7 @@ help:
 demo:
 	scripts/setup.sh qt$(QT)
 	cmake --preset $(PRESET)
-	cmake --build --preset $(PRESET)
+	cmake --build --preset $(PRESET) --target lumtarctl lumtar-board
 	scripts/demo.sh build/$(PRESET)
 
 test:
