@@ -76,12 +76,13 @@ void replay(BareLink &link, const std::vector<std::string> &datagrams)
     }
 }
 
-void exchangeBare(benchmark::State &state)
+template <std::vector<std::string> Bench::*datagrams>
+void replayBare(benchmark::State &state)
 {
     Bench &b = bench();
     BareLink link;
     for (auto _ : state)
-        replay(link, b.exchange);
+        replay(link, b.*datagrams);
 }
 
 void exchangeEngine(benchmark::State &state)
@@ -91,14 +92,6 @@ void exchangeEngine(benchmark::State &state)
         if (!b.engine.StopExec())
             state.SkipWithError("exchange failed");
     }
-}
-
-void sequenceBare(benchmark::State &state)
-{
-    Bench &b = bench();
-    BareLink link;
-    for (auto _ : state)
-        replay(link, b.sequence);
 }
 
 void sequenceEngine(benchmark::State &state)
@@ -131,9 +124,9 @@ void loadEngine(benchmark::State &state)
     }
 }
 
-BENCHMARK(exchangeBare)->Name("exchange/bare")->UseRealTime();
+BENCHMARK(replayBare<&Bench::exchange>)->Name("exchange/bare")->UseRealTime();
 BENCHMARK(exchangeEngine)->Name("exchange/engine")->UseRealTime();
-BENCHMARK(sequenceBare)->Name("sequence/bare")->UseRealTime();
+BENCHMARK(replayBare<&Bench::sequence>)->Name("sequence/bare")->UseRealTime();
 BENCHMARK(sequenceEngine)->Name("sequence/engine")->UseRealTime();
 BENCHMARK(loadBare)->Name("load/bare")->UseRealTime();
 BENCHMARK(loadEngine)->Name("load/engine")->UseRealTime();

@@ -134,10 +134,7 @@ void LumtarEngine::SetGoose(QDomElement &element, QByteArray &work)
     testconfiguration::report(QStringLiteral("SetGoose"), remarks);
     if (!publication)
         return;
-    work = publication->download;
-    SendCommand(work);
-    work = publication->description.data();
-    SendCommand(work);
+    sendStream(publication->download, publication->description.data(), work);
     for (const testconfiguration::OutputBinding &binding : publication->bindings) {
         outputGooseMap[binding.output - 1] = {static_cast<qint8>(gooseCount),
                                               static_cast<quint8>(binding.position)};

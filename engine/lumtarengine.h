@@ -193,6 +193,7 @@ private:
     void closeLink();
     void resetCounters();
     void sendStepCommands(int step);
+    void sendStream(const QByteArray &download, const QByteArray &description, QByteArray &work);
 
     bool logicChannelsUsedUp = false; ///< logicChannel has wrapped from 255 to 0
 };

@@ -146,8 +146,5 @@ void LumtarEngine::SetSMV(QDomElement &element, QByteArray &work)
     testconfiguration::report(QStringLiteral("SetSMV"), remarks);
     if (!publication)
         return;
-    work = publication->download;
-    SendCommand(work);
-    work = publication->description.data();
-    SendCommand(work);
+    sendStream(publication->download, publication->description.data(), work);
 }

@@ -57,3 +57,12 @@ void LumtarEngine::resetCounters()
     for (OutputGooseEntry &entry : outputGooseMap)
         entry.stream = -1;
 }
+
+void LumtarEngine::sendStream(const QByteArray &download, const QByteArray &description,
+                              QByteArray &work)
+{
+    for (const QByteArray &command : {download, description}) {
+        work = command;
+        SendCommand(work);
+    }
+}

@@ -70,6 +70,23 @@ int setReference(QByteArray &value, QByteArray &length, const QString &text)
     return hexfield::setBerLength(length, hexfield::sizeOf(value));
 }
 
+/// Appends the dataset to \a command and notes each entry in \a record, as far as its slots go.
+void appendEntries(QByteArray &command, int frameStart, const QVector<SetdataGoose> &entries,
+                   GooseDataOffsetAddr &record)
+{
+    int slot = 0;
+    for (const SetdataGoose &entry : entries) {
+        hexfield::append(command, entry.Data_tag, entry.Data_len);
+        if (slot < record.Num) {
+            record.DataTag[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_tag, 0));
+            record.DataLen[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_len, 0));
+            record.DataOffset[slot] = static_cast<quint16>(hexfield::sizeOf(command) - frameStart);
+            ++slot;
+        }
+        hexfield::append(command, entry.Data_value);
+    }
+}
+
 } // namespace
 
 int SetdataGoose::setData_tag(int tag, int width)
@@ -157,17 +174,7 @@ QByteArray Message_goose::data(GooseDataOffsetAddr &record)
     DataHead = command.mid(frameStart);
 
     record.StNumOffset = static_cast<quint8>(stNum_Offset);
-    int slot = 0;
-    for (const SetdataGoose &entry : std::as_const(Data_Vector)) {
-        append(command, entry.Data_tag, entry.Data_len);
-        if (slot < record.Num) {
-            record.DataTag[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_tag, 0));
-            record.DataLen[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_len, 0));
-            record.DataOffset[slot] = static_cast<quint16>(offset());
-            ++slot;
-        }
-        append(command, entry.Data_value);
-    }
+    appendEntries(command, frameStart, Data_Vector, record);
     return command;
 }
 
