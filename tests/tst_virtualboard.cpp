@@ -68,7 +68,7 @@ const QVector<Sample> samples = {
     {"frame-template download", gooseDownload},
     {"FT3 frame-template download",
      bytes("8c918c91 00 19 0000 0000 02 01") + QByteArray(18, 0),
-     {22, 24, 26, 28}},
+     {28}},
     {"status read-back", statusRead},
     {"stop", stop},
     {"FPGA reset", bytes("84538453 ffff")},

@@ -163,22 +163,32 @@ FrameTemplate readEthernetTemplate(FieldReader &in)
         in.problem(QStringLiteral("Port selector: 01, 05, ... or 1d expected, %1 found.")
                        .arg(hexNumber(quint64(selector), 2)));
     in.fixed(QByteArray(1, 0), "byte after the port selector");
-    const int size = in.word("frame length");
-    result.bytes = in.bytes(size, "Ethernet frame");
+    result.announcedSize = in.word("frame length");
+    result.bytes = in.bytes(result.announcedSize, "Ethernet frame");
     result.ethernet = decodeEthernetFrame(result.bytes);
     for (const QString &sentence : std::as_const(result.ethernet.problems))
         in.problem(sentence);
     return result;
 }
 
-/// An FT3 header has no length where the Ethernet templates have theirs: those two bytes are fixed
-/// 0 and the high byte of its dataset length.
+/// Both kinds of template share the command code, and a port selector looks like an FT3 flag. What
+/// tells them apart is the lengths: where an Ethernet template has its own, high byte last, an FT3
+/// template has 0 between the low bytes of its header and its dataset length; the header is 2 or 4
+/// longer.
+bool isFt3Template(const QByteArray &frame)
+{
+    constexpr int shortest = 28;
+    if (frame.size() < shortest || littleEndian16(frame, 7) != 0)
+        return false;
+    const quint8 header = byteAt(frame, 6);
+    const quint8 dataSet = byteAt(frame, 9);
+    const quint8 surplus = quint8(header - dataSet);
+    return surplus == 2 || surplus == 4 || (header == 0 && dataSet == 0);
+}
+
 Command readFrameTemplate(FieldReader &in)
 {
-    const QByteArray &frame = in.frame();
-    const bool ft3 =
-        (byteAt(frame, 5) & 0x0f) == 9 && littleEndian16(frame, 7) == 0 && frame.size() > 10;
-    if (ft3)
+    if (isFt3Template(in.frame()))
         return readFt3Template(in);
     return readEthernetTemplate(in);
 }

@@ -128,6 +128,7 @@ struct FrameTemplate
     int kind = SampledValueFrame; ///< 2 and 3 have no meaning
     int stream = 0; ///< 0 to 63
     int port = 0; ///< 1 to 8
+    int announcedSize = 0; ///< of the frame, as the length field says
     QByteArray bytes; ///< the frame from the destination MAC address on
     EthernetFrame ethernet; ///< the same, decoded
 };
