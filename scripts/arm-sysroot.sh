@@ -21,5 +21,5 @@ rm -rf "$folder"
 mkdir -p "$(dirname "$folder")"
 echo "arm-sysroot.sh: unpacking armhf packages of $release into $folder"
 mmdebstrap --quiet --variant=extract --architectures=armhf \
-    --include="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libc6-dev,libstdc++-$gcc_major-dev" \
+    --include="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libpcap-dev,libc6-dev,libstdc++-$gcc_major-dev" \
     "$release" "$folder" "$mirror"

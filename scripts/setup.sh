@@ -2,15 +2,16 @@
 # Installs what the project needs and this machine lacks.
 #
 # usage: scripts/setup.sh GROUP...
-# Groups: qt6, qt5 (compiler, CMake and that version of Qt), test, packages (a deeper look at ours),
-# arm, bench, docs, format.
+# Groups: qt6, qt5 (compiler, CMake, that version of Qt and what our programs use besides), test,
+# live (virtual networks), packages (a deeper look at ours), arm, bench, docs, format.
 # LUMTAR_SETUP=no skips it, for systems whose packages go by other names.
 set -euo pipefail
 
 declare -A packages=(
-    [qt6]="g++ make cmake ninja-build qt6-base-dev qt6-5compat-dev qt6-qpa-plugins"
-    [qt5]="g++ make cmake ninja-build qtbase5-dev"
+    [qt6]="g++ make cmake ninja-build qt6-base-dev qt6-5compat-dev qt6-qpa-plugins libpcap-dev gnuplot-nox"
+    [qt5]="g++ make cmake ninja-build qtbase5-dev libpcap-dev gnuplot-nox"
     [test]="tshark dpkg-dev file pkg-config"
+    [live]="iproute2"
     [arm]="g++-arm-linux-gnueabihf mmdebstrap qemu-user"
     [packages]="lintian"
     [bench]="libbenchmark-dev"

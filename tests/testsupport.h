@@ -9,9 +9,11 @@
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
+#include <QTest>
 #include <QVector>
 #include <QtGlobal>
 
+#include <algorithm>
 #include <cctype>
 #include <string>
 
@@ -173,6 +175,18 @@ inline QHostAddress boardAddress(int n = 0)
 inline int localPort(int n = 0)
 {
     return 20000 + 10 * BOARD_NUMBER + n;
+}
+
+/// Makes every line of \a table a row: cells separated by "|", the first one being its name.
+inline void addRows(const char *table)
+{
+    QTest::addColumn<QStringList>("row");
+    for (const QString &line : QString::fromUtf8(table).split(QLatin1Char('\n'))) {
+        QStringList cells = line.split(QLatin1Char('|'));
+        std::for_each(cells.begin(), cells.end(), [](QString &cell) { cell = cell.trimmed(); });
+        if (cells.size() > 1)
+            QTest::newRow(qPrintable(cells[0])) << cells;
+    }
 }
 
 inline bool writeFile(const QString &path, const QByteArray &content)

@@ -271,7 +271,10 @@ QString transitions(const BoardState &board)
                      QStringLiteral("On the trigger"), QStringLiteral("Binary input"),
                      QStringLiteral("On the input"), QStringLiteral("Flags"),
                      QStringLiteral("Option")});
-    const auto jump = [](int step) { return QStringLiteral("\u2192 step %1").arg(step); };
+    const auto jump = [](int step) {
+        return step < stepLimit ? QStringLiteral("\u2192 step %1").arg(step)
+                                : QStringLiteral("\u2192 end");
+    };
     for (auto step = board.steps.cbegin(); step != board.steps.cend(); ++step) {
         const QString option = step->option ? QString::number(step->option->option) : missing;
         if (!step->condition) {
@@ -471,7 +474,53 @@ QString problemList(const QVector<Reception> &receptions)
     return result;
 }
 
+QString stepText(quint8 step)
+{
+    return step == noStep ? missing : QString::number(step);
+}
+
+QString secondsText(qint64 nanoseconds)
+{
+    return QString::number(double(nanoseconds) * 1e-9, 'f', 6);
+}
+
+QString causeText(const Transition &change)
+{
+    const QString cause = QString::fromLatin1(causeName(change.cause));
+    return change.cause == Cause::BinaryInput
+        ? cause + QStringLiteral(", logic channel %1").arg(change.channel)
+        : cause;
+}
+
+QString changeTable(const TransitionLog &log)
+{
+    TextTable table({QStringLiteral(">Time / s"), QStringLiteral(">Left"),
+                     QStringLiteral(">Entered"), QStringLiteral(">In the step / ms"),
+                     QStringLiteral("Cause")});
+    qint64 entry = 0;
+    for (const Transition &change : log.last) {
+        const bool knowsEntry = change.left != noStep && &change != &log.last.first();
+        const double inStep = double(change.causeTime - entry) * 1e-6;
+        table.addRow({secondsText(change.causeTime), stepText(change.left),
+                      stepText(change.entered),
+                      knowsEntry ? QString::number(inStep, 'f', 3) : missing, causeText(change)});
+        entry = change.entryTime;
+    }
+    return table.toString();
+}
+
 } // namespace
+
+QString playReport(const PlayStatus &status, const TransitionLog &log)
+{
+    const QString result = heading(QStringLiteral("Played"));
+    if (log.total == 0)
+        return result + QStringLiteral(" nothing\n");
+    return result + changeTable(log)
+        + QStringLiteral("\n %1 after %2 s, %3 frames published\n")
+              .arg(QString::fromLatin1(stateName(status.state)), secondsText(status.totalTime))
+              .arg(status.framesSent);
+}
 
 QString report(const QVector<Reception> &receptions)
 {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "boardstatus.h"
 #include "virtualboard.h"
 
 #include <QString>
@@ -14,6 +15,10 @@ namespace virtualboard {
  * Counts one command per acknowledged exchange.
  */
 [[nodiscard]] QString report(const QVector<Reception> &receptions);
+
+/// What the board played: the changes of steps of the last sequence, and how it stands. In the
+/// manner of report().
+[[nodiscard]] QString playReport(const PlayStatus &status, const TransitionLog &log);
 
 /**
  * Checks the acknowledged commands against each other, in their order: a stream description has to

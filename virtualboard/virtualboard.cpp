@@ -15,6 +15,7 @@
 #include <future>
 #include <mutex>
 #include <optional>
+#include <utility>
 #include <vector>
 
 namespace virtualboard {
@@ -116,9 +117,11 @@ struct Arrival
 {
     int exchange = 0;
     int record = -1; ///< index of its record; -1 when the record was full
-    bool statusReadBack = false;
+    QByteArray frame; ///< the padded command frame
     QHostAddress peer;
     quint16 peerPort = 0;
+
+    bool isStatusReadBack() const { return frame.startsWith(QByteArray::fromHex("8c928c92")); }
 };
 
 struct LateAnswer
@@ -136,6 +139,8 @@ struct VirtualBoard::Private
     std::unique_ptr<QThread> thread;
     std::atomic<bool> stopping = false;
     QElapsedTimer clock;
+    std::function<QByteArray(int)> statusSource;
+    std::function<void(const DecodedCommand &)> commandHandler;
 
     mutable std::mutex mutex; // guards all that follows
     mutable std::condition_variable received;
@@ -153,6 +158,7 @@ struct VirtualBoard::Private
     int exchange = -1;
     int attempt = 0;
     bool answered = false;
+    int handledExchange = -1; ///< the last whose command was handed on
 
     void run(std::promise<QString> &started);
     void receive(QUdpSocket &socket, QByteArray &buffer);
@@ -160,6 +166,7 @@ struct VirtualBoard::Private
     int record(const QByteArray &datagram, const Envelope &envelope);
     void react(QUdpSocket &socket, const Arrival &arrival);
     void answer(QUdpSocket &socket, const Arrival &arrival, Behaviour::Kind kind);
+    QByteArray statusPayload(const Arrival &arrival) const;
     int millisecondsToNextAnswer() const;
     void sendAnswersDue(QUdpSocket &socket);
     void forget();
@@ -200,7 +207,7 @@ void VirtualBoard::Private::receive(QUdpSocket &socket, QByteArray &buffer)
         return;
     const QByteArray datagram = buffer.left(int(size));
     const Envelope envelope = openEnvelope(datagram);
-    arrival.statusReadBack = envelope.frame.startsWith(QByteArray::fromHex("8c928c92"));
+    arrival.frame = envelope.frame;
 
     // The lock is held until the record says how the datagram was answered, so that a peer that
     // has its answer finds the record complete.
@@ -258,17 +265,28 @@ void VirtualBoard::Private::react(QUdpSocket &socket, const Arrival &arrival)
 
 void VirtualBoard::Private::answer(QUdpSocket &socket, const Arrival &arrival, Behaviour::Kind kind)
 {
-    const Answer answer = answerOf(kind, status);
+    const bool statusReadBack = arrival.isStatusReadBack();
+    const Answer answer = answerOf(kind, statusReadBack ? statusPayload(arrival) : QByteArray());
     if (answer.acknowledges && arrival.record >= 0)
         records[std::size_t(arrival.record)].acknowledged = true;
-    const bool complete = answer.acknowledges && (!arrival.statusReadBack || answer.dataIsSound);
+    if (answer.acknowledges && commandHandler && handledExchange != arrival.exchange) {
+        handledExchange = arrival.exchange;
+        commandHandler(decodeCommand(arrival.frame));
+    }
+    const bool complete = answer.acknowledges && (!statusReadBack || answer.dataIsSound);
     if (complete && arrival.exchange == exchange)
         answered = true;
 
     if (!answer.first.isEmpty())
         socket.writeDatagram(answer.first, arrival.peer, arrival.peerPort);
-    if (arrival.statusReadBack && !answer.second.isEmpty())
+    if (statusReadBack && !answer.second.isEmpty())
         socket.writeDatagram(answer.second, arrival.peer, arrival.peerPort);
+}
+
+QByteArray VirtualBoard::Private::statusPayload(const Arrival &arrival) const
+{
+    constexpr int whichOffset = 4;
+    return statusSource ? statusSource(byteAt(arrival.frame, whichOffset)) : status;
 }
 
 int VirtualBoard::Private::millisecondsToNextAnswer() const
@@ -300,6 +318,7 @@ void VirtualBoard::Private::forget()
     dropped = 0;
     lateAnswers.clear();
     exchange = -1;
+    handledExchange = -1;
 }
 
 VirtualBoard::VirtualBoard(const QHostAddress &address, quint16 port)
@@ -385,6 +404,16 @@ bool VirtualBoard::setStatus(const QByteArray &payload)
     const std::lock_guard<std::mutex> lock(d->mutex);
     d->status = payload;
     return true;
+}
+
+void VirtualBoard::setStatusSource(std::function<QByteArray(int)> source)
+{
+    d->statusSource = std::move(source);
+}
+
+void VirtualBoard::setCommandHandler(std::function<void(const DecodedCommand &)> handler)
+{
+    d->commandHandler = std::move(handler);
 }
 
 void VirtualBoard::setDefaultBehaviour(Behaviour behaviour)

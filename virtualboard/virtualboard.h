@@ -8,6 +8,7 @@
 #include <QStringList>
 #include <QVector>
 
+#include <functional>
 #include <memory>
 
 namespace virtualboard {
@@ -90,6 +91,12 @@ public:
     /// Payload of the data reply: at most 60000 bytes, else false and nothing changes.
     /// Eight bytes to begin with.
     bool setStatus(const QByteArray &payload);
+    /// Asks @p source for the payload instead; `which` is that of the read-back command. Called in
+    /// the board's thread, must not call the board. Only before start().
+    void setStatusSource(std::function<QByteArray(int which)> source);
+    /// Hands every acknowledged command to @p handler, once, before its acknowledgement goes out.
+    /// Called in the board's thread, must not call the board. Only before start().
+    void setCommandHandler(std::function<void(const DecodedCommand &)> handler);
 
     /// Behaviour in all exchanges that setBehaviour() does not name.
     void setDefaultBehaviour(Behaviour behaviour);

@@ -1,0 +1,636 @@
+// What the playing board publishes, and when, for commands that are built by hand here.
+
+#include "testsupport.h"
+
+#include <player.h>
+#include <testprogram.h>
+
+#include <QTest>
+#include <QtEndian>
+
+#include <cmath>
+#include <complex>
+#include <cstring>
+#include <limits>
+
+using namespace virtualboard;
+using testsupport::bytes;
+using Commands = QVector<QByteArray>;
+Q_DECLARE_METATYPE(Commands)
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+constexpr float kInfinity = std::numeric_limits<float>::infinity();
+constexpr qint64 kStart = 1767225600123456789; // ns; a fraction that rounding down must shorten
+
+const auto byte = [](int n) { return QByteArray(1, char(n)); };
+const auto le16 = [](int n) { return byte(n) + byte(n >> 8); };
+/// The last \a size bytes of a number, high byte first.
+const auto be = [](quint64 n, int size) {
+    QByteArray result(8, 0);
+    qToBigEndian(n, result.data());
+    return result.right(size);
+};
+const auto real = [](float number) {
+    int bits = 0;
+    std::memcpy(&bits, &number, sizeof bits);
+    return le16(bits) + le16(bits >> 16);
+};
+const auto ber = [](int tag, const QByteArray &contents) {
+    const auto n = quint64(contents.size());
+    return byte(tag)
+        + (n < 128       ? be(n, 1)
+               : n < 256 ? be(0x8100 | n, 2)
+                         : be(0x820000 | n, 3))
+        + contents;
+};
+const auto ethernet = [](const char *type, const QByteArray &apdu) {
+    return bytes("010ccd040001 020000000001 81008065") + bytes(type) + bytes("4001")
+        + be(quint64(apdu.size()) + 8, 2) + be(0, 4) + apdu;
+};
+
+QByteArray svFrame(int channels, const QByteArray &svId = "MU")
+{
+    const QByteArray asdu = ber(0x80, svId) + bytes("82020000 830400000001 850101")
+        + ber(0x87, QByteArray(8 * channels, 0x55));
+    return ethernet("88ba", ber(0x60, bytes("800101") + ber(0xa2, ber(0x30, asdu))));
+}
+
+QByteArray gooseFrame(quint64 timeAllowedToLive, quint32 stNum = 1)
+{
+    const QByteArray pdu = bytes("8002'CB'") + ber(0x81, be(timeAllowedToLive, 8))
+        + bytes("8202'DS' 8302'ID' 840800000000 000000 2a") + ber(0x85, be(stNum, 4))
+        + bytes("860400000007 870100 880101 890100 8a0102 ab07 830100 84020640");
+    return ethernet("88b8", ber(0x61, pdu));
+}
+
+const QByteArray svTemplate = svFrame(3), gooseTemplate = gooseFrame(100);
+const int svEnd = int(svTemplate.size()), gooseEnd = int(gooseTemplate.size());
+// Frame offsets of values.
+const int smpCntAt = int(svTemplate.indexOf(bytes("82020000"))) + 2, dataAt = svEnd - 3 * 8;
+const int gocbRefAt = int(gooseTemplate.indexOf("CB"));
+const int tAt = int(gooseTemplate.indexOf(bytes("8408"))) + 2, stNumAt = tAt + 10;
+const int sqNumAt = stNumAt + 6, entry1At = gooseEnd - 5, entry2At = gooseEnd - 2;
+
+QByteArray download(const QByteArray &frame, int stream = 0, int port = 1)
+{
+    const int kind = frame.mid(16, 2) == bytes("88b8") ? 0x40 : 0;
+    return bytes("8c918c91") + byte(kind | stream) + byte((port - 1) << 2 | 1) + byte(0)
+        + le16(int(frame.size())) + frame;
+}
+
+QByteArray svPlaces(const QByteArray &kinds = bytes("00 08 ff"), int stream = 0, int first = 0,
+                    int maximum = 4000, int smpCnt = smpCntAt, int data = dataAt)
+{
+    return bytes("8c908c9004") + byte(stream) + byte(stream) + le16(smpCnt) + le16(first)
+        + le16(maximum) + le16(data) + byte(int(kinds.size())) + kinds;
+}
+
+const auto goosePlaces = [](int sqNum = sqNumAt, int t = tAt) {
+    return bytes("8c908c9005 00") + byte(sqNum) + byte(t);
+};
+
+QByteArray signal(int step, int channel, float amplitude, float frequency = 0, float phase = 90,
+                  float scale = 1, float jump = 0)
+{
+    return bytes("8c908c9001") + byte(step) + byte(channel) + real(scale) + byte(1)
+        + real(frequency) + real(amplitude) + real(phase) + real(jump);
+}
+
+/// Start and step conditions: per step, separated by "|", milliseconds, step after them; trigger
+/// setting, step after it; binary-input setting, step after it. A step without any is left out.
+Commands stepCommands(int interval, const QString &steps)
+{
+    Commands result = {bytes("8c908c900301") + byte(interval) + bytes("05020408")};
+    const QStringList parts = steps.split('|');
+    for (int step = 0; step < parts.size(); ++step) {
+        const QStringList fields = parts[step].split(' ');
+        QByteArray command = bytes("8c908c9007") + byte(step) + byte(0) + le16(fields[0].toInt());
+        for (int i = 1; i < 6; ++i)
+            command += byte(fields.value(i).toInt());
+        if (!parts[step].isEmpty())
+            result << command;
+    }
+    return result;
+}
+
+const auto item = [](int offset, const QByteArray &data) {
+    return le16(offset) + byte(int(data.size())) + data;
+};
+const auto control = [](int step, const Commands &items, int stream = 0) {
+    return bytes("8c908c9009") + byte(step) + byte(stream) + byte(int(items.size()))
+        + QByteArrayList(items.begin(), items.end()).join();
+};
+
+const QByteArray resetCommand = bytes("8c908c9002");
+const QByteArray allInputs = bytes("ac12ac12 01 01 0101 0000 0001 44*128"); // channels 0 to 255
+const Commands svStream = {download(svTemplate), svPlaces()};
+const Commands gooseStream = {download(gooseTemplate), goosePlaces()};
+const Commands endless = stepCommands(250, QStringLiteral("0"));
+
+struct Board
+{
+    TestProgram program;
+    QStringList problems;
+
+    explicit Board(const Commands &commands)
+    {
+        for (const QByteArray &command : commands)
+            problems += program.take(decodeCommand(command + QByteArray(command.size() % 2, 0)));
+    }
+};
+
+const auto milliseconds = [](qint64 ns) { return QString::number(double(ns) / 1e6); };
+
+struct Sent
+{
+    qint64 time; ///< ns since the start
+    int port;
+    QByteArray bytes;
+
+    qint64 number(int offset) const { return qFromBigEndian<quint32>(bytes.constData() + offset); }
+    int value(int channel) const { return int(number(dataAt + 8 * channel)); }
+    int smpCnt() const { return int(number(smpCntAt) >> 16); }
+    /// "time stNum/sqNum t gocbRef entry1 entry2"; times in ms since the start.
+    QString message() const
+    {
+        QByteArray t = bytes.mid(tAt, 8).toHex();
+        for (int ms = 0; ms < 10; ++ms) {
+            const qint64 at = kStart + ms * 1000000, second = 1000000000;
+            const auto wire = quint64(at / second << 24 | (at % second << 24) / second);
+            if (bytes.mid(tAt, 8) == be(wire, 7) + byte(0x2a))
+                t = QByteArray::number(ms);
+        }
+        return milliseconds(time) + ' ' + QString::number(number(stNumAt)) + '/'
+            + QString::number(number(sqNumAt)) + ' ' + t + ' ' + bytes.mid(gocbRefAt, 2) + ' '
+            + bytes.mid(entry1At, 1).toHex() + bytes.mid(entry2At).toHex();
+    }
+};
+
+/// What a board does for commands and inputs: "milliseconds:event", where the event is +channel,
+/// -channel, T for the trigger or S for stop. "a" in front: channel 7 is active at the start.
+class Recording : public FrameSink
+{
+public:
+    QVector<Sent> sv, goose;
+    QStringList changes; ///< "left>entered cause cause-time/entry-time", times in ms
+    PlayStatus status;
+
+    Recording(const Commands &commands, int instants, const QString &inputs = {})
+    {
+        const bool active = inputs.startsWith('a');
+        Player player(Board(commands).program, kStart, {active ? 1U << 7 : 0U});
+        QStringList pending = inputs.split(' ').filter(":");
+        while (instants-- > 0 && !player.hasEnded()) {
+            m_instant = player.nextInstant();
+            while (!pending.isEmpty() && happens(pending.first().split(':'), player))
+                pending.removeFirst();
+            const int before = int(changes.size());
+            player.play(*this);
+            if (player.changeCount() != changes.size() - before)
+                changes << QStringLiteral("changeCount %1").arg(player.changeCount());
+        }
+        status = player.status();
+    }
+
+private:
+    bool happens(const QStringList &input, Player &player) const
+    {
+        const qint64 time = kStart + qRound64(input[0].toDouble() * 1e6);
+        const QString event = input[1];
+        if (time <= m_instant && event == "S")
+            player.stop(Cause::Stop);
+        else if (time <= m_instant)
+            player.input({time,
+                          event[0] == 'T'       ? InputEvent::Trigger
+                              : event[0] == '+' ? InputEvent::ChannelOn
+                                                : InputEvent::ChannelOff,
+                          quint16(event.mid(1).toInt())});
+        return time <= m_instant;
+    }
+    void publish(qint64 time, const OutgoingFrame *frames, int count) override
+    {
+        for (int i = 0; i < count; ++i) {
+            const QByteArray frame(reinterpret_cast<const char *>(frames[i].bytes), frames[i].size);
+            (frame.mid(16, 2) == bytes("88ba") ? sv : goose)
+                << Sent{time == m_instant ? time - kStart : -1, frames[i].port, frame};
+        }
+    }
+    void note(qint64 time, const Transition &change) override
+    {
+        static const char *const causes[] = {"start", "time", "trigger", "input",
+                                             "stop",  "ring", "limit"};
+        const auto number = [](int n, int none) {
+            return n == none ? QString() : QString::number(n);
+        };
+        const bool right = time == m_instant && time == kStart + change.entryTime;
+        changes << number(change.left, noStep) + '>' + number(change.entered, noStep) + ' '
+                + causes[int(change.cause)] + number(change.channel, noChannel) + ' '
+                + milliseconds(change.causeTime) + '/'
+                + (right ? milliseconds(change.entryTime) : QString("wrong time"));
+    }
+
+    qint64 m_instant = 0;
+};
+
+/// The value in counts before it is rounded.
+double sine(double amplitude, double frequency, double phase, double seconds)
+{
+    return amplitude * std::sin(2 * kPi * frequency * seconds + phase * kPi / 180);
+}
+
+template <typename... T>
+void row(const char *name, const T &...values)
+{
+    (QTest::newRow(name) << ... << values);
+}
+
+} // namespace
+
+class TestPlayer : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void streams_data()
+    {
+        QTest::addColumn<Commands>("commands");
+        QTest::addColumn<QString>("published"); // numbers of SV and GOOSE streams
+        QTest::addColumn<bool>("reported");
+        const auto add = [](const char *name, const char *published, bool reported,
+                            const Commands &commands) { row(name, commands, published, reported); };
+        const auto changed = [](QByteArray command, int index, int by) {
+            command[index] = char(command.at(index) + by);
+            return command;
+        };
+        const auto svAt = [](int smpCnt, int data, int channels = 3) {
+            return svPlaces(QByteArray(channels, 0), 0, 0, 4000, smpCnt, data);
+        };
+        const QByteArray sv = svStream[0], goose = gooseStream[0], largest = svFrame(182);
+        QByteArray swapped = sv, reversed = goose;
+        swapped[4] = 0x40;
+        reversed[4] = 0;
+        QCOMPARE(int(largest.size()), 1518);
+        const QByteArray like256 = download(svFrame(24, "MU012345"), 0, 3); // length 00 01
+        QCOMPARE(like256.mid(7, 2), bytes("0001"));
+        const QByteArray beyond = control(1, {item(gooseEnd - 1, "12")});
+        add("sound", "1 1", false, svStream + gooseStream);
+        add("description first", "1 1", false, {svPlaces(), sv, goosePlaces(), goose});
+        add("no description", "0 0", true, {sv});
+        add("other stream's description", "0 0", true, {sv, svPlaces({}, 1)});
+        add("length field too large", "0 0", true, {changed(sv, 7, 1), svPlaces()});
+        add("Length too large", "0 0", true, {changed(sv, 30, 1), svPlaces()});
+        add("Length too small", "0 0", true, {changed(goose, 30, -1), goosePlaces()});
+        add("SV frame as GOOSE", "0 0", true, {swapped, goosePlaces()});
+        add("GOOSE frame as SV", "0 0", true, {reversed, svPlaces()});
+        add("smpCnt at the end", "1 0", false, {sv, svAt(svEnd - 2, dataAt)});
+        add("smpCnt beyond", "0 0", true, {sv, svAt(svEnd - 1, dataAt)});
+        add("dataset beyond", "0 0", true, {sv, svAt(smpCntAt, dataAt + 1)});
+        add("sqNum at the end", "0 1", false, {goose, goosePlaces(gooseEnd - 4)});
+        add("sqNum beyond", "0 0", true, {goose, goosePlaces(gooseEnd - 3)});
+        add("t at the end", "0 1", false, {goose, goosePlaces(sqNumAt, gooseEnd - 8)});
+        add("t beyond", "0 0", true, {goose, goosePlaces(sqNumAt, gooseEnd - 7)});
+        add("no stNum", "0 0", true, {changed(goose, 9 + stNumAt - 2, 1), goosePlaces()});
+        add("empty template", "0 0", true, {download({}), svPlaces()});
+        add("largest", "1 0", false, {download(largest), svAt(smpCntAt, 62, 182)});
+        add("too large", "0 0", true, {download(svFrame(182, "MU1")), svAt(smpCntAt, 63, 182)});
+        add("255 channels", "0 0", true, {download(largest), svAt(smpCntAt, 62, 255)});
+        add("shorter template later", "0 0", true, {sv, svPlaces(), download(svFrame(2))});
+        add("bad Length later", "0 0", true, {sv, svPlaces(), changed(sv, 30, 1)});
+        add("truncated command later", "1 0", true, {sv, svPlaces(), svPlaces().left(12)});
+        add("FT3, flag 0", "0 0", false, {bytes("8c918c91 00 09 0400 0002 02 01 00*18")});
+        add("FT3, flag 1", "0 0", false, {bytes("8c918c91 00 19 0000 0000 02 01 00*18")});
+        add("FT3, wrong lengths", "0 0", true, {bytes("8c918c91 00 19 0500 0002 02 01 00*18")});
+        add("GOOSE, port 3, flag of FT3", "0 1", false,
+            {download(gooseTemplate, 0, 3), goosePlaces()});
+        add("SV, port 3, 256 bytes", "1 0", false, {like256, svPlaces()});
+        add("reset", "0 0", false, svStream + gooseStream + Commands{resetCommand});
+        add("item beyond", "0 1", true, gooseStream + Commands{beyond});
+        add("item beyond, sent first", "0 1", true, Commands{beyond} + gooseStream);
+        add("step 5", "0 0", true, {signal(5, 0, 1)});
+        add("channel 16", "0 0", true, {signal(0, 16, 1)});
+        add("without effect", "0 0", false,
+            {bytes("84538453 ffff"), bytes("8c908c900600"), bytes("8c908c900a0001"),
+             bytes("88128812 00*14 0000 00010000 00"), bytes("9c129c12 01 25 0040 00 00 00"),
+             bytes("bc12bc12 03 06 01ff 7f ff 00*38")});
+    }
+    void streams()
+    {
+        QFETCH(Commands, commands);
+        QFETCH(bool, reported);
+        const Board board(commands);
+        const TestProgram &program = board.program;
+        QTEST(QStringLiteral("%1 %2")
+                  .arg(program.svStreams().size())
+                  .arg(program.gooseStreams().size()),
+              "published");
+        const QStringList reports = board.problems + program.unpublished();
+        QVERIFY2(reports.isEmpty() != reported, qPrintable(reports.join('\n')));
+    }
+
+    void playable()
+    {
+        for (const Commands &commands :
+             {Commands(), Commands{endless[0]}, Commands{endless[1]}, stepCommands(250, "|0"),
+              stepCommands(0, "0"), endless + Commands{resetCommand}})
+            QVERIFY(!Board(commands).program.whyNotPlayable().isEmpty());
+        Board board(svStream + endless + Commands{allInputs});
+        QCOMPARE(board.program.whyNotPlayable() + board.problems.join(QString()), QString());
+        QCOMPARE(board.program.sampleInterval(), 250);
+        QCOMPARE(int(board.program.subscriptions().size()), 1);
+        board.program.take(decodeCommand(resetCommand));
+        QVERIFY(board.program.subscriptions().isEmpty() && !board.program.step(0));
+    }
+
+    void framesAndPorts()
+    {
+        const Recording played(Commands{download(svTemplate, 0, 8), svPlaces(),
+                                        download(svTemplate, 5, 3), svPlaces({}, 5, 7),
+                                        download(gooseTemplate, 0, 2), goosePlaces()}
+                                   + endless,
+                               10);
+        QCOMPARE(int(played.sv.size()), 20);
+        for (int i = 0; i < 20; ++i) {
+            const Sent &sent = played.sv[i];
+            QCOMPARE(sent.time, qint64(i / 2 * 250000));
+            QCOMPARE(sent.smpCnt(), i / 2 + (sent.port == 8 ? 0 : 7));
+            QCOMPARE(sent.port, 11 - played.sv[i ^ 1].port);
+        }
+        QCOMPARE(played.goose.first().port, 2);
+        QCOMPARE(played.status.framesSent, quint64(20 + played.goose.size()));
+    }
+
+    void smpCnt()
+    {
+        struct Case
+        {
+            int first, maximum, counts[4];
+        };
+        for (const Case &of :
+             {Case{65534, 0, {65534, 65535, 0, 1}}, // 0 means 65536
+              Case{3998, 4000, {3998, 3999, 0, 1}}, Case{0, 1, {0, 0, 0, 0}},
+              Case{65533, 65535, {65533, 65534, 0, 1}}, Case{5000, 4000, {5000, 0, 1, 2}}}) {
+            const Recording played(
+                Commands{svStream[0], svPlaces({}, 0, of.first, of.maximum)}
+                    + stepCommands(250, "1 1|1 0"), // changes at every fourth sample
+                66000);
+            for (int i = 0, count = 0; i < 66000; ++i) {
+                count = i < 4 ? of.counts[i] : (count + 1) % (of.maximum ? of.maximum : 65536);
+                QCOMPARE(played.sv[i].smpCnt(), count);
+            }
+        }
+    }
+
+    void waves_data()
+    {
+        for (const char *column : {"amplitude", "scale", "frequency", "phase"})
+            QTest::addColumn<float>(column);
+        QTest::addColumn<int>("interval");
+        QTest::addColumn<int>("samples"); // whole cycles
+        row("50 Hz", 81.65F, 0.01F, 50.F, 30.F, 250, 80);
+        row("50 Hz, uneven interval", 1.4142F, 0.001F, 50.F, -120.F, 78, 10000);
+        row("60 Hz", 100.F, 0.001F, 60.F, 359.F, 250, 4000);
+        row("16.7 Hz", 100.F, 0.01F, 16.7F, 1.F, 250, 40000);
+        row("1.9 kHz", 5.F, 0.001F, 1900.F, 77.F, 250, 400);
+        row("every microsecond", 100.F, 0.01F, 50.F, 90.F, 1, 20000);
+        row("direct", 70.5F, 0.5F, 0.F, 90.F, 250, 100);
+        row("large", 2e9F, 1.F, 50.F, 45.F, 250, 80);
+        row("65 seconds", 1000.F, 0.01F, 50.F, 10.F, 250, 260000);
+    }
+    void waves()
+    {
+        QFETCH(float, amplitude);
+        QFETCH(float, scale);
+        QFETCH(float, frequency);
+        QFETCH(float, phase);
+        QFETCH(int, interval);
+        QFETCH(int, samples);
+        const Commands wave = {signal(0, 8, amplitude, frequency, phase, scale)};
+        const Recording played(svStream + stepCommands(interval, "0") + wave, samples);
+        const double counts = double(amplitude) / double(scale), f = double(frequency),
+                     p = double(phase);
+        const int bin = qRound(f * samples * interval * 1e-6); // cycles in the window
+        std::complex<double> spectrum[3]; // bins below, at and above the frequency
+        for (int i = 0; i < samples; ++i) {
+            const int value = played.sv[i].value(1);
+            const double exact = sine(counts, f, p, i * interval * 1e-6);
+            QVERIFY2(std::abs(value - exact) <= 0.5 + 2e-11 * counts,
+                     qPrintable(QStringLiteral("%1: %2, not %3").arg(i).arg(value).arg(exact)));
+            for (int k = 0; k < 3; ++k)
+                spectrum[k] += (bin == 0 ? 1.0 : 2.0) * value / samples
+                    * std::polar(1.0, -2 * kPi * std::fmod((bin + k - 1.0) * i, samples) / samples);
+        }
+        // A sine is a cosine that lags by 90 degrees.
+        QVERIFY(std::abs(spectrum[1] - std::polar(counts, (p - 90) * kPi / 180)) < 1);
+        QVERIFY(std::abs(spectrum[0]) < 1 && std::abs(spectrum[2]) < 1);
+    }
+
+    void rounding()
+    {
+        constexpr int most = std::numeric_limits<int>::max(), least = -most - 1;
+        struct Case
+        {
+            float amplitude, scale, phase;
+            int value;
+        };
+        for (const Case &of :
+             {Case{0.5F, 1, 90, 1}, Case{0.5F, 1, -90, -1}, Case{2.5F, 1, 90, 3},
+              Case{0.4999F, 1, 90, 0}, Case{2.5F, -1, 90, -3}, Case{2147483520, 1, 90, 2147483520},
+              Case{2147483648.0F, 1, 90, most}, Case{1e30F, 1, -90, least},
+              Case{3e38F, 1e-38F, 90, most}, Case{3e38F, 1e-38F, 0, 0}}) {
+            const Commands wave = {signal(0, 0, of.amplitude, 0, of.phase, of.scale)};
+            QCOMPARE(Recording(svStream + endless + wave, 3).sv[2].value(0), of.value);
+        }
+    }
+
+    void channels()
+    {
+        const Recording played(Commands{download(svFrame(5)), svPlaces(bytes("10 0f ff 0f 00")),
+                                        signal(0, 15, 9), signal(0, 15, 7),
+                                        signal(0, 1, 5).left(24)}
+                                   + endless,
+                               1);
+        COMPARE_BYTES(played.sv.first().bytes.mid(dataAt),
+                      bytes("55*8 00000007 55*4 55*8 00000007 55*4 00000000 55*4"));
+    }
+
+    void wavesOfSteps()
+    {
+        const Recording played(svStream + stepCommands(78, "10 1|5 2|7 0")
+                                   + Commands{signal(0, 0, 1000, 50, 40), signal(0, 8, 500, 60, 10),
+                                              signal(1, 0, 2000, 49, -60)},
+                               470);
+        // Entries at multiples of 78 us, not before 10, then 5, then 7 ms have passed.
+        const qint64 entries[] = {0, 10062000, 15132000, 22152000, 32214000, 37284000};
+        const double waves[3][2][3] = {{{1000, 50, 40}, {500, 60, 10}}, {{2000, 49, -60}}, {}};
+        int step = 0;
+        for (const Sent &sent : played.sv) {
+            step += sent.time >= entries[step + 1] ? 1 : 0;
+            for (int channel = 0; channel < 2; ++channel) {
+                const double *wave = waves[step % 3][channel];
+                const double since = double(sent.time - entries[step]) * 1e-9;
+                QVERIFY(std::abs(sent.value(channel) - sine(wave[0], wave[1], wave[2], since))
+                        < 0.51);
+            }
+        }
+        QCOMPARE(step, 4);
+    }
+
+    void badNumbers()
+    {
+        Commands bad = {signal(0, 0, 9, 0, 90, 0), signal(0, 0, 9, 0, 90, -0.0F)};
+        for (const float f : {std::numeric_limits<float>::quiet_NaN(), kInfinity, -kInfinity})
+            bad << signal(0, 0, f) << signal(0, 0, 9, f) << signal(0, 0, 9, 0, f)
+                << signal(0, 0, 9, 0, 90, f) << signal(0, 0, 9, 0, 90, 1, f);
+        for (const QByteArray &command : bad) {
+            const Commands all = svStream + endless + Commands{signal(0, 0, 3), command};
+            QCOMPARE(int(Board(all).problems.size()), 1);
+            QCOMPARE(Recording(all, 1).sv.first().value(0), 3);
+        }
+    }
+
+    void repetitions()
+    {
+        const QMap<quint64, const char *> timesOf = {
+            // ms
+            {10000, "0 2 6 14 30 62 126 254 510 1022 2046 4094 8190 13190 18190"},
+            {100, "0 2 6 14 30 62 112 162 212 262"},
+            {5, "0 2 4.5 7 9.5"},
+            {3, "0 1.5 3 4.5 6"},
+            {0, "0 1 2 3 4"},
+            {0xffffffff, "0 2 6 14 30 62 126"},
+            {~0ULL, "0 2 6 14 30 62 126"}};
+        for (auto of = timesOf.begin(); of != timesOf.end(); ++of) {
+            const QStringList wanted = QString(of.value()).split(' ');
+            const Recording played(Commands{download(gooseFrame(of.key())), goosePlaces()}
+                                       + endless,
+                                   int(wanted.last().toDouble() * 4) + 1);
+            QStringList found;
+            for (const Sent &sent : played.goose) {
+                QCOMPARE(sent.number(sqNumAt), qint64(found.size()));
+                found << milliseconds(sent.time);
+            }
+            QCOMPARE(found, wanted);
+        }
+    }
+
+    void states_data()
+    {
+        QTest::addColumn<Commands>("controls");
+        QTest::addColumn<QString>("messages"); // up to 9 ms; step 1 begins at 5 ms
+        QTest::addColumn<quint32>("stNum");
+        const auto add = [](const char *name, const char *messages, const Commands &controls,
+                            quint32 stNum = 1) { row(name, controls, messages, stNum); };
+        const QByteArray mark = item(stNumAt, be(0, 4)), on = item(entry1At, byte(1));
+        const auto at = [](int offset, const char *data) { return item(offset, bytes(data)); };
+        const char *const start = "0 1/0 0 CB 000640, 2 1/1 0 CB 000640, ";
+        const QByteArray kept = QByteArray(start) + "6 1/2 0 CB 000640";
+        const QByteArray unmarked = QByteArray(start) + "6 1/2 0 CB 010640";
+        const QByteArray marked = QByteArray(start) + "5 2/0 5 CB 010640, 7 2/1 5 CB 010640";
+        add("none", kept, {});
+        add("other step, other stream", kept, {control(2, {mark, on}), control(1, {mark, on}, 1)});
+        add("unmarked", unmarked, {control(1, {on})});
+        add("marked", marked, {control(1, {mark, on})});
+        add("mark behind", marked, {control(1, {on, mark})});
+        add("nothing changes", QByteArray(marked).replace("0106", "0006"),
+            {control(1, {at(stNumAt, "00000001")})});
+        add("last byte of stNum", marked, {control(1, {on, at(stNumAt + 3, "09")})});
+        add("into stNum", marked, {control(1, {on, at(stNumAt - 1, "04ff")})});
+        add("up to stNum", unmarked, {control(1, {on, at(stNumAt - 1, "04")})});
+        add("behind stNum", unmarked, {control(1, {on, at(stNumAt + 4, "86")})});
+        add("nothing at stNum", unmarked, {control(1, {on, at(stNumAt, "")})});
+        add("sqNum", unmarked, {control(1, {on, at(sqNumAt, "ffffffff")})});
+        add("t, unmarked", QByteArray(unmarked).replace("1/2 0", "1/2 0102030405060708"),
+            {control(1, {on, at(tAt, "0102030405060708")})});
+        add("t to sqNum, marked", marked, {control(1, {on, at(tAt, "ff*8 8504 ff*4 8604 ff*4")})});
+        add("gocbRef", QByteArray(unmarked).replace("0 CB 01", "0 XY 01"),
+            {control(1, {on, at(gocbRefAt, "'XY'")})});
+        add("beyond", marked, {control(1, {at(gooseEnd - 1, "ffff"), mark, on})});
+        add("last command", unmarked, {control(1, {mark, at(entry2At, "ff")}), control(1, {on})});
+        add("step 0", QByteArray(unmarked).replace("0006", "0106"), {control(0, {mark, on})});
+        add("wrap", QByteArray(marked).replace("1/", "4294967295/").replace("2/", "1/"),
+            {control(1, {mark, on})}, 0xffffffff);
+    }
+    void states()
+    {
+        QFETCH(quint32, stNum);
+        QFETCH(Commands, controls);
+        const Commands goose = {download(gooseFrame(100, stNum)), goosePlaces()};
+        QStringList messages;
+        for (const Sent &sent : Recording(goose + stepCommands(250, "5 1|0") + controls, 37).goose)
+            messages << sent.message();
+        QTEST(messages.join(", "), "messages");
+    }
+
+    void sequence_data()
+    {
+        QTest::addColumn<int>("interval");
+        for (const char *column : {"steps", "inputs", "changes"}) // changes after the start
+            QTest::addColumn<QString>(column);
+        const QByteArray five = "0>1 trigger 1.01/1.25, 1>0 trigger 1.02/1.25, "
+                                "0>1 trigger 1.03/1.25, 1>0 trigger 1.04/1.25, "
+                                "0>1 trigger 1.05/1.25";
+        row("time", 250, "10 1|5 255", "", "0>1 time 10/10, 1> time 15/15");
+        row("uneven time", 78, "10 1|5 3", "", "0>1 time 10/10.062, 1> time 15.062/15.132");
+        row("0 is never", 250, "0 1|5 255", "", "");
+        row("into itself", 250, "100 0", "", "0>0 time 100/100, 0>0 time 200/200");
+        row("over step 2", 250, "10 3|10 2||60 1", "",
+            "0>3 time 10/10, 3>1 time 70/70, 1> time 80/80");
+        row("trigger", 250, "50 2 9 1|5 2", "3.01:T", "0>1 trigger 3.01/3.25, 1> time 8.25/8.25");
+        row("no trigger", 250, "10 1 0 1|5 2 1 0", "3:T", "0>1 time 10/10, 1> time 15/15");
+        row("trigger at the start", 250, "10 255 1 1|0", "0:T", "0>1 trigger 0/0");
+        row("trigger to the end", 250, "0 0 1 255", "3.01:T", "0> trigger 3.01/3.25");
+        row("input", 250, "0 0 0 0 1 1|5 2", "2.6:+255",
+            "0>1 input255 2.6/2.75, 1> time 7.75/7.75");
+        row("input not awaited", 250, "10 255 1 1 0 1|0", "2.6:+3", "0> time 10/10");
+        row("input gone", 250, "10 255 0 0 1 1|0", "1:-3", "0> time 10/10");
+        row("active", 250, "10 255 0 0 1 1|0", "a 3:+7", "0> time 10/10");
+        row("active, off, on", 250, "0 0 0 0 1 1|0", "a 3:-7 3.1:+7", "0>1 input7 3.1/3.25");
+        row("on", 250, "5 1|9 9 0 0 1 2|0", "2:+3 6:+3", "0>1 time 5/5, 1> time 14/14");
+        row("on, off", 250, "5 1|9 9 0 0 1 2|0", "2:+3 6:-3", "0>1 time 5/5, 1> time 14/14");
+        row("on, off, on", 250, "5 1|0 0 0 0 1 2|0", "2:+3 6:-3 7.1:+3",
+            "0>1 time 5/5, 1>2 input3 7.1/7.25");
+        row("on, off, on at one instant", 250, "5 1|0 0 0 0 1 2|0", "2:+3 7.01:-3 7.02:+3",
+            "0>1 time 5/5, 1>2 input3 7.02/7.25");
+        row("another on", 250, "5 1|0 0 0 0 1 2|0", "2:+3 6:+4", "0>1 time 5/5, 1>2 input4 6/6");
+        row("time and input", 250, "10 1 0 0 1 2|0|0", "10:+3", "0>1 time 10/10");
+        row("time and trigger", 250, "10 1 1 2|0|0", "10:T", "0>1 time 10/10");
+        row("time, then input", 78, "10 1 0 0 1 2|0 0 0 0 1 3|0|0", "10.03:+3",
+            "0>1 time 10/10.062, 1>3 input3 10.03/10.062");
+        row("input, then time", 78, "10 1 0 0 1 2|0|0", "9.99:+3", "0>2 input3 9.99/10.062");
+        row("two inputs", 250, "0 0 0 0 1 1|0 0 0 0 1 2|0", "5.01:+3 5.02:+4",
+            "0>1 input3 5.01/5.25, 1>2 input4 5.02/5.25");
+        row("five", 250, "0 0 1 1|0 0 1 0", "1.01:T 1.02:T 1.03:T 1.04:T 1.05:T", five.constData());
+        row("ring", 250, "0 0 1 1|0 0 1 0", "1.01:T 1.02:T 1.03:T 1.04:T 1.05:T 1.06:T 1.07:T",
+            (five + ", 1> ring 1.06/1.25").constData());
+        row("stop", 250, "10 255", "4:S", "0> stop 4/4");
+        row("stop later", 250, "10 1|5 255", "12:S", "0>1 time 10/10, 1> stop 12/12");
+    }
+    void sequence()
+    {
+        QFETCH(int, interval);
+        QFETCH(QString, steps);
+        QFETCH(QString, inputs);
+        QFETCH(QString, changes);
+        constexpr int instants = 1000;
+        const Recording played(svStream + stepCommands(interval, steps) + Commands{allInputs},
+                               instants, inputs);
+        QStringList wanted = QStringLiteral(">0 start 0/0, %1").arg(changes).split(", ");
+        wanted.removeAll(QString());
+        QCOMPARE(played.changes, wanted);
+
+        const QString last = wanted.last();
+        const bool ended = last.contains("> ");
+        // No frame at the instant at which the sequence ended.
+        const double end = last.section('/', 1).toDouble() * 1000 / interval;
+        QCOMPARE(int(played.sv.size()), ended ? qRound(end) : instants);
+        QCOMPARE(played.status.state == PlayState::Running, !ended);
+        if (last.contains("> time") || last.contains("> stop"))
+            QCOMPARE(played.status.state == PlayState::Stopped, last.contains("stop"));
+        QCOMPARE(int(played.status.step), last.section('>', ended ? 0 : 1).at(0).digitValue());
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPlayer)
+#include "tst_player.moc"

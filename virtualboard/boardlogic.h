@@ -1,0 +1,54 @@
+#pragma once
+
+#include "performer.h"
+#include "testprogram.h"
+
+#include <QByteArray>
+
+#include <atomic>
+
+namespace virtualboard {
+
+/// Passes reports on, and counts them. May be used from any thread.
+class ReportCounter
+{
+public:
+    explicit ReportCounter(Report next);
+
+    void report(const QString &line);
+    quint32 count() const { return m_count; }
+
+private:
+    const Report m_next;
+    std::atomic<quint32> m_count = 0;
+};
+
+/// What the board does on each command, and what it says about itself.
+class BoardLogic
+{
+public:
+    BoardLogic(Performer &performer, ReportCounter &reports);
+
+    /// Obeys a command that came over the link.
+    void obey(const DecodedCommand &decoded);
+    /// The payload of the data reply to a status read-back.
+    QByteArray status(int which);
+
+    /// Whether a stop command has come since the last start.
+    bool wasStopped() const { return m_stopped; }
+    PlayState state() const;
+
+private:
+    void start();
+    void stop();
+    void reset();
+
+    Performer &m_performer;
+    ReportCounter &m_reports;
+    TestProgram m_program;
+    std::atomic<bool> m_stopped = false;
+    std::atomic<bool> m_playable = false;
+    std::atomic<bool> m_played = false; ///< something, since the last reset
+};
+
+} // namespace virtualboard

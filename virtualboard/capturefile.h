@@ -1,0 +1,70 @@
+#pragma once
+
+#include "playback.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <memory>
+#include <optional>
+
+namespace virtualboard {
+
+/// Writes what is published, and the marks of the sequence, into a pcap file with Ethernet frames
+/// and time stamps in nanoseconds: those of 1970-01-01 to 2106-02-07; earlier and later times
+/// become the first and the last of them.
+///
+/// publish() allocates nothing once the sequence has begun; it waits for the disk at times, and
+/// note() allocates, so that this is no sink for a live sample loop.
+class CaptureSink : public FrameSink
+{
+public:
+    CaptureSink();
+    ~CaptureSink() override; ///< closes the file
+
+    /// Creates the file, over an earlier one. False, with errorString(), if that is not possible.
+    [[nodiscard]] bool open(const QString &path);
+    /// Writes what is buffered. False, with errorString(), if that fails; as after any failed
+    /// write, nothing more is written then.
+    bool flush();
+    QString errorString() const;
+
+    void begin(const TestProgram &program) override;
+    void publish(qint64 time, const OutgoingFrame *frames, int count) override;
+    void note(qint64 time, const Transition &transition) override;
+    void end() override; ///< flushes
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+/// One packet of a capture.
+struct CapturedFrame
+{
+    qint64 time = 0; ///< absolute, ns, not negative
+    QByteArray bytes; ///< from the destination MAC address on
+    bool whole = true; ///< not cut by the capture's snap length
+};
+
+/// Reads a pcap or pcapng file with Ethernet frames, packet by packet.
+class CaptureReader
+{
+public:
+    CaptureReader();
+    ~CaptureReader();
+
+    /// False, with errorString(), if there is no such file, it is no capture, or its frames are no
+    /// Ethernet frames.
+    [[nodiscard]] bool open(const QString &path);
+    /// The next packet; nothing at the end, and after an error (errorString() is not empty then and
+    /// names the packet, counted from 1). An absurd time becomes the nearest that can be held.
+    std::optional<CapturedFrame> next();
+    QString errorString() const;
+
+private:
+    struct Private;
+    std::unique_ptr<Private> d;
+};
+
+} // namespace virtualboard

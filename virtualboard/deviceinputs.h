@@ -1,0 +1,85 @@
+#pragma once
+
+#include "commands.h"
+#include "playback.h"
+
+#include <QByteArray>
+#include <QStringList>
+#include <QVector>
+
+#include <array>
+#include <limits>
+
+namespace virtualboard {
+
+/**
+ * Watches the GOOSE messages of the device under test: turns them into inputs, by the
+ * subscriptions, and notices when a stream stops.
+ *
+ * A stream is what has an APPID at a light port; several subscriptions may share one. What comes
+ * behind the Length of a message (padding, a redundancy trailer) is no part of it.
+ *
+ * A stream has each kind of fault reported once, and its first #reportedLosses losses: the reports
+ * cannot grow without bound, whatever comes in.
+ */
+class DeviceInputs
+{
+public:
+    static constexpr int anyPort = 0;
+    static constexpr int reportedLosses = 100; ///< of each stream
+    static constexpr qint64 never = std::numeric_limits<qint64>::max();
+
+    /// Channels beyond the last one are reported and left out.
+    explicit DeviceInputs(const QVector<Subscription> &subscriptions);
+
+    /// Whether the frame, tagged (IEEE 802.1Q) or not, has the EtherType of GOOSE and an APPID.
+    static bool isGoose(const QByteArray &frame);
+
+    /// A frame has come in. Anything that is no subscribed GOOSE message is ignored; damaged ones
+    /// are reported.
+    /// @param time  absolute; not before that of the frame before
+    /// @param port  light port, 1 to 8, or anyPort
+    /// Returns the logic channels that have changed.
+    QVector<InputEvent> take(qint64 time, int port, const QByteArray &frame);
+
+    /// Absolute time at which the next stream is lost unless a message comes; #never if none is
+    /// awaited.
+    qint64 nextLoss() const;
+    /// Takes the streams as lost whose time has run out at @p now; reports them.
+    void expire(qint64 now);
+
+    bool isSubscribed(int channel) const { return contains(m_subscribed, channel); }
+    bool isActive(int channel) const { return contains(m_active, channel); }
+    std::array<quint64, logicChannels / 64> activeChannels() const { return m_active; }
+
+    /// What there was to report since the last call, one line each.
+    QStringList takeReports();
+
+private:
+    using Channels = std::array<quint64, logicChannels / 64>; ///< bit c % 64 of word c / 64
+    enum Fault { Damaged, OtherSize, Lost, FaultCount };
+
+    struct Stream
+    {
+        int appId = 0;
+        int port = 0;
+        QVector<Subscription> subscriptions;
+        qint64 lostAt = never;
+        std::array<int, FaultCount> faults = {}; ///< how often each was reported
+    };
+    struct Message;
+
+    static bool contains(const Channels &channels, int channel);
+    Stream &streamOf(const Subscription &subscription);
+    void evaluate(const Message &message, const Subscription &subscription, qint64 time,
+                  QVector<InputEvent> &events);
+    void lose(Stream &stream);
+    void report(Stream &stream, Fault fault, const QString &text);
+
+    QVector<Stream> m_streams;
+    Channels m_subscribed = {};
+    Channels m_active = {};
+    QStringList m_reports;
+};
+
+} // namespace virtualboard

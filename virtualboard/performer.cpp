@@ -1,0 +1,38 @@
+#include "performer.h"
+
+#include "player.h"
+
+namespace virtualboard {
+
+void Performer::show(const Player &player, const Punctuality &punctuality)
+{
+    // First the changes, so that whoever sees the end of a sequence also sees why it ended.
+    for (int i = 0; i < player.changeCount(); ++i) {
+        if (!m_changes.push(player.changes()[i]))
+            m_lostChanges.fetch_add(1, std::memory_order_relaxed);
+    }
+    PlayStatus status = player.status();
+    status.punctuality = punctuality;
+    m_status.write(status);
+}
+
+TransitionLog Performer::log()
+{
+    m_log.total += m_lostChanges.exchange(0, std::memory_order_relaxed);
+    while (const Transition *const change = m_changes.front()) {
+        ++m_log.total;
+        if (m_log.last.size() == TransitionLog::capacity)
+            m_log.last.removeFirst();
+        m_log.last << *change;
+        m_changes.pop();
+    }
+    return m_log;
+}
+
+void Performer::forgetLog()
+{
+    log();
+    m_log = TransitionLog();
+}
+
+} // namespace virtualboard

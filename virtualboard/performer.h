@@ -1,0 +1,55 @@
+#pragma once
+
+#include "boardstatus.h"
+#include "lockfree.h"
+#include "playback.h"
+
+#include <QString>
+
+#include <atomic>
+#include <functional>
+
+namespace virtualboard {
+
+class Player;
+class TestProgram;
+
+/// Takes one line of text; may be called from any thread, never from a live sample loop.
+using Report = std::function<void(const QString &)>;
+
+/// Plays programs, one after the other, in a thread of its own. The operations are for one other
+/// thread; none of them waits for the end of a sequence.
+class Performer
+{
+public:
+    virtual ~Performer() = default;
+
+    /// Ends what is being played, and begins with @p program, which must be playable.
+    virtual void start(const TestProgram &program) = 0;
+    /// Ends what is being played; no frame goes out any more when this returns.
+    virtual void stop() = 0;
+    /// The trigger comes, now.
+    virtual void trigger() = 0;
+    /// Other subscriptions are in force from now on; a live board watches them between sequences.
+    virtual void watch(const TestProgram &program) { Q_UNUSED(program) }
+
+    /// Of the sequence being played, or the last one: Idle before the first.
+    PlayStatus status() const { return m_status.read(); }
+    /// The changes of steps of that sequence.
+    TransitionLog log();
+
+protected:
+    // For the playing thread:
+    /// Leaves the player's state and its last changes for others to see.
+    void show(const Player &player, const Punctuality &punctuality = {});
+    // For the commanding thread, while nothing is played:
+    void forgetLog();
+
+private:
+    Snapshot<PlayStatus> m_status;
+    SpscQueue<Transition> m_changes{4096};
+    std::atomic<quint32> m_lostChanges = 0; ///< that did not fit into the queue
+    TransitionLog m_log;
+};
+
+} // namespace virtualboard

@@ -1,0 +1,229 @@
+#include "player.h"
+
+#include "publishers.h"
+#include "testprogram.h"
+
+#include <vector>
+
+namespace virtualboard {
+
+namespace {
+
+constexpr qint64 microsecond = 1000; // ns
+constexpr qint64 millisecond = 1'000'000; // ns
+/// Changes of steps at one sample instant; with one more the steps are a ring that takes no time.
+constexpr int mostChangesAtOnce = stepLimit;
+
+} // namespace
+
+struct Player::Private
+{
+    std::array<Step, stepLimit> steps;
+    std::array<bool, stepLimit> hasStep = {};
+    std::vector<SvPublisher> sampledValues;
+    std::vector<GoosePublisher> goose;
+    /// Room for all streams; those of the sampled values are at the front and stay the same.
+    std::vector<OutgoingFrame> frames;
+    int sampleInterval = 0; ///< microseconds
+    qint64 startTime = 0;
+    Waveforms waveforms;
+
+    qint64 instant = 0; ///< the next one, absolute
+    int step = 0;
+    qint64 entry = 0; ///< into the step, absolute
+    bool stepIsNew = true;
+    PlayState state = PlayState::Running;
+    ActiveChannels active = {};
+    quint64 framesSent = 0;
+    std::array<Transition, maximumChanges> changes;
+    int changeCount = 0; ///< noted by the last play(), or to be noted by the next one
+    bool changesAreNoted = false;
+    int changesAtInstant = 0;
+
+    void append(const Transition &change);
+    void change(int next, Cause cause, qint64 causeTime, quint16 channel = noChannel);
+    void end(Cause cause, qint64 causeTime);
+    void leaveOnTime(qint64 now);
+    void publish(FrameSink &sink);
+};
+
+Player::Player(const TestProgram &program, qint64 startTime, const ActiveChannels &active)
+    : d(std::make_unique<Private>())
+{
+    for (int i = 0; i < stepLimit; ++i) {
+        if (const Step *const step = program.step(i)) {
+            d->steps[std::size_t(i)] = *step;
+            d->hasStep[std::size_t(i)] = true;
+        }
+    }
+    for (const SvStream &stream : program.svStreams())
+        d->sampledValues.emplace_back(stream);
+    for (const GooseStream &stream : program.gooseStreams())
+        d->goose.emplace_back(stream, startTime);
+    d->frames.resize(d->sampledValues.size() + d->goose.size());
+    for (std::size_t i = 0; i < d->sampledValues.size(); ++i)
+        d->frames[i] = d->sampledValues[i].frame();
+    d->sampleInterval = program.sampleInterval();
+    d->startTime = startTime;
+    d->instant = startTime;
+    d->entry = startTime;
+    d->active = active;
+    Transition start;
+    start.entered = 0;
+    d->append(start);
+}
+
+Player::~Player() = default;
+
+bool Player::hasEnded() const
+{
+    return d->state != PlayState::Running;
+}
+
+qint64 Player::nextInstant() const
+{
+    return d->instant;
+}
+
+void Player::Private::append(const Transition &change)
+{
+    if (changesAreNoted) {
+        changeCount = 0;
+        changesAreNoted = false;
+    }
+    changes[std::size_t(changeCount++)] = change;
+}
+
+void Player::Private::change(int next, Cause cause, qint64 causeTime, quint16 channel)
+{
+    if (changesAtInstant == mostChangesAtOnce) {
+        end(Cause::Ring, causeTime);
+        return;
+    }
+    ++changesAtInstant;
+    const bool exists = next < stepLimit && hasStep[std::size_t(next)];
+    Transition change;
+    change.left = quint8(step);
+    change.entered = exists ? quint8(next) : noStep;
+    change.cause = cause;
+    change.channel = channel;
+    change.causeTime = causeTime - startTime;
+    change.entryTime = instant - startTime;
+    append(change);
+    if (!exists) {
+        state = PlayState::Finished;
+        return;
+    }
+    step = next;
+    entry = instant;
+    stepIsNew = true;
+    for (GoosePublisher &stream : goose)
+        stream.enter(std::size_t(step), instant);
+}
+
+void Player::Private::end(Cause cause, qint64 causeTime)
+{
+    Transition change;
+    change.left = quint8(step);
+    change.cause = cause;
+    change.causeTime = causeTime - startTime;
+    change.entryTime = instant - startTime;
+    append(change);
+    state = PlayState::Stopped;
+}
+
+void Player::Private::leaveOnTime(qint64 now)
+{
+    const Step &current = steps[std::size_t(step)];
+    const qint64 deadline = entry + current.milliseconds * millisecond;
+    if (state == PlayState::Running && current.milliseconds > 0 && deadline <= now)
+        change(current.timeJump, Cause::Time, deadline);
+}
+
+void Player::input(const InputEvent &event)
+{
+    const bool isChannel = event.kind != InputEvent::Trigger;
+    if (isChannel && event.channel >= logicChannels)
+        return;
+    d->leaveOnTime(event.time);
+
+    bool becameActive = false;
+    if (isChannel) {
+        quint64 &word = d->active[event.channel / 64];
+        const quint64 bit = quint64(1) << (event.channel % 64);
+        becameActive = event.kind == InputEvent::ChannelOn && (word & bit) == 0;
+        word = event.kind == InputEvent::ChannelOn ? word | bit : word & ~bit;
+    }
+    if (d->state != PlayState::Running || event.time < d->startTime)
+        return;
+    const Step &current = d->steps[std::size_t(d->step)];
+    if (becameActive && current.binaryInputEnabled)
+        d->change(current.binaryInputJump, Cause::BinaryInput, event.time, event.channel);
+    else if (!isChannel && current.triggerEnabled)
+        d->change(current.triggerJump, Cause::Trigger, event.time);
+}
+
+void Player::stop(Cause cause)
+{
+    if (d->state == PlayState::Running)
+        d->end(cause, d->instant);
+}
+
+void Player::play(FrameSink &sink)
+{
+    d->leaveOnTime(d->instant);
+    if (d->changesAreNoted)
+        d->changeCount = 0;
+    for (int i = 0; i < d->changeCount; ++i)
+        sink.note(d->instant, d->changes[std::size_t(i)]);
+    d->changesAreNoted = true;
+    d->changesAtInstant = 0;
+    if (d->state == PlayState::Running)
+        d->publish(sink);
+}
+
+void Player::Private::publish(FrameSink &sink)
+{
+    if (stepIsNew)
+        waveforms.enter(steps[std::size_t(step)].waves, sampleInterval);
+    stepIsNew = false;
+
+    const Waveforms::Counts &counts = waveforms.next();
+    for (SvPublisher &stream : sampledValues)
+        stream.sample(counts);
+    std::size_t count = sampledValues.size();
+    for (GoosePublisher &stream : goose) {
+        if (!stream.isDue(instant))
+            continue;
+        stream.prepare();
+        frames[count++] = stream.frame();
+    }
+    if (count > 0)
+        sink.publish(instant, frames.data(), int(count));
+    framesSent += count;
+    instant += sampleInterval * microsecond;
+}
+
+const Transition *Player::changes() const
+{
+    return d->changes.data();
+}
+
+int Player::changeCount() const
+{
+    return d->changesAreNoted ? d->changeCount : 0;
+}
+
+PlayStatus Player::status() const
+{
+    PlayStatus status;
+    status.state = d->state;
+    status.step = quint8(d->step);
+    status.timeInStep = d->instant - d->entry;
+    status.totalTime = d->instant - d->startTime;
+    status.framesSent = d->framesSent;
+    status.activeChannels = d->active;
+    return status;
+}
+
+} // namespace virtualboard

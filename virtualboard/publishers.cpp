@@ -1,0 +1,124 @@
+#include "publishers.h"
+
+#include <QtEndian>
+
+#include <algorithm>
+
+namespace virtualboard {
+
+namespace {
+
+constexpr int entrySize = 8; ///< of an SV dataset: INT32 value and quality
+constexpr int stNumSize = 4;
+constexpr qint64 millisecond = 1'000'000; // ns
+constexpr qint64 second = 1'000'000'000; // ns
+constexpr qint64 firstPause = 2 * millisecond;
+constexpr qint64 leastPause = millisecond;
+
+/// stNum and sqNum skip 0 when they roll over (IEC 61850-8-1).
+quint32 rolledOver(quint32 counter)
+{
+    return counter == 0 ? 1 : counter;
+}
+
+constexpr int timeQualityOffset = 7; ///< in t
+
+/// Seconds since 1970, a fraction of 24 bits and the time quality (IEC 61850-8-1, 8.1.3.6).
+void writeTime(qint64 time, uchar quality, uchar *bytes)
+{
+    constexpr int fractionBits = 24;
+    qToBigEndian(quint32(time / second), bytes);
+    const auto fraction = quint32((time % second << fractionBits) / second);
+    bytes[4] = uchar(fraction >> 16);
+    bytes[5] = uchar(fraction >> 8);
+    bytes[6] = uchar(fraction);
+    bytes[timeQualityOffset] = quality;
+}
+
+OutgoingFrame outgoing(const QByteArray &frame, int port)
+{
+    return {reinterpret_cast<const uchar *>(frame.constData()), int(frame.size()), port};
+}
+
+} // namespace
+
+SvPublisher::SvPublisher(const SvStream &stream)
+    : m_frame(stream.frame)
+    , m_port(stream.port)
+    , m_smpCntOffset(stream.smpCntOffset)
+    , m_smpCnt(stream.smpCntStart)
+    , m_smpCntMax(stream.smpCntMax)
+{
+    m_bytes = reinterpret_cast<uchar *>(m_frame.data());
+    for (int i = 0; i < stream.channelKinds.size(); ++i) {
+        const auto kind = quint8(stream.channelKinds.at(i));
+        if (kind < analogChannels)
+            m_slots.push_back({stream.seqDataOffset + i * entrySize, kind});
+    }
+}
+
+void SvPublisher::sample(const Waveforms::Counts &counts)
+{
+    for (const Slot &slot : m_slots)
+        qToBigEndian(counts[slot.channel], m_bytes + slot.offset);
+    qToBigEndian(quint16(m_smpCnt), m_bytes + m_smpCntOffset);
+    ++m_smpCnt;
+    if (m_smpCnt >= m_smpCntMax)
+        m_smpCnt = 0;
+}
+
+OutgoingFrame SvPublisher::frame() const
+{
+    return outgoing(m_frame, m_port);
+}
+
+GoosePublisher::GoosePublisher(const GooseStream &stream, qint64 startTime)
+    : m_stream(stream)
+    , m_longestPause(std::max(stream.timeAllowedToLive * millisecond / 2, leastPause))
+{
+    m_bytes = reinterpret_cast<uchar *>(m_stream.frame.data());
+    m_stNum = qFromBigEndian<quint32>(m_bytes + m_stream.stNumOffset);
+    m_timeQuality = m_bytes[m_stream.tOffset + timeQualityOffset];
+    for (const GooseItem &item : std::as_const(m_stream.items[0]))
+        std::copy(item.data.begin(), item.data.end(), m_bytes + item.offset);
+    beginState(startTime);
+}
+
+void GoosePublisher::enter(std::size_t step, qint64 now)
+{
+    bool changes = false;
+    for (const GooseItem &item : std::as_const(m_stream.items[step])) {
+        std::copy(item.data.begin(), item.data.end(), m_bytes + item.offset);
+        changes = changes
+            || (item.offset < m_stream.stNumOffset + stNumSize
+                && item.offset + item.data.size() > m_stream.stNumOffset);
+    }
+    if (!changes)
+        return;
+    m_stNum = rolledOver(m_stNum + 1);
+    beginState(now);
+}
+
+void GoosePublisher::beginState(qint64 now)
+{
+    m_sqNum = 0;
+    m_due = now;
+    m_pause = std::min(firstPause, m_longestPause);
+    qToBigEndian(m_stNum, m_bytes + m_stream.stNumOffset);
+    writeTime(now, m_timeQuality, m_bytes + m_stream.tOffset);
+}
+
+void GoosePublisher::prepare()
+{
+    qToBigEndian(m_sqNum, m_bytes + m_stream.sqNumOffset);
+    m_sqNum = rolledOver(m_sqNum + 1);
+    m_due += m_pause;
+    m_pause = std::min(2 * m_pause, m_longestPause);
+}
+
+OutgoingFrame GoosePublisher::frame() const
+{
+    return outgoing(m_stream.frame, m_stream.port);
+}
+
+} // namespace virtualboard

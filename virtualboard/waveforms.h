@@ -1,0 +1,39 @@
+#pragma once
+
+#include "testprogram.h"
+
+#include <array>
+
+namespace virtualboard {
+
+/// The samples of the sixteen analog channels of a step.
+class Waveforms
+{
+public:
+    using Counts = std::array<qint32, analogChannels>;
+
+    /// A step begins: the next sample is its first one.
+    /// @param sampleInterval  microseconds
+    void enter(const Waves &waves, int sampleInterval);
+    /// The next sample, in counts.
+    const Counts &next();
+
+private:
+    using Values = std::array<double, analogChannels>;
+    void align();
+
+    Waves m_waves;
+    double m_sampleInterval = 0; ///< s
+    qint64 m_sample = 0; ///< since the step began
+    // One phasor per channel, turned from sample to sample.
+    Values m_sine = {};
+    Values m_cosine = {};
+    Values m_turnSine = {};
+    Values m_turnCosine = {};
+    Counts m_counts = {};
+};
+
+/// The nearest whole number, half away from zero, limited to 32 bits.
+[[nodiscard]] qint32 toCount(double value);
+
+} // namespace virtualboard
