@@ -57,12 +57,14 @@ CMake package and pkg-config file.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lumtar-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot") # lumtarctl plot
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "wireshark | tshark")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "relay test set on the command line, and a board made of software
 Lumtar drives the signal-generation board of a relay test set over UDP.
 .
-This package contains lumtarctl, which runs tests on a board and checks test
-configurations, lumtar-board, which stands in for a board, a Wireshark
-dissector of the link between them, and examples.")
+This package contains lumtarctl, which runs tests on a board, checks test
+configurations and draws captures, lumtar-board, which stands in for a board
+and plays the tests, a Wireshark dissector of the link between them, and
+examples.")
 
 include(CPack)

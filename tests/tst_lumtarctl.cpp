@@ -2,6 +2,7 @@
 
 #include "testsupport.h"
 
+#include <boardstatus.h>
 #include <report.h>
 
 #include <QProcess>
@@ -10,6 +11,8 @@
 #include <QUdpSocket>
 
 #include <algorithm>
+#include <csignal>
+#include <functional>
 #include <memory>
 
 using namespace testsupport;
@@ -23,19 +26,33 @@ QByteArray content(const QString &path)
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// Makes every line of \a table a row: cells separated by "|", the first one being its name.
-void addRows(const char *table)
+constexpr qint64 kMs = 1000000; // ns
+
+PlayStatus stateAt(PlayState state, quint8 step, qint64 inStep, qint64 total)
 {
-    QTest::addColumn<QStringList>("row");
-    for (const QString &line : QString::fromUtf8(table).split(QLatin1Char('\n'))) {
-        QStringList cells = line.split(QLatin1Char('|'));
-        std::for_each(cells.begin(), cells.end(), [](QString &cell) { cell = cell.trimmed(); });
-        if (cells.size() > 1)
-            QTest::newRow(qPrintable(cells[0])) << cells;
-    }
+    PlayStatus status;
+    status.state = state;
+    status.step = step;
+    status.timeInStep = inStep * kMs;
+    status.totalTime = total * kMs;
+    status.framesSent = quint64(total * 8);
+    return status;
+}
+
+/// From the start over a trip by channel 255 to the end.
+TransitionLog exampleLog()
+{
+    const qint64 late = kMs / 4; // from the cause to the sample instant
+    return {4,
+            {{noStep, 0, Cause::Start, noChannel, 0, 0},
+             {0, 1, Cause::Time, noChannel, 1000 * kMs, 1000 * kMs + late},
+             {1, 2, Cause::BinaryInput, 255, 1030 * kMs, 1030 * kMs + late},
+             {2, noStep, Cause::Time, noChannel, 2030 * kMs + late, 2030 * kMs + late}}};
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(virtualboard::TransitionLog)
 
 class TestLumtarctl : public QObject
 {
@@ -51,12 +68,20 @@ private slots:
     void refusesBadArguments_data();
     void refusesBadArguments();
     void readsStatusAndStops();
+    void readsPayloadsOfItsLayoutOnly_data();
+    void readsPayloadsOfItsLayoutOnly();
+    void watches_data();
+    void watches();
+    void stopsTheBoardWhenInterrupted_data();
+    void stopsTheBoardWhenInterrupted();
     void neverStartsAnIncompleteSequence();
     void tellsThatLocalPortsAreTaken();
 
 private:
-    void lumtarctl(QStringList arguments);
-    void runFiles();
+    using Meanwhile = std::function<void(pid_t)>;
+    void lumtarctl(QStringList arguments, const Meanwhile &meanwhile = {});
+    void runFiles(const QStringList &more = {}, const Meanwhile &meanwhile = {});
+    void answerStatus(const QVector<QByteArray> &states, const QByteArray &log);
 
     QTemporaryDir m_directory; ///< copies of the examples, which a test may spoil
     const QString m_config = m_directory.filePath(QString::fromUtf8("\u95f4\u9694.xml"));
@@ -75,11 +100,13 @@ void TestLumtarctl::init()
     QVERIFY2(m_board->start(), qPrintable(m_board->errorString()));
 }
 
-void TestLumtarctl::lumtarctl(QStringList arguments)
+void TestLumtarctl::lumtarctl(QStringList arguments, const Meanwhile &meanwhile)
 {
     arguments.replaceInStrings(QStringLiteral("BOARD"), boardAddress().toString());
     QProcess process;
     process.start(QStringLiteral(LUMTARCTL), arguments);
+    if (meanwhile && process.waitForStarted())
+        meanwhile(static_cast<pid_t>(process.processId()));
     m_exitStatus = process.waitForFinished() && process.exitStatus() == QProcess::NormalExit
         ? process.exitCode()
         : -1;
@@ -87,11 +114,27 @@ void TestLumtarctl::lumtarctl(QStringList arguments)
     m_errors = QString::fromLocal8Bit(process.readAllStandardError());
 }
 
-void TestLumtarctl::runFiles()
+void TestLumtarctl::runFiles(const QStringList &more, const Meanwhile &meanwhile)
 {
-    lumtarctl({QStringLiteral("run"), QStringLiteral("--board=BOARD"), QStringLiteral("--config"),
-               m_config, QStringLiteral("--sequence"), m_sequence,
-               QStringLiteral("--local-port=%1").arg(localPort())});
+    lumtarctl(QStringList{QStringLiteral("run"), QStringLiteral("--board=BOARD"),
+                          QStringLiteral("--config"), m_config, QStringLiteral("--sequence"),
+                          m_sequence, QStringLiteral("--local-port=%1").arg(localPort())}
+                  + more,
+              meanwhile);
+}
+
+/// Lets the board answer status 0 with one of the states after the other, then with the last one.
+void TestLumtarctl::answerStatus(const QVector<QByteArray> &states, const QByteArray &log)
+{
+    m_board.reset(); // frees the address
+    m_board = std::make_unique<VirtualBoard>(boardAddress());
+    m_board->setStatusSource([states, log, next = 0](int which) mutable {
+        if (which != StateStatus)
+            return log;
+        next = std::min(next + 1, static_cast<int>(states.size()));
+        return states[next - 1];
+    });
+    QVERIFY2(m_board->start(), qPrintable(m_board->errorString()));
 }
 
 void TestLumtarctl::sendsTheExamples()
@@ -114,10 +157,11 @@ void TestLumtarctl::sendsTheExamples()
         // trip: breaker open, disconnector closed, spring charged
         {kStep0 + 2 * kStep + 16,
          "8c908c9009 02 00 04 7500 04 00000000 8f00 02 0640 9d00 02 0680 ab00 01 01"},
-        // dead time: 3 s or the binary input
-        {kStep0 + 3 * kStep + 19, "8c908c9007 03 08 b80b 04 00 00 01 04"},
-        // reclose: further reclosing blocked
+        // dead time: 1 s or the binary input
+        {kStep0 + 3 * kStep + 19, "8c908c9007 03 08 e803 04 00 00 01 04"},
+        // reclose: further reclosing blocked, then the end
         {kStep0 + 4 * kStep + 17, "8c908c9009 04 01 02 6c00 04 00000000 8900 01 01"},
+        {kStep0 + 4 * kStep + 19, "8c908c9007 04 00 e803 ff 00 00 00 00"},
         {kStep0 + 5 * kStep, "8c908c9003 01 fa 05 02 04 08"},
     };
     for (const auto &each : expected)
@@ -139,38 +183,43 @@ void TestLumtarctl::appliesSettings()
 {
     QFETCH(QStringList, row);
     const QByteArray step = R"("name": "only", "time": 65, "onTimeout": "only", "stepOption": 1,
-        "conditionFlags": 4, "onTrigger": {"trigger": 3, "goTo": "only"}, "outputs": {"Va1": {)";
+        "conditionFlags": 4, "onTrigger": {"trigger": 3, "goTo": "end"}, "onBinaryInput": "end",
+        "outputs": {"Va1": {)";
     QVERIFY(writeFile(m_sequence,
                       R"({"settings": {)" + row[1].toUtf8() + R"(}, "steps": [{)" + step
                           + row[2].toUtf8() + "}}}]}"));
+    // A GOOSE stream without binary outputs gets no command per step.
+    QVERIFY(writeFile(m_config, content(m_config).replace(R"(<mapinfo Which="4" Pos="2"/>)", "")));
     runFiles();
     QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
     const QVector<QByteArray> frames = m_board->frames().mid(11); // behind the configuration
-    QCOMPARE(frames.size(), 16 + 2 + 3);
+    QVERIFY2(m_output.contains(QLatin1String("30/31  start")), qPrintable(m_output));
+    QCOMPARE(frames.size(), 16 + 1 + 3);
     COMPARE_BYTES(frames[0], bytes("8c908c9001 00 08" + row[3].toUtf8() + ' '));
     COMPARE_BYTES(frames[1], bytes("8c908c9001 00 09" + row[4].toUtf8() + ' '));
-    COMPARE_BYTES(frames[18], bytes("8c908c900a 00 00"));
-    COMPARE_BYTES(frames[19], bytes("8c908c9007 00 04 e8fd 00 03 00 00 00"));
+    COMPARE_BYTES(frames[17], bytes("8c908c900a 00 00"));
+    COMPARE_BYTES(frames[18], bytes("8c908c9007 00 0c e8fd 00 03 ff 01 ff"));
 }
 
 void TestLumtarctl::refusesBadFiles_data()
 {
     // name | text of the example | what it is replaced with | part of the message
     addRows(R"(
-        missing comma | "time": 5, | "time": 5 | :16:8: unterminated object
+        missing comma | "time": 1, | "time": 1 | :16:8: unterminated object
         not a number | 8.0 | NaN | :38:31: illegal number
         infinite | 8.0 | 1e999 | :38:
         text for a number | 8.0 | "8" | steps[1].outputs.Ia1.amplitude: must be a number, not a text
         negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude: -8 is out of range; allowed is 0 to 1518504
         beyond the counts of a stream | 8.0 | 1518505 | Ia1.amplitude: 1518505 is out of range
-        beyond 16 bits of ms | "time": 5 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65
-        half seconds | "time": 5 | "time": 0.5 | steps[0].time: 0.5 is not a whole number
-        key misspelt | "time": 5 | "tiem": 5 | steps[0].tiem: unknown; known here: "name", "time"
-        key missing | "time": 5, | | steps[0]: "time" is missing
+        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65
+        half seconds | "time": 1 | "time": 0.5 | steps[0].time: 0.5 is not a whole number
+        key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem: unknown; known here: "name", "time"
+        key missing | "time": 1, | | steps[0]: "time" is missing
         key twice | "Vn1" | "Va1" | :37:9: "Va1" is given twice
         no such output | "Vn1" | "Vx1" | steps[1].outputs.Vx1: unknown
         mirrored output | "Vn1" | "Vn2" | steps[1].outputs.Vn2: mirrors Vn1
         two steps of one name | "name": "trip" | "name": "fault" | steps[2].name: "fault" names an earlier step too
+        a step called end | "name": "trip" | "name": "end" | steps[2].name: "end" names the end of the sequence
         no such step | "onTimeout": "trip" | "onTimeout": "tripped" | steps[1].onTimeout: "tripped" is unknown
         three binary outputs | false, true] | true] | steps[4].binaryOutputs: has 3 elements; allowed is 4
         six steps | "steps": [ | "steps": [{}, | steps: has 6 elements; allowed is 1 to 5
@@ -239,6 +288,156 @@ void TestLumtarctl::readsStatusAndStops()
     QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
     const QVector<QByteArray> expected = {bytes("8c928c92 12"), bytes("8c908c9003 00 fa 05020408")};
     COMPARE_BYTES(m_board->frames(), expected);
+}
+
+void TestLumtarctl::readsPayloadsOfItsLayoutOnly_data()
+{
+    // fault | which | offset of the bytes that are other, hexadecimal
+    addRows(R"(
+        another board           | 0 | 0  | 4d
+        another version         | 0 | 3  | 02
+        no such state           | 0 | 4  | 05
+        no such current step    | 0 | 5  | 05
+        time beyond 64 bits     | 0 | 8  | ff ff ff ff ff ff ff 7f
+        another board's log     | 1 | 1  | 4d
+        more records than sent  | 1 | 4  | 05 00 00 00 05
+        more records than total | 1 | 4  | 03
+        records too small       | 1 | 10 | 00
+        no such step            | 1 | 13 | 05
+        no such cause           | 1 | 14 | 07
+        channel of a start      | 1 | 16 | 00 00
+        no such logic channel   | 1 | 64 | 00 01
+        )");
+}
+
+void TestLumtarctl::readsPayloadsOfItsLayoutOnly()
+{
+    PlayStatus status = stateAt(PlayState::Running, 1, 20, 1020);
+    status.activeChannels = {1, 0, 0, 0x8000000000000000U};
+    status.punctuality = {3, 2, 1000, 4000, 250000};
+    const QByteArray state = encodeState(status, 7);
+    COMPARE_BYTES(state,
+                  bytes("'LVB' 01 02 01 0000 204e00*6 60900f00*5 e01f00*6 0100*30 80 07000000"
+                        "e8030000 a00f0000 90d00300 0300*7 0200*7"));
+    const QByteArray log = encodeLog(exampleLog());
+    COMPARE_BYTES(log.left(12), bytes("'LVB' 01 04000000 0400 1800"));
+    COMPARE_BYTES(log.mid(60, 24), bytes("01 02 03 00 ff00 0000 70b70f00*5 6ab80f00*5"));
+    QCOMPARE(encodeState(decodeState(state + '\x55')->status, 7), state);
+    QCOMPARE(encodeLog(decodeLog(log + '\x55').value()), log);
+    for (const int count : {64, 65})
+        QCOMPARE(decodeLog(bytes("'LVB' 01 ff000000") + char(count) + bytes("00 1800")
+                           + log.mid(12, 24).repeated(count))
+                     .has_value(),
+                 count == 64);
+
+    QFETCH(QStringList, row);
+    QByteArray bad = row[1] == QLatin1String("0") ? state : log;
+    const QByteArray other = bytes(row[3].toUtf8());
+    bad.replace(row[2].toInt(), static_cast<int>(other.size()), other);
+    QVERIFY(row[1] == QLatin1String("0") ? !decodeState(bad) : !decodeLog(bad));
+    for (int size = 0; size < state.size(); ++size)
+        QVERIFY(!decodeState(state.left(size)) && !decodeLog(log.left(size)));
+}
+
+void TestLumtarctl::watches_data()
+{
+    QTest::addColumn<QVector<QByteArray>>("states");
+    QTest::addColumn<TransitionLog>("log");
+    QTest::addColumn<int>("exitStatus");
+    QTest::addColumn<QString>("error");
+    QTest::addColumn<QString>("expected"); // parts of the output, separated by "|"
+    QTest::addColumn<QString>("unexpected");
+    const auto row = [](const char *name, const QVector<QByteArray> &states,
+                        const TransitionLog &log, int exitStatus, const char *error,
+                        const char *expected, const char *unexpected) {
+        QTest::newRow(name) << states << log << exitStatus << QString::fromLatin1(error)
+                            << QString::fromLatin1(expected) << QString::fromLatin1(unexpected);
+    };
+
+    PlayStatus tripped = stateAt(PlayState::Running, 1, 20, 1020);
+    tripped.activeChannels = {2, 0, 0, 0x8000000000000000U};
+    row("to its end",
+        {encodeState(stateAt(PlayState::Running, 0, 100, 100), 0),
+         encodeState(stateAt(PlayState::Running, 0, 250, 250), 0), encodeState(tripped, 0),
+         encodeState(stateAt(PlayState::Finished, 2, 1000, 2030), 0)},
+        exampleLog(), 0, "",
+        "running: step 0 (prefault) 0.100 s, total 0.100 s, 800 frames, active: none|"
+        "total 1.020 s, 8160 frames, active: 1 255|finished: step 2 (trip) 1.000 s, total 2.030 s|"
+        "1.030250 1 (fault) 2 (trip) binary input 255 1.030000 29.750|"
+        "2.030250 2 (trip) end time 2.030250 1000.000|"
+        "binary input: logic channel 255, 29.750 ms after entry into step 1 (fault)",
+        "total 0.250 s"); // neither state nor step has changed
+
+    PlayStatus late = stateAt(PlayState::Finished, 2, 1000, 2030);
+    late.punctuality = {3, 2, 12345, 45678, 250000};
+    row("late, and the older changes lost", {encodeState(late, 7)},
+        {100, {{1, 2, Cause::BinaryInput, 0, 1030 * kMs, 1030 * kMs}}}, 0, "",
+        "100 changes of steps; the board has kept the last 1|has reported 7 problems|"
+        "late by 12.3 us (p50), 45.7 us (p99), 250.0 us (most); 3 missed deadlines, 2 frames not",
+        "after entry");
+    row("stopped by somebody else", {encodeState(stateAt(PlayState::Stopped, 1, 20, 1020), 0)},
+        exampleLog(), 1, "was stopped before its end", "0 (prefault) 1 (fault) time", "late by");
+    row("reset by somebody else", {encodeState(tripped, 0), encodeState({}, 0)}, {}, 1,
+        "the board does not play the sequence: it is idle", "running", "cause");
+    row("another layout", {QByteArray(8, '\1')}, {}, 1,
+        "--watch cannot read this board's status: status 0 has 8 bytes of another layout; the "
+        "sequence goes on",
+        "started", "cause");
+}
+
+void TestLumtarctl::watches()
+{
+    QFETCH(QVector<QByteArray>, states);
+    QFETCH(TransitionLog, log);
+    QFETCH(QString, error);
+    QFETCH(QString, expected);
+    QFETCH(QString, unexpected);
+    answerStatus(states, encodeLog(log));
+    runFiles({QStringLiteral("--watch")});
+    QTEST(m_exitStatus, "exitStatus");
+    QVERIFY2(error.isEmpty() ? m_errors.isEmpty() : m_errors.contains(error), qPrintable(m_errors));
+    expected += QStringLiteral("|0/112 reset|3/112 SV stream 2 of 2: E1Q00MU01/|"
+                               "51/112 step 3 of 5: trip|111/112 start");
+    for (const QString &part : expected.split(QLatin1Char('|')))
+        QVERIFY2(m_output.simplified().contains(part), qPrintable(part + "\nnot in\n" + m_output));
+    QVERIFY2(!m_output.contains(unexpected), qPrintable(m_output));
+    QVERIFY2(!m_output.contains(QLatin1Char('\r')), "rewrites lines without a terminal");
+    QVERIFY(!m_board->frames().contains(bytes("8c908c9003 00 fa 05020408")));
+}
+
+void TestLumtarctl::stopsTheBoardWhenInterrupted_data()
+{
+    QTest::addColumn<int>("exchange"); // that is going on
+    QTest::addColumn<int>("signal");
+    QTest::addColumn<int>("kind"); // of the board's behaviour in it
+    QTest::newRow("loading") << 3 << SIGINT << int(Behaviour::Late);
+    QTest::newRow("executing") << 70 << SIGTERM << int(Behaviour::LoseFirst); // the last of step 3
+    QTest::newRow("watching") << 114 << SIGINT << int(Behaviour::Proper);
+}
+
+void TestLumtarctl::stopsTheBoardWhenInterrupted()
+{
+    QFETCH(int, exchange);
+    QFETCH(int, signal);
+    QFETCH(int, kind);
+    answerStatus({encodeState(stateAt(PlayState::Running, 0, 1, 1), 0)}, {});
+    constexpr int kDelay = 1000; // ms; leaves the time to interrupt
+    m_board->setBehaviour(exchange, {static_cast<Behaviour::Kind>(kind), 1, kDelay});
+    // The stop command behind the lost one: a late answer to that must not pass for its own.
+    m_board->setBehaviour(71, {Behaviour::LoseFirst, 1});
+    bool wasGoingOn = false;
+    runFiles({QStringLiteral("--watch")}, [&](pid_t process) {
+        wasGoingOn = m_board->waitForReceptions(exchange + 1, 10000) && kill(process, signal) == 0;
+    });
+    QVERIFY(wasGoingOn);
+    QCOMPARE(m_errors, QStringLiteral("lumtarctl: interrupted; the board has been stopped\n"));
+    QCOMPARE(m_exitStatus, 130);
+    const QVector<QByteArray> frames = m_board->frames();
+    COMPARE_BYTES(frames.last(), bytes("8c908c9003 00 fa 05020408"));
+    const bool hasStarted = frames.contains(bytes("8c908c9003 01 fa 05020408"));
+    QCOMPARE(hasStarted, exchange > 112);
+    QVERIFY2(hasStarted || frames.size() <= exchange + 3, "goes on for long");
+    QCOMPARE(m_output.contains(QLatin1String("step 4 of 5")), hasStarted); // a retry is no progress
 }
 
 void TestLumtarctl::neverStartsAnIncompleteSequence()

@@ -4,11 +4,11 @@
 #include "configurationcheck.h"
 #include "configurationreport.h"
 #include "failures.h"
-#include "sequencefile.h"
+#include "plotcommand.h"
+#include "sequencerun.h"
 #include "terminal.h"
 
 #include <QCommandLineParser>
-#include <QFileInfo>
 #include <QJsonDocument>
 
 namespace {
@@ -16,9 +16,15 @@ namespace {
 const QString boardOption = QStringLiteral("board");
 const QString configOption = QStringLiteral("config");
 const QString sequenceOption = QStringLiteral("sequence");
+const QString watchOption = QStringLiteral("watch");
 const QString localPortOption = QStringLiteral("local-port");
 const QString whichOption = QStringLiteral("which");
 const QString jsonOption = QStringLiteral("json");
+const QString outputOption = QStringLiteral("output");
+const QString streamOption = QStringLiteral("stream");
+const QString fromOption = QStringLiteral("from");
+const QString toOption = QStringLiteral("to");
+const QString allOption = QStringLiteral("all");
 
 struct OptionText
 {
@@ -26,16 +32,29 @@ struct OptionText
     const char *valueName; ///< empty for an option without a value
     const char *description;
     const char *defaultValue;
+    const char *shortName = "";
 };
 
 const OptionText optionTexts[] = {
     {boardOption, "ADDRESS", "IP address of the board; it listens on UDP port 2001.", ""},
     {configOption, "FILE", "Test configuration (XML) to load.", ""},
-    {sequenceOption, "FILE", "State sequence (JSON) to execute.", ""},
+    {sequenceOption, "FILE", "State sequence (JSON).", ""},
+    {watchOption, "", "Shows the state of the board until the sequence has ended.", ""},
     {localPortOption, "N", "Local UDP port, 1 to 65534; the next one is tried too.", "2002"},
     {whichOption, "N", "Number of the status to read, 0 to 255.", "0"},
     {jsonOption, "", "Prints one JSON document instead of tables.", ""},
+    {outputOption, "FILE", "Picture to write: FILE.svg or FILE.png.", "", "o"},
+    {streamOption, "ID", "Sampled-value stream: svID, or APPID (decimal or 0x...).", ""},
+    {fromOption, "S", "Begins at this time, in seconds since the start of the sequence.", ""},
+    {toOption, "S", "Ends at this time.", ""},
+    {allOption, "", "Shows all, not only what led to the first change by a binary input.", ""},
 };
+
+QStringList namesOf(const OptionText &option)
+{
+    const QString shortName = QLatin1String(option.shortName);
+    return shortName.isEmpty() ? QStringList{option.name} : QStringList{shortName, option.name};
+}
 
 int number(const QCommandLineParser &options, const QString &name, int least, int most)
 {
@@ -65,66 +84,11 @@ struct Endpoint
     int localPort = 0;
 };
 
-/// Throws the first error; else tells the first warnings.
-void expectNoErrors(const ConfigurationProblems &problems)
-{
-    constexpr int kTold = 5;
-    const QString all = QStringLiteral("lumtarctl check %1 shows all").arg(problems.file());
-    const testconfiguration::Remarks sorted = problems.sorted();
-    for (const testconfiguration::Remark &each : sorted) {
-        if (each.severity == testconfiguration::Remark::Error)
-            throw InputError{problems.toString(each)
-                             + (sorted.size() > 1 ? QStringLiteral(" (%1)").arg(all) : QString())};
-    }
-    for (const testconfiguration::Remark &each : sorted.mid(0, kTold))
-        complain(problems.toString(each));
-    if (problems.warnings() > kTold)
-        complain(QStringLiteral("%1 more warnings; %2").arg(problems.warnings() - kTold).arg(all));
-}
-
-void describe(const Sequence &sequence)
-{
-    for (int i = 0; i < sequence.steps.size(); ++i) {
-        const CStep &step = sequence.steps[i];
-        QString line = QStringLiteral("  step %1  %2 %3 s, then %4")
-                           .arg(i)
-                           .arg(sequence.names[i], -12)
-                           .arg(step.stateTime, 3)
-                           .arg(sequence.names[step.stateTimeJump]);
-        if (step.stateTrige != 0)
-            line += QStringLiteral("; on the trigger %1").arg(sequence.names[step.stateTrigeJump]);
-        if ((step.ctlCondition & 0x08) != 0)
-            line += QStringLiteral("; on the binary input %1").arg(sequence.names[step.binInpJump]);
-        say(line);
-    }
-}
-
 int runSequence(const QCommandLineParser &options)
 {
     const Endpoint endpoint(options);
-    const QString configPath = options.value(configOption);
-    const QString configName = QFileInfo(configPath).fileName();
-    const QString sequenceName = QFileInfo(options.value(sequenceOption)).fileName();
-    const Sequence sequence = readSequence(options.value(sequenceOption));
-
-    const int samplesPerSecond = sequence.samplesPerCycle * sequence.nominalFrequency;
-    expectNoErrors(checkConfiguration(configPath, samplesPerSecond).problems);
-
-    BoardSession session;
-    apply(sequence, session.engine);
-    session.open(endpoint.board, endpoint.localPort);
-    session.expectSuccess(session.load(configPath), QStringLiteral("loading ") + configName);
-    LumtarEngine &engine = session.engine;
-    say(QStringLiteral("loaded %1: %2 SV and %3 GOOSE streams to publish, %4 GOOSE subscriptions")
-            .arg(configName)
-            .arg(engine.smvCount)
-            .arg(engine.gooseCount)
-            .arg(engine.groupNum - 1));
-    session.expectSuccess(engine.ExecSeq() != 0 && engine.lastResult != 0,
-                          QStringLiteral("executing ") + sequenceName);
-    say(QStringLiteral("started %1: %2 steps").arg(sequenceName).arg(engine.stepCount));
-    describe(sequence);
-    return 0;
+    return execute({endpoint.board, endpoint.localPort, options.value(configOption),
+                    options.value(sequenceOption), options.isSet(watchOption)});
 }
 
 int readStatus(const QCommandLineParser &options)
@@ -133,15 +97,11 @@ int readStatus(const QCommandLineParser &options)
     const int which = number(options, whichOption, 0, 255);
     BoardSession session;
     session.open(endpoint.board, endpoint.localPort);
-    unsigned char status[sizeof session.engine.rxBuffer] = {};
-    session.expectSuccess(session.engine.CheckSeqExec(which, status),
-                          QStringLiteral("reading status %1").arg(which));
-    const int size = session.engine.replyLength;
-    const QByteArray bytes(reinterpret_cast<const char *>(status), size);
+    const QByteArray status = session.readStatus(which);
     say(QStringLiteral("status %1, %2 bytes: %3")
             .arg(which)
-            .arg(size)
-            .arg(QString::fromLatin1(bytes.toHex(' '))));
+            .arg(status.size())
+            .arg(QString::fromLatin1(status.toHex(' '))));
     return 0;
 }
 
@@ -178,10 +138,12 @@ const QList<Command> &commands()
 {
     static const QList<Command> all{
         {QStringLiteral("run"),
-         QStringLiteral("Loads a test configuration and executes a state sequence."),
+         QStringLiteral(
+             "Loads a test configuration and executes a state sequence. Ctrl-C stops the "
+             "board, with exit status 130."),
          {},
          {boardOption, configOption, sequenceOption},
-         {localPortOption},
+         {watchOption, localPortOption},
          runSequence},
         {QStringLiteral("status"),
          QStringLiteral("Reads a status of the board."),
@@ -199,30 +161,37 @@ const QList<Command> &commands()
          QStringLiteral("Tells what a test configuration publishes and subscribes to, and what is "
                         "wrong with it; needs no board. Exit status 0, 1 for warnings, 2 for "
                         "errors."),
-         QStringLiteral("FILE"),
+         {QStringLiteral("FILE"), QStringLiteral("Test configuration (XML).")},
          {},
          {jsonOption},
          checkFile},
+        {QStringLiteral("plot"),
+         QStringLiteral("Draws the sampled values, GOOSE states and steps of a capture, with "
+                        "gnuplot; needs no board."),
+         {QStringLiteral("CAPTURE"), QStringLiteral("Capture file (pcap or pcapng).")},
+         {outputOption},
+         {sequenceOption, streamOption, fromOption, toOption, allOption},
+         plotCapture},
     };
     return all;
 }
 
 void addOptions(QCommandLineParser &parser, const Command &command)
 {
-    if (!command.argument.isEmpty())
-        parser.addPositionalArgument(command.argument, QStringLiteral("Test configuration (XML)."));
+    if (!command.argument.name.isEmpty())
+        parser.addPositionalArgument(command.argument.name, command.argument.description);
     for (const OptionText &text : optionTexts) {
         if (command.required.contains(text.name) || command.optional.contains(text.name))
-            parser.addOption({text.name, QLatin1String(text.description),
+            parser.addOption({namesOf(text), QLatin1String(text.description),
                               QLatin1String(text.valueName), QLatin1String(text.defaultValue)});
     }
 }
 
 void checkOptions(const QCommandLineParser &parser, const Command &command)
 {
-    const int expected = command.argument.isEmpty() ? 1 : 2; // the command itself comes first
+    const int expected = command.argument.name.isEmpty() ? 1 : 2; // the command itself comes first
     if (parser.positionalArguments().size() < expected)
-        throw InputError{QStringLiteral("%1 needs %2").arg(command.name, command.argument)};
+        throw InputError{QStringLiteral("%1 needs %2").arg(command.name, command.argument.name)};
     const QStringList surplus = parser.positionalArguments().mid(expected);
     if (!surplus.isEmpty())
         throw InputError{QStringLiteral("unexpected argument \"%1\"").arg(surplus.first())};

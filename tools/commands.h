@@ -10,9 +10,15 @@ class QCommandLineParser;
 /// A command of lumtarctl with the options that it takes.
 struct Command
 {
+    /// What must be given besides options.
+    struct Argument
+    {
+        QString name;
+        QString description;
+    };
     QString name;
     QString summary;
-    QString argument; ///< name of the one that must be given besides options; may be empty
+    Argument argument; ///< without a name if there is none
     QStringList required; ///< names of options that must be given
     QStringList optional;
     /// Runs the command; returns the exit status. Throws InputError or BoardError.

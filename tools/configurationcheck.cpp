@@ -176,6 +176,7 @@ void Walk::readSv(const QDomElement &element)
     while (names.size() < channels)
         names.append(QString());
     m_result.svStreams.append({stream, *publication, names.mid(0, channels)});
+    m_result.order.append(Kind::SvPublication);
     checkFrame(element, publication->frame, static_cast<int>(publication->download.size()),
                kSvRecommendation);
     checkUnique(element, QStringLiteral("svID"), publication->frame.SVID_Value);
@@ -195,6 +196,7 @@ void Walk::readGoose(const QDomElement &element)
         return;
 
     m_result.gooseStreams.append({stream, *publication});
+    m_result.order.append(Kind::GoosePublication);
     bind(element, stream, *publication);
     if (frameElement.isNull())
         return;
@@ -327,6 +329,7 @@ void Walk::readSubscribed(const QDomElement &element)
         command.AppId_High + command.AppId_Low + QByteArray::number(subscription->lightPort);
     checkUnique(element, QStringLiteral("port and APPID"), place);
     m_result.subscriptions.append(*subscription);
+    m_result.order.append(Kind::Subscription);
 }
 
 /// The board learns which entries are mapped, but not in which order or how often.

@@ -46,6 +46,7 @@ struct CheckedConfiguration
     { }
 
     bool isRead = false; ///< else problems holds the one reason
+    QVector<testconfiguration::Kind> order; ///< of the three below, in which they are loaded
     QVector<SvStream> svStreams;
     QVector<GooseStream> gooseStreams;
     QVector<testconfiguration::Subscription> subscriptions;

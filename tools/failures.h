@@ -1,5 +1,5 @@
 /// \file
-/// What ends a run of lumtarctl early: one line of text for stderr.
+/// What ends a run of lumtarctl early: one line of text for stderr, or an interruption.
 #pragma once
 
 #include <QString>
@@ -15,3 +15,7 @@ struct BoardError
 {
     QString message;
 };
+
+/// The user has had enough; the board is to be stopped. Exit status 130.
+struct Interrupted
+{ };

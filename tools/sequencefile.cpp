@@ -19,6 +19,8 @@ constexpr int kLeastSamplesPerCycle = 79;
 constexpr int kMostSamplesPerCycle = 20000;
 constexpr int kMostSamplesPerSecond = 65535;
 
+const QString endName = QStringLiteral("end"); // where a step goes to end the sequence
+
 constexpr double kLargestCount = 2147483647.0; // of a sampled value (IEC 61850-9-2: INT32)
 constexpr double kPeakOfRms = 1.41421;
 constexpr double kDegrees = 360.0;
@@ -124,6 +126,8 @@ void Reader::readNames(const QVector<JsonNode> &steps)
         const QString name = node.text();
         if (name.trimmed().isEmpty() || name.size() > kMaxNameLength)
             node.refuse(QStringLiteral("must have 1 to %1 characters").arg(kMaxNameLength));
+        if (name == endName)
+            node.refuse(QStringLiteral("\"%1\" names the end of the sequence").arg(name));
         if (m_sequence.names.contains(name))
             node.refuse(QStringLiteral("\"%1\" names an earlier step too").arg(name));
         m_sequence.names.append(name);
@@ -218,7 +222,8 @@ void Reader::readOutput(const JsonNode &node, OutChannelPara_tag &output) const
 
 quint8 Reader::stepNamed(const JsonNode &node) const
 {
-    return static_cast<quint8>(node.choice(m_sequence.names));
+    const int step = node.choice(m_sequence.names + QStringList{endName});
+    return step < m_sequence.names.size() ? static_cast<quint8>(step) : Sequence::end;
 }
 
 /// The amplitude whose peak is the largest count of a sampled-value stream.
@@ -234,6 +239,11 @@ double Reader::largestAmplitude(bool isCurrent) const
 }
 
 } // namespace
+
+QString Sequence::nameOf(int number) const
+{
+    return number == end ? endName : names.value(number, QString::number(number));
+}
 
 Sequence readSequence(const QString &path)
 {

@@ -21,6 +21,11 @@ struct Sequence
     bool amplitudesAreSecondary = false; ///< the engine multiplies them by the ratios below
     int voltageRatio = 0; ///< tenth of the ratio, as LumtarEngine::SetVIInputWay() takes it
     int currentRatio = 0;
+
+    static constexpr quint8 end =
+        255; ///< a step that is never there: going to it ends the sequence
+    /// The name of step \a number, "end", or the number itself.
+    [[nodiscard]] QString nameOf(int number) const;
 };
 
 /// Reads the file at \a path. Throws InputError when anything in it is wrong.

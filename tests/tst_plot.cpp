@@ -1,0 +1,302 @@
+// lumtarctl plot: what stands in the picture, and where; what is refused.
+
+#include "testsupport.h"
+
+#include <capturefile.h>
+#include <capturemarks.h>
+
+#include <QPointF>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QXmlStreamReader>
+#include <QtEndian>
+
+#include <algorithm>
+#include <cmath>
+
+using namespace testsupport;
+using namespace virtualboard;
+
+namespace {
+
+constexpr double kPi = 3.14159265358979323846;
+
+QByteArray element(int tag, const QByteArray &content)
+{
+    return QByteArray(1, char(tag)) + char(content.size()) + content;
+}
+
+QByteArray frame(const char *type, int appId, const QByteArray &apdu)
+{
+    return bytes(QByteArray("010ccd040001 0010aa000001 ") + type) + char(appId >> 8) + char(appId)
+        + '\0' + char(apdu.size() + 8) + QByteArray(4, '\0') + apdu;
+}
+
+QByteArray svFrame(int appId, const QVector<double> &counts)
+{
+    QByteArray values;
+    for (const double count : counts) {
+        const qint32 big = qToBigEndian(qint32(std::lround(count)));
+        values += QByteArray(reinterpret_cast<const char *>(&big), 4) + QByteArray(4, '\0');
+    }
+    const QByteArray asdu =
+        element(0x80, "MU01") + bytes("82020000 830400000001 850100") + element(0x87, values);
+    return frame("88ba", appId,
+                 element(0x60, bytes("800101") + element(0xa2, element(0x30, asdu))));
+}
+
+QByteArray gooseFrame(int stNum, bool first, bool second)
+{
+    return frame("88b8", 17,
+                 element(0x61,
+                         bytes("8001'c' 81021388 8201'd' 8306'Bay '27'1' 8408 00*8 8504 000000")
+                             + char(stNum) + bytes("860400000000 870100 880101 890100 8a0102")
+                             + element(0xab,
+                                       element(0x83, QByteArray(1, char(first)))
+                                           + bytes(second ? "84020680" : "84020640"))));
+}
+
+/// The texts and the curves of an SVG file, in pixels.
+struct Svg
+{
+    explicit Svg(const QByteArray &content);
+    bool isWellFormed = false;
+    QMap<QString, QPointF> texts;
+    QMap<QString, QVector<QPointF>> curves; ///< by the text in front of them: the legend
+};
+
+QPointF point(const QString &text)
+{
+    const QStringList parts = text.split(QLatin1Char(','));
+    return {parts.value(0).toDouble(), parts.value(1).toDouble()};
+}
+
+Svg::Svg(const QByteArray &content)
+{
+    QXmlStreamReader in(content);
+    QPointF place;
+    QString text;
+    while (!in.atEnd()) {
+        if (in.readNext() != QXmlStreamReader::StartElement)
+            continue;
+        const QXmlStreamAttributes attributes = in.attributes();
+        const QString moved = attributes.value(QLatin1String("transform")).toString();
+        if (moved.startsWith(QLatin1String("translate(")))
+            place = point(moved.mid(10).chopped(1));
+        if (in.name() == QLatin1String("text")) {
+            text = in.readElementText(QXmlStreamReader::IncludeChildElements).trimmed();
+            texts[text] = place;
+        } else if (in.name() == QLatin1String("path") && !curves.contains(text)) {
+            const QString path = attributes.value(QLatin1String("d")).toString();
+            const QString curve = path.mid(path.lastIndexOf(QLatin1Char('M'))); // behind the sample
+            for (const QString &each : curve.split(QLatin1Char(' '), Qt::SkipEmptyParts))
+                curves[text] += point(each.mid(1));
+        }
+    }
+    isWellFormed = !in.hasError();
+}
+
+} // namespace
+
+class TestPlot : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void drawsValuesInPlace_data();
+    void drawsValuesInPlace();
+    void saysWhatHappened_data();
+    void saysWhatHappened();
+    void writesPng();
+    void refuses_data();
+    void refuses();
+
+private:
+    void plot(const QString &arguments, const QString &path = qEnvironmentVariable("PATH"));
+    [[nodiscard]] QString file(const char *name) const
+    {
+        return m_directory.filePath(QLatin1String(name));
+    }
+    [[nodiscard]] QByteArray content(const char *name) const;
+
+    QTemporaryDir m_directory;
+    int m_exitStatus = -1;
+    QString m_errors;
+};
+
+void TestPlot::plot(const QString &arguments, const QString &path)
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("PATH"), path);
+    QProcess process;
+    process.setProcessEnvironment(environment);
+    process.setWorkingDirectory(m_directory.path());
+    process.start(QStringLiteral(LUMTARCTL),
+                  QStringLiteral("plot %1").arg(arguments).split(QLatin1Char(' ')));
+    m_exitStatus = process.waitForFinished() ? process.exitCode() : -1;
+    m_errors = QString::fromLocal8Bit(process.readAllStandardError());
+}
+
+QByteArray TestPlot::content(const char *name) const
+{
+    QFile in(file(name));
+    return in.open(QIODevice::ReadOnly) ? in.readAll() : QByteArray();
+}
+
+/// 4 s: 1 s of step 0, 30.2 ms of step 1, then step 2 until the end. The sines are in phase at 0 s.
+void TestPlot::initTestCase()
+{
+    constexpr qint64 kStart = 1795392000000000000;
+    constexpr qint64 kInterval = 250000; // ns
+    CaptureSink marked;
+    CaptureSink bare;
+    QVERIFY(marked.open(file("marked.pcap")) && bare.open(file("bare.pcap")));
+    const auto add = [](CaptureSink &sink, qint64 time, const QByteArray &packet) {
+        const OutgoingFrame out{reinterpret_cast<const uchar *>(packet.constData()),
+                                int(packet.size()), 1};
+        sink.publish(kStart + time, &out, 1);
+    };
+    std::array<float, analogChannels> scale = {};
+    std::fill_n(scale.begin(), 8, 0.001f);
+    std::fill_n(scale.begin() + 8, 8, 10.0f);
+    const QVector<Transition> changes = {{noStep, 0, Cause::Start, noChannel, 0, 0},
+                                         {0, 1, Cause::Time, noChannel, 1000000000, 1000000000},
+                                         {1, 2, Cause::BinaryInput, 7, 1030200000, 1030250000}};
+    add(marked, 0,
+        encodeMark(StreamMark{0x4001,
+                              QStringLiteral("MU01"),
+                              {QString(), QStringLiteral("Ia1"), QStringLiteral("Ia2"),
+                               QStringLiteral("Ib1"), QStringLiteral("Va1")}}));
+    for (int i = 0; i <= 16000; ++i) {
+        const qint64 time = i * kInterval;
+        for (const Transition &change : changes) {
+            if (change.entryTime == time)
+                add(marked, time, encodeMark(StepMark{change, scale}));
+        }
+        const double sine = std::sin(2 * kPi * 50 * double(time) / 1e9);
+        const QByteArray sv = svFrame(0x4001, {750, 10000 * sine, 10000 * sine, 0, 8000 * sine});
+        add(marked, time, sv);
+        if (i <= 400)
+            add(bare, time, sv);
+        if (i % 4 == 0)
+            add(marked, time, svFrame(0x4002, {1}));
+        if (i % 100 == 0)
+            add(marked, time, gooseFrame(time > 1000000000 ? 2 : 1, time > 1000000000, true));
+    }
+    QVERIFY(marked.flush() && bare.flush());
+    QVERIFY(writeFile(file("cut.pcap"), content("bare.pcap").chopped(7)));
+    QVERIFY(writeFile(file("no.pcap"), content("bare.pcap").left(24)));
+    QVERIFY(writeFile(file("text.pcap"), "not packets"));
+    QVERIFY(QFile::copy(QFINDTESTDATA("../examples/earth-fault.json"), file("sequence.json")));
+}
+
+void TestPlot::drawsValuesInPlace_data()
+{
+    // what is drawn | options | curve | tics of both axes | its largest value | time of that
+    addRows(R"(
+        all samples     | marked.pcap --from 0 --to 0.1    | Ia1, Ia2   | 0.02 0.08 -10 10       | 10    | 0.005
+        in thousands    | marked.pcap --from 0.1 --to 0.2  | Va1        | 0.12 0.18 -40 40       | 80    | 0.105
+        reduced         | marked.pcap --from 2 --to 2.99   | Ia1, Ia2   | 2.2 2.8 -10 10         | 10    | 2.005
+        envelope        | marked.pcap --all                | Ia1, Ia2   | 1 3 -10 10             | 10    | 0
+        around the trip | marked.pcap                      | Ia1, Ia2   | 0.95 1.1 -10 10        | 10    | 0.925
+        without marks   | bare.pcap                        | entry 2, 3 | 0.02 0.08 -10000 10000 | 10000 | 0.005
+        )");
+}
+
+void TestPlot::drawsValuesInPlace()
+{
+    QFETCH(QStringList, row);
+    plot(row[1] + QStringLiteral(" -o picture.svg --stream 0x4001"));
+    QCOMPARE(m_errors, QString());
+    const Svg svg(content("picture.svg"));
+    QVERIFY(svg.isWellFormed);
+    const QStringList tics = row[3].split(QLatin1Char(' '));
+    for (const QString &tic : tics)
+        QVERIFY2(svg.texts.contains(tic), qPrintable(tic));
+    const double left = tics[0].toDouble();
+    const double perX = (tics[1].toDouble() - left) / (svg.texts[tics[1]] - svg.texts[tics[0]]).x();
+    const double perY =
+        (tics[3].toDouble() - tics[2].toDouble()) / (svg.texts[tics[3]] - svg.texts[tics[2]]).y();
+
+    const QVector<QPointF> curve = svg.curves[row[2]];
+    QVERIFY(curve.size() > 2 && curve.size() < 3000);
+    const auto ends =
+        std::minmax_element(curve.begin(), curve.end(),
+                            [](const QPointF &a, const QPointF &b) { return a.y() < b.y(); });
+    const double largest = (ends.first->y() - ends.second->y()) * perY / 2;
+    QVERIFY2(std::abs(largest / row[4].toDouble() - 1) < 0.01,
+             qPrintable(QString::number(largest)));
+    const double time = left + (ends.first->x() - svg.texts[tics[0]].x()) * perX;
+    QVERIFY2(std::abs(time - row[5].toDouble()) < 2 * perX, qPrintable(QString::number(time)));
+}
+
+void TestPlot::saysWhatHappened_data()
+{
+    // options | texts
+    addRows(R"(
+        marked.pcap --stream 16385 --sequence sequence.json | marked.pcap: MU01 (APPID 0x4001) | 0 s = 2026-11-23 00:00:00.000 UTC | 0 prefault | 1 fault | 2 trip | trip: channel 7, 30.2 ms after entry | voltage (kV) | current (A) | zero: Ib1 | Bay '1 | stNum 1 | stNum 2 | entry 1, boolean | entry 2, double point | time since the start of the sequence (s)
+        marked.pcap --stream 0x4001 | step 0 | step 1 | step 2 | binary input: channel 7, 30.2 ms after entry
+        marked.pcap --stream 0x4001 --all | step 0 | step 2 | time since the start of the sequence (s); envelopes: smallest and largest value of every 25 ms
+        marked.pcap --stream 0x4002 --to 1 | marked.pcap: MU01 (APPID 0x4002) | value (counts) | entry 1 | step 0
+        cut.pcap | value (counts) | zero: entry 4 | time since the first packet (s)
+        )");
+}
+
+void TestPlot::saysWhatHappened()
+{
+    QFETCH(QStringList, row);
+    plot(row.takeFirst() + QStringLiteral(" -o picture.svg"));
+    QCOMPARE(m_exitStatus, 0);
+    const QStringList texts = Svg(content("picture.svg")).texts.keys();
+    for (const QString &text : row)
+        QVERIFY2(texts.contains(text), qPrintable(text + texts.join(QLatin1Char('|'))));
+}
+
+void TestPlot::writesPng()
+{
+    plot(QStringLiteral("marked.pcap -o picture.png"));
+    QCOMPARE(m_exitStatus, 0);
+    COMPARE_BYTES(content("picture.png").left(20),
+                  bytes("89'PNG'0d0a1a0a 0000000d'IHDR' 00000960")); // 2400 pixels wide
+}
+
+void TestPlot::refuses_data()
+{
+    // arguments | part of the message
+    addRows(R"(
+        -o p.svg                                         | plot needs CAPTURE
+        marked.pcap                                      | plot needs --output
+        marked.pcap -o p.jpg                             | --output "p.jpg" does not end with .svg or .png
+        marked.pcap -o nowhere/p.svg                     | nowhere/p.svg: No such file
+        nowhere.pcap -o p.svg                            | nowhere.pcap: No such file
+        text.pcap -o p.svg                               | text.pcap: unknown file format
+        no.pcap -o p.svg                                 | no.pcap: there are no sampled values in it
+        marked.pcap -o p.svg --stream MU02               | "MU02" names 0 streams of the capture; it has
+        marked.pcap -o p.svg --stream MU01               | names 2 streams of the capture; it has MU01 (AP
+        marked.pcap -o p.svg --from x                    | --from "x" is no number of seconds
+        marked.pcap -o p.svg --to nan                    | --to "nan" is no number of seconds
+        marked.pcap -o p.svg --from 2 --to 2             | --from 2 is not before --to 2
+        marked.pcap -o p.svg --from 5                    | the capture reaches from 0 s to 4 s
+        marked.pcap -o p.svg --to -1                     | the capture reaches from 0 s to 4 s
+        marked.pcap -o p.svg --from 1.0001 --to 1.0002   | no samples from 1.0001 s to 1.0002 s of MU01
+        marked.pcap -o p.svg --from 1 --all              | --all goes without --from and --to
+        marked.pcap -o p.svg --sequence text.pcap        | text.pcap:1:
+        bare.pcap -o p.svg                               | gnuplot, which draws the picture, is not installed
+        )");
+}
+
+void TestPlot::refuses()
+{
+    QFETCH(QStringList, row);
+    const bool lacksGnuplot = row[1].startsWith(QLatin1String("gnuplot"));
+    plot(row[0], lacksGnuplot ? m_directory.path() : qEnvironmentVariable("PATH"));
+    QVERIFY2(m_errors.contains(row[1]), qPrintable(m_errors));
+    QCOMPARE(m_errors.count(QLatin1Char('\n')), 1);
+    QCOMPARE(m_exitStatus, lacksGnuplot ? 1 : 2);
+    QVERIFY(!QFile::exists(file("p.svg")));
+}
+
+QTEST_GUILESS_MAIN(TestPlot)
+#include "tst_plot.moc"

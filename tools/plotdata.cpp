@@ -1,0 +1,378 @@
+#include "plotdata.h"
+
+#include "failures.h"
+
+#include <capturefile.h>
+#include <capturemarks.h>
+#include <commands.h>
+#include <ethernetframes.h>
+
+#include <QMap>
+#include <QtEndian>
+
+#include <algorithm>
+#include <functional>
+
+using namespace virtualboard;
+
+namespace {
+
+constexpr int kSvColumns = 1200;
+constexpr int kEnvelopeColumns = 400;
+constexpr int kSvColumnsOfAll = 30000; ///< over all dataset entries
+constexpr int kStateColumns = 300;
+constexpr int kMostStates = 1000; ///< dataset entries whose states are recorded
+constexpr int kFewStates = 12; ///< are all shown, changed or not
+constexpr int kShownStates = 24;
+constexpr int kMostInputs = 50;
+constexpr int kCyclesOfCurve = 50; ///< of more cycles only the envelope can be seen
+constexpr double kCyclesPerColumn = 1.25; ///< of an envelope; finds the peaks from 40 Hz on
+constexpr int kSvEntrySize = 8; ///< bytes of value and quality (IEC 61850-9-2)
+
+/// What an entry of a GOOSE dataset is drawn as; nothing if it has no state.
+struct State
+{
+    const char *type;
+    double value;
+};
+
+std::optional<State> stateOf(const GooseEntry &entry)
+{
+    constexpr int kBoolean = 0x83;
+    constexpr int kBitString = 0x84;
+    constexpr char kUnusedBits = 6; // of a double point
+    if (entry.tag == kBoolean)
+        return State{"boolean", entry.value == QByteArray(1, '\0') ? 0.0 : 1.0};
+    if (entry.tag != kBitString || entry.value.size() != 2 || entry.value[0] != kUnusedBits)
+        return std::nullopt;
+    constexpr std::array<double, 4> kDrawnAs = {0.5, 0, 1, 0.5}; // intermediate, off, on, bad
+    const auto bits = static_cast<unsigned char>(entry.value[1]) >> kUnusedBits;
+    return State{"double point", kDrawnAs[static_cast<std::size_t>(bits)]};
+}
+
+/// Number of the analog channel with this name, -1 if there is none.
+int analogChannel(const QString &name)
+{
+    for (int i = 0; i < analogChannels; ++i) {
+        if (channelName(i) == name)
+            return i;
+    }
+    return -1;
+}
+
+struct Channel
+{
+    int entry = 0; ///< of the dataset
+    QString name;
+    int analog = -1; ///< number of the analog channel, if known
+    double scale = 1; ///< V, A or counts per count
+    bool isScaled = false; ///< the scale is known
+    PlotSamples samples;
+};
+
+/// What a channel is drawn over.
+struct Quantity
+{
+    const char *name;
+    const char *unit;
+};
+constexpr std::array<Quantity, 3> kQuantities = {
+    {{"voltage", "V"}, {"current", "A"}, {"value", "counts"}}};
+
+std::size_t quantityOf(const Channel &channel)
+{
+    constexpr int kFirstVoltage = 8;
+    if (channel.analog < 0 || (!channel.isScaled && !channel.samples.isZero()))
+        return 2;
+    return channel.analog >= kFirstVoltage ? 0 : 1;
+}
+
+struct States
+{
+    struct Entry
+    {
+        QString name;
+        PlotChanges changes;
+    };
+    QString name;
+    PlotChanges stNum;
+    QMap<int, Entry> entries; ///< by number in the dataset, from 1
+};
+
+/// Collects what lies in the window, packet by packet.
+class Collector
+{
+public:
+    Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle);
+    void take(const CapturedFrame &frame);
+    [[nodiscard]] PlotData finish();
+
+private:
+    void addChannels(const PlotOutline &outline);
+    void takeSamples(double time, const QByteArray &frame);
+    void takeStates(double time, const QByteArray &frame);
+    void take(const StreamMark &, double) { }
+    void take(const StepMark &mark, double time);
+    void endBand(double time);
+    [[nodiscard]] PlotPanel panel(std::size_t quantity) const;
+    [[nodiscard]] QVector<PlotPanel> panels() const;
+    void showStates();
+
+    PlotOutline m_outline;
+    int m_stream;
+    PlotData m_data;
+    PlotColumns m_svColumns;
+    PlotColumns m_stateColumns;
+    PlotColumns m_bandColumns;
+    QVector<Channel> m_channels;
+    qint64 m_samples = 0;
+    int m_states = 0;
+    QMap<QByteArray, States> m_goose; ///< by MAC addresses, VLAN and APPID, and by gocbRef
+    std::optional<PlotBand> m_band; ///< the current one
+    double m_entry = 0; ///< into the current step, since the start of its sequence
+};
+
+/// Columns for the samples of \a entries dataset entries: as many as can be seen, or wide enough
+/// for an envelope.
+int columnCount(const PlotWindow &window, double cycle, int entries)
+{
+    const int most = std::min(kSvColumns, kSvColumnsOfAll / std::max(entries, 1));
+    const double cycles = (window.to - window.from) / cycle;
+    if (cycles <= kCyclesOfCurve)
+        return most;
+    const int mostOfEnvelope = std::min(kEnvelopeColumns, most);
+    return static_cast<int>(std::min<double>(cycles / kCyclesPerColumn, mostOfEnvelope));
+}
+
+Collector::Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle)
+    : m_outline(outline)
+    , m_stream(stream)
+    , m_svColumns(window.from, window.to,
+                  columnCount(window, cycle, outline.streams.all()[stream].entries))
+    , m_stateColumns(window.from, window.to, kStateColumns)
+    , m_bandColumns(window.from, window.to, kSvColumns)
+{
+    m_data.stream = outline.streams.all()[stream];
+    m_data.window = window;
+    m_data.start = outline.start;
+    m_data.sinceSequence = outline.hasSteps;
+    const double length = window.to - window.from;
+    if (length > kCyclesOfCurve * cycle)
+        m_data.envelope = length / m_svColumns.count();
+    addChannels(outline);
+}
+
+/// Every analog channel once, or without a mark of the stream every dataset entry.
+void Collector::addChannels(const PlotOutline &outline)
+{
+    QStringList seen;
+    const bool isMarked = !m_data.stream.channels.join(QString()).isEmpty();
+    for (int i = 0; i < m_data.stream.entries; ++i) {
+        Channel channel{
+            i, QStringLiteral("entry %1").arg(i + 1), -1, 1, false, PlotSamples(m_svColumns)};
+        if (isMarked) {
+            channel.name = m_data.stream.channels.value(i);
+            channel.analog = analogChannel(channel.name);
+            if (channel.name.isEmpty() || seen.contains(channel.name))
+                continue;
+            seen += channel.name;
+        }
+        const float scale =
+            channel.analog < 0 ? 0 : outline.scale[static_cast<std::size_t>(channel.analog)];
+        channel.isScaled = scale != 0;
+        if (channel.isScaled)
+            channel.scale = static_cast<double>(scale);
+        m_channels.append(channel);
+    }
+}
+
+void Collector::take(const CapturedFrame &frame)
+{
+    const double time = m_outline.seconds(frame.time);
+    const int type = etherType(frame.bytes);
+    if (type == etherTypeSampledValues && m_svColumns.contains(time)) {
+        takeSamples(time, frame.bytes);
+    } else if (type == etherTypeGoose && time <= m_data.window.to) {
+        takeStates(time, frame.bytes);
+    } else if (type == etherTypeMark) {
+        if (const std::optional<Mark> mark = decodeMark(frame.bytes))
+            std::visit([&](const auto &each) { take(each, time); }, *mark);
+    }
+}
+
+void Collector::takeSamples(double time, const QByteArray &frame)
+{
+    const std::optional<PlotStreams::Place> place = m_outline.streams.find(frame);
+    if (!place || place->stream != m_stream)
+        return;
+    for (Channel &channel : m_channels) {
+        const int offset = place->seqDataOffset + kSvEntrySize * channel.entry;
+        if (offset + kSvEntrySize > frame.size())
+            break;
+        channel.samples.add(time,
+                            qFromBigEndian<qint32>(frame.constData() + offset) * channel.scale);
+    }
+    ++m_samples;
+}
+
+void Collector::takeStates(double time, const QByteArray &frame)
+{
+    const EthernetFrame decoded = decodeEthernetFrame(frame);
+    const auto *const goose = std::get_if<Goose>(&decoded.pdu);
+    if (!goose || goose->stNumOffset < 0)
+        return;
+    const QByteArray key = QByteArray::number(decoded.vlanId) + ' '
+        + QByteArray::number(decoded.appId) + decoded.source + decoded.destination
+        + goose->gocbRef.toLatin1();
+    auto stream = m_goose.find(key);
+    if (stream == m_goose.end()) {
+        if (m_states >= kMostStates)
+            return;
+        ++m_states;
+        const QString name = goose->goId.isEmpty() ? goose->gocbRef : goose->goId;
+        stream = m_goose.insert(key, {name, PlotChanges(m_stateColumns), {}});
+    }
+    stream->stNum.add(time, goose->stNum);
+    for (int i = 0; i < goose->entries.size(); ++i) {
+        const std::optional<State> state = stateOf(goose->entries[i]);
+        if (!state)
+            continue;
+        auto entry = stream->entries.find(i + 1);
+        if (entry == stream->entries.end()) {
+            if (m_states >= kMostStates)
+                return;
+            ++m_states;
+            const QString name =
+                QStringLiteral("entry %1, %2").arg(i + 1).arg(QLatin1String(state->type));
+            entry = stream->entries.insert(i + 1, {name, PlotChanges(m_stateColumns)});
+        }
+        entry->changes.add(time, state->value);
+    }
+}
+
+void Collector::take(const StepMark &mark, double time)
+{
+    const Transition &change = mark.transition;
+    endBand(time);
+    if (change.entered != noStep)
+        m_band = PlotBand{time, time, change.entered};
+    const double cause = time - static_cast<double>(change.entryTime - change.causeTime) / 1e9;
+    if (change.cause == Cause::BinaryInput && m_svColumns.contains(cause)
+        && m_data.inputs.size() < kMostInputs)
+        m_data.inputs.append({cause, static_cast<double>(change.causeTime) / 1e9 - m_entry,
+                              change.channel, change.entered == noStep ? -1 : change.entered});
+    m_entry = static_cast<double>(change.entryTime) / 1e9;
+    for (Channel &channel : m_channels) {
+        const float scale =
+            channel.analog < 0 ? 0 : mark.scale[static_cast<std::size_t>(channel.analog)];
+        if (scale != 0)
+            channel.scale = static_cast<double>(scale);
+    }
+}
+
+/// Ends the current band; one of several that begin in the same column is enough.
+void Collector::endBand(double time)
+{
+    if (m_band && time > m_data.window.from && m_band->begin < m_data.window.to) {
+        m_band->begin = std::max(m_band->begin, m_data.window.from);
+        m_band->end = std::min(time, m_data.window.to);
+        if (!m_data.bands.isEmpty()
+            && m_bandColumns.at(m_data.bands.last().begin) == m_bandColumns.at(m_band->begin))
+            m_data.bands.removeLast();
+        m_data.bands.append(*m_band);
+    }
+    m_band.reset();
+}
+
+PlotPanel Collector::panel(std::size_t quantity) const
+{
+    PlotPanel result;
+    result.quantity = QLatin1String(kQuantities[quantity].name);
+    result.unit = QLatin1String(kQuantities[quantity].unit);
+    QVector<const Channel *> drawn;
+    for (const Channel &channel : m_channels) {
+        if (quantityOf(channel) == quantity)
+            drawn.append(&channel);
+    }
+    const auto isZero = [](const Channel *channel) { return channel->samples.isZero(); };
+    if (!std::all_of(drawn.begin(), drawn.end(), isZero)) {
+        const auto zero = std::stable_partition(drawn.begin(), drawn.end(), std::not_fn(isZero));
+        for (auto each = zero; each != drawn.end(); ++each)
+            result.zero += (*each)->name;
+        drawn.erase(zero, drawn.end());
+    }
+    while (!drawn.isEmpty()) {
+        const PlotSamples &samples = drawn.first()->samples;
+        PlotPanel::Line line{{}, m_data.envelope > 0 ? samples.envelope() : samples.curve()};
+        const auto others =
+            std::stable_partition(drawn.begin(), drawn.end(), [&](const Channel *channel) {
+                return channel->samples == samples;
+            });
+        for (auto each = drawn.begin(); each != others; ++each)
+            line.names += (*each)->name;
+        drawn.erase(drawn.begin(), others);
+        result.lines.append(line);
+    }
+    return result;
+}
+
+QVector<PlotPanel> Collector::panels() const
+{
+    QVector<PlotPanel> result;
+    for (std::size_t i = 0; i < kQuantities.size(); ++i) {
+        const PlotPanel each = panel(i);
+        if (!each.lines.isEmpty())
+            result.append(each);
+    }
+    return result;
+}
+
+/// Shows the states that change, and those that do not if all of them are few.
+void Collector::showStates()
+{
+    int all = 0;
+    for (const States &stream : m_goose)
+        all += static_cast<int>(stream.entries.size());
+    int shown = 0;
+    for (const States &stream : m_goose) {
+        PlotGoose goose{stream.name, stream.stNum.points(), {}};
+        for (const States::Entry &entry : stream.entries) {
+            if (entry.changes.points().isEmpty()
+                || (all > kFewStates && !entry.changes.hasChanged()))
+                continue;
+            if (shown++ < kShownStates)
+                goose.entries.append({entry.name, entry.changes.points()});
+        }
+        if (!goose.entries.isEmpty())
+            m_data.goose.append(goose);
+    }
+    m_data.statesLeftOut = std::max(shown - kShownStates, 0);
+}
+
+PlotData Collector::finish()
+{
+    if (m_samples == 0)
+        throw InputError{QStringLiteral("the capture has no samples from %1 s to %2 s of ")
+                             .arg(m_data.window.from)
+                             .arg(m_data.window.to)
+                         + m_data.stream.toString()};
+    endBand(m_outline.seconds(m_outline.last));
+    m_data.thinned = m_samples > qint64(2) * m_svColumns.count();
+    m_data.panels = panels();
+    showStates();
+    return m_data;
+}
+
+} // namespace
+
+PlotData readPlotData(const QString &path, const PlotOutline &outline, int stream,
+                      const PlotWindow &window, double cycle)
+{
+    CaptureReader capture;
+    if (!capture.open(path))
+        throw InputError{capture.errorString()};
+    Collector collector(outline, stream, window, cycle);
+    while (const std::optional<CapturedFrame> frame = capture.next())
+        collector.take(*frame);
+    return collector.finish();
+}

@@ -1,0 +1,82 @@
+/// \file
+/// Curves reduced to what a picture of limited width can show, in memory of limited size.
+#pragma once
+
+#include <QVector>
+
+struct PlotPoint
+{
+    double time = 0; ///< seconds since the start of the sequence
+    double value = 0;
+};
+
+/// A part of the time axis, divided into columns of equal width.
+class PlotColumns
+{
+public:
+    /// \a to must be above \a from and \a count above 0.
+    PlotColumns(double from, double to, int count);
+
+    [[nodiscard]] double from() const { return m_from; }
+    [[nodiscard]] int count() const { return m_count; }
+    [[nodiscard]] bool contains(double time) const { return time >= m_from && time <= m_to; }
+    /// Number of the column that \a time, which must be contained, lies in.
+    [[nodiscard]] int at(double time) const;
+    /// Where column \a column begins; column count() would begin at the right edge.
+    [[nodiscard]] double begin(int column) const { return m_from + column * m_width; }
+
+private:
+    double m_from;
+    double m_to;
+    double m_width;
+    int m_count;
+};
+
+/// A sampled quantity: the smallest and the largest sample of every column.
+class PlotSamples
+{
+public:
+    explicit PlotSamples(const PlotColumns &columns);
+
+    /// \a time must be contained in the columns.
+    void add(double time, double value);
+    [[nodiscard]] bool isZero() const { return m_isZero; }
+    /// The line through both samples of every column. All samples, if no column has more than two.
+    [[nodiscard]] QVector<PlotPoint> curve() const;
+    /// The area between the smallest and the largest sample of every column: along its upper edge,
+    /// back along the lower one, and closed.
+    [[nodiscard]] QVector<PlotPoint> envelope() const;
+    /// Whether both would be drawn in the same way.
+    [[nodiscard]] bool operator==(const PlotSamples &other) const;
+
+private:
+    struct Column
+    {
+        PlotPoint lowest;
+        PlotPoint highest;
+        bool used = false;
+    };
+    [[nodiscard]] QVector<PlotPoint> edge(PlotPoint Column::*extreme) const;
+
+    PlotColumns m_columns;
+    QVector<Column> m_content;
+    bool m_isZero = true;
+};
+
+/// A quantity that keeps its value until it changes: the changes, at most four per column, the last
+/// one always among them.
+class PlotChanges
+{
+public:
+    explicit PlotChanges(const PlotColumns &columns);
+
+    /// The quantity has \a value from \a time on. Before the columns only the last value counts,
+    /// behind them nothing does.
+    void add(double time, double value);
+    [[nodiscard]] const QVector<PlotPoint> &points() const { return m_points; }
+    [[nodiscard]] bool hasChanged() const { return m_points.size() > 1; }
+
+private:
+    PlotColumns m_columns;
+    QVector<PlotPoint> m_points; ///< the first one may lie at the left edge
+};
