@@ -3,6 +3,8 @@
 
 #include "testsupport.h"
 
+#include <capturefile.h>
+#include <capturemarks.h>
 #include <lumtarengine.h>
 
 #include <QDataStream>
@@ -228,6 +230,7 @@ private slots:
     void packet();
     void wholeConversation();
     void anyBytes();
+    void marks();
 
 private:
     void record(); ///< drives the board through the tap
@@ -237,6 +240,7 @@ private:
         return shown.at(packet).value(fieldNames.indexOf(field));
     }
     QVector<QStringList> dissect(const Capture &packets, const QStringList &fields);
+    QVector<QStringList> dissectFile(const QString &file, const QStringList &fields);
 
     QString tshark;
     QTemporaryDir folder;
@@ -255,10 +259,15 @@ int DissectorTest::packetOf(const Row &row) const
     return packet + row.later;
 }
 
-/// The values of the fields per packet, as tshark gives them; none when it fails.
 QVector<QStringList> DissectorTest::dissect(const Capture &packets, const QStringList &fields)
 {
     const QString file = folder.filePath(QStringLiteral("link.pcap"));
+    return writeFile(file, pcap(packets)) ? dissectFile(file, fields) : QVector<QStringList>();
+}
+
+/// The values of the fields per packet, as tshark gives them; none when it fails.
+QVector<QStringList> DissectorTest::dissectFile(const QString &file, const QStringList &fields)
+{
     QStringList arguments = {"-r", file,     "-X", "lua_script:" DISSECTOR,
                              "-T", "fields", "-o", "sv.decode_data_as_phsmeas:TRUE"};
     for (const QString &field : fields)
@@ -267,8 +276,7 @@ QVector<QStringList> DissectorTest::dissect(const Capture &packets, const QStrin
     environment.insert(QStringLiteral("HOME"), folder.path()); // none of the user's plugins
     QProcess process;
     process.setProcessEnvironment(environment);
-    if (writeFile(file, pcap(packets)))
-        process.start(tshark, arguments);
+    process.start(tshark, arguments);
     if (!process.waitForFinished(60000) || process.exitCode() != 0)
         qWarning("tshark: %s", process.readAllStandardError().constData());
 
@@ -385,6 +393,47 @@ void DissectorTest::anyBytes()
     QCOMPARE(lines.size(), damaged.size());
     for (const QStringList &line : lines)
         QVERIFY2(!line.join(QLatin1Char(' ')).contains("Lua"), qPrintable(line.first()));
+}
+
+/// Marks among frames as the board made of software captures them, with their times.
+void DissectorTest::marks()
+{
+    using namespace virtualboard;
+    const QString file = folder.filePath(QStringLiteral("bus.pcap"));
+    const StreamMark stream = {1, QStringLiteral("MU\u00fc\"01"), {QStringLiteral("Ia1"), {}}};
+    const QVector<QByteArray> frames = {
+        encodeMark(stream), bytes("00*12 88b5 '{\"Mark\":1}' 00*40"), encodeMark(stream).left(31)};
+    const QVector<Transition> changes = {
+        {noStep, 0, Cause::Start, noChannel, 0, 0},
+        {0, 1, Cause::Time, noChannel, 1000000000, 1000000000},
+        {1, noStep, Cause::BinaryInput, 7, 1030000001, 1030250000}};
+    CaptureSink sink;
+    QVERIFY2(sink.open(file), qPrintable(sink.errorString()));
+    for (const Transition &change : changes)
+        sink.note(1700000000000000001 + change.entryTime, change);
+    for (const QByteArray &frame : frames) {
+        const OutgoingFrame outgoing = {reinterpret_cast<const uchar *>(frame.constData()),
+                                        static_cast<int>(frame.size()), 1};
+        sink.publish(1700000001999999999, &outgoing, 1);
+    }
+    QVERIFY2(sink.flush(), qPrintable(sink.errorString()));
+    const QVector<QStringList> expected = {
+        {"1700000000.000000001", "Step 0 (start) at 0.000000 s", "step", ""},
+        {"1700000001.000000001", "Step 0 -> 1 (time) at 1.000000 s", "step", ""},
+        {"1700000001.030250001", "Step 1 -> end (binary input 7) at 1.030000 s", "step", ""},
+        {"1700000001.999999999", "Stream MU\u00fc\\\"01", "stream", ""},
+        {"1700000001.999999999", "Local Experimental Ethertype 1", "", "7b"},
+        {"1700000001.999999999", "Stream ?", "", ""}};
+    const QVector<QStringList> lines =
+        dissectFile(file, {"frame.time_epoch", "_ws.col.Info", "json.value.string", "data.data"});
+    QCOMPARE(lines.size(), expected.size());
+    for (int i = 0; i < expected.size(); ++i) {
+        for (int column = 0; column < expected[i].size(); ++column)
+            QVERIFY2(expected[i][column].isEmpty()
+                         ? lines[i][column].isEmpty()
+                         : lines[i][column].startsWith(expected[i][column]),
+                     qPrintable(lines[i].join(QLatin1Char('|'))));
+    }
 }
 
 QTEST_GUILESS_MAIN(DissectorTest)

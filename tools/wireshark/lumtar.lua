@@ -1,4 +1,5 @@
--- Wireshark dissector for the device link of the signal-generation board (UDP port 2001).
+-- Wireshark dissector for the device link of the signal-generation board (UDP port 2001), and for the
+-- marks in the captures of the board made of software (EtherType 0x88b5, at the end).
 --
 -- A datagram to the board is an envelope around one command frame; a datagram from the board is an
 -- acknowledgement, a data reply, or both. What a command looks like stands in the table `commands`:
@@ -723,3 +724,40 @@ function lumtar.dissector(tvb, pinfo, root)
 end
 
 DissectorTable.get("udp.port"):add(board_port, lumtar)
+
+-- Marks -----------------------------------------------------------------------------------------
+
+-- IEEE Std 802 leaves this EtherType to everybody's experiments: only frames that begin as a mark
+-- does are taken.
+local mark_ethertype, mark_begin = 0x88b5, '{"mark":'
+local mark = Proto("lumtar_mark", "Relay test set mark")
+local json = select(2, pcall(Dissector.get, "json"))
+
+local function mark_info(content)
+    local kind = content:match('^{"mark":"(%a+)"')
+    if kind == "stream" then
+        return "Stream " .. (content:match('"svId":"(.-)"[,}]') or "?")
+    elseif kind ~= "step" then
+        return "Mark"
+    end
+    local left, entered = content:match('"left":(%d+)'), content:match('"entered":(%d+)')
+    local cause = content:match('"cause":"([%a ]+)"') or "?"
+    local channel = cause == "binary input" and content:match('"channel":(%d+)')
+    local time = tonumber(content:match('"time":([%d.eE+-]+)'))
+    return ("Step %s (%s%s)%s"):format(
+        left and left .. " -> " .. (entered or "end") or entered or "?", cause,
+        channel and " " .. channel or "", time and (" at %.6f s"):format(time) or "")
+end
+
+function mark.dissector(tvb, pinfo, root)
+    local content = tvb:raw()
+    if content:sub(1, #mark_begin) ~= mark_begin then return 0 end
+    local info = mark_info(content)
+    local tree = root:add(mark, tvb(), "Relay test set mark: " .. info)
+    if type(json) == "userdata" then pcall(json.call, json, tvb, pinfo, tree) end
+    pinfo.cols.protocol = "Lumtar"
+    pinfo.cols.info = info
+    return tvb:len()
+end
+
+DissectorTable.get("ethertype"):add(mark_ethertype, mark)
