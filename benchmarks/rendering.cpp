@@ -1,0 +1,155 @@
+// Playing a test in virtual time into a capture, against libpcap writing the same bytes through a
+// buffer of the same size.
+
+#include <Protocal.h>
+#include <capturefile.h>
+#include <player.h>
+#include <testprogram.h>
+
+#include <QTemporaryDir>
+
+#include <benchmark/benchmark.h>
+#include <pcap/pcap.h>
+
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+using namespace virtualboard;
+
+constexpr int kInstants = 4000; // one second
+constexpr int kSvStreams = 4;
+constexpr int kChannels = 22;
+
+void take(TestProgram &program, const QByteArray &command)
+{
+    const QStringList problems = program.take(decodeCommand(command));
+    if (!problems.isEmpty())
+        qFatal("the benchmark's own command: %s", qPrintable(problems.first()));
+}
+
+/// Four merging units of 22 channels, 16 of which carry samples, and one step without end.
+TestProgram makeProgram()
+{
+    TestProgram program;
+    for (int stream = 0; stream < kSvStreams; ++stream) {
+        Message_9_2 frame;
+        frame.setMessage_count(stream);
+        frame.setSizeSeqData_VectorValue(kChannels);
+        take(program, frame.data());
+        SMV_MessageStructure description;
+        description.setMessageStructureCount(stream);
+        description.Number[0] = char(stream);
+        description.setTurnoverNUM_addr(frame.SmpCnt_Offset);
+        description.setMessage_addr(frame.SeqData_Offset);
+        for (int channel = 0; channel < analogChannels; ++channel)
+            description.setChannelProperty(channel, channel);
+        take(program, description.data());
+    }
+    for (int channel = 0; channel < analogChannels; ++channel) {
+        ChannelSignalControl signal;
+        signal.setCount(channel);
+        signal.setPhasePosition(float(22.5 * channel));
+        take(program, signal.data());
+    }
+    take(program, ::StepCondition().packetdata());
+    take(program, StopAndStart().data());
+    return program;
+}
+
+/// Keeps what is published.
+struct Recorder : FrameSink
+{
+    struct Frame
+    {
+        pcap_pkthdr header;
+        std::size_t offset;
+    };
+    std::vector<Frame> frames;
+    std::vector<uchar> bytes;
+
+    void publish(qint64 time, const OutgoingFrame *out, int count) override
+    {
+        for (int i = 0; i < count; ++i) {
+            pcap_pkthdr header = {};
+            header.ts.tv_sec = time_t(time / 1'000'000'000);
+            header.ts.tv_usec = suseconds_t(time % 1'000'000'000);
+            header.caplen = header.len = bpf_u_int32(out[i].size);
+            frames.push_back({header, bytes.size()});
+            bytes.insert(bytes.end(), out[i].bytes, out[i].bytes + out[i].size);
+        }
+    }
+};
+
+void play(Player &player, FrameSink &sink)
+{
+    for (int i = 0; i < kInstants; ++i)
+        player.play(sink);
+}
+
+const Recorder &recording()
+{
+    static const Recorder recorder = [] {
+        Recorder result;
+        Player player(makeProgram(), 0);
+        play(player, result);
+        return result;
+    }();
+    return recorder;
+}
+
+void count(benchmark::State &state)
+{
+    state.SetItemsProcessed(state.iterations() * std::int64_t(recording().frames.size()));
+    state.SetBytesProcessed(state.iterations() * std::int64_t(recording().bytes.size()));
+}
+
+void board(benchmark::State &state)
+{
+    const QTemporaryDir directory;
+    const TestProgram program = makeProgram();
+    for (auto _ : state) {
+        CaptureSink capture;
+        if (!capture.open(directory.filePath(QStringLiteral("board.pcap")))) {
+            state.SkipWithError(qPrintable(capture.errorString()));
+            return;
+        }
+        capture.begin(program);
+        Player player(program, 0);
+        play(player, capture);
+        capture.end();
+    }
+    count(state);
+}
+
+void bare(benchmark::State &state)
+{
+    const QTemporaryDir directory;
+    const QByteArray path = directory.filePath(QStringLiteral("bare.pcap")).toLocal8Bit();
+    const Recorder &recorder = recording();
+    std::vector<char> buffer(1 << 20);
+    for (auto _ : state) {
+        pcap_t *const handle =
+            pcap_open_dead_with_tstamp_precision(DLT_EN10MB, 65535, PCAP_TSTAMP_PRECISION_NANO);
+        FILE *const file = std::fopen(path.constData(), "wb");
+        std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
+        pcap_dumper_t *const dumper = pcap_dump_fopen(handle, file);
+        if (!dumper) {
+            state.SkipWithError(pcap_geterr(handle));
+            pcap_close(handle);
+            return;
+        }
+        for (const Recorder::Frame &frame : recorder.frames)
+            pcap_dump(reinterpret_cast<u_char *>(dumper), &frame.header,
+                      recorder.bytes.data() + frame.offset);
+        pcap_dump_close(dumper);
+        pcap_close(handle);
+    }
+    count(state);
+}
+
+BENCHMARK(board)->Name("render/board")->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(bare)->Name("render/bare")->Unit(benchmark::kMillisecond)->UseRealTime();
+
+} // namespace
