@@ -6,6 +6,7 @@
 #include <capturemarks.h>
 #include <commands.h>
 #include <ethernetframes.h>
+#include <goosemessage.h>
 
 #include <QMap>
 #include <QtEndian>
@@ -29,25 +30,21 @@ constexpr int kCyclesOfCurve = 50; ///< of more cycles only the envelope can be 
 constexpr double kCyclesPerColumn = 1.25; ///< of an envelope; finds the peaks from 40 Hz on
 constexpr int kSvEntrySize = 8; ///< bytes of value and quality (IEC 61850-9-2)
 
-/// What an entry of a GOOSE dataset is drawn as; nothing if it has no state.
-struct State
+/// At which height the state of a dataset entry is drawn; nothing if it has none.
+std::optional<double> heightOf(BinaryState state)
 {
-    const char *type;
-    double value;
-};
-
-std::optional<State> stateOf(const GooseEntry &entry)
-{
-    constexpr int kBoolean = 0x83;
-    constexpr int kBitString = 0x84;
-    constexpr char kUnusedBits = 6; // of a double point
-    if (entry.tag == kBoolean)
-        return State{"boolean", entry.value == QByteArray(1, '\0') ? 0.0 : 1.0};
-    if (entry.tag != kBitString || entry.value.size() != 2 || entry.value[0] != kUnusedBits)
-        return std::nullopt;
-    constexpr std::array<double, 4> kDrawnAs = {0.5, 0, 1, 0.5}; // intermediate, off, on, bad
-    const auto bits = static_cast<unsigned char>(entry.value[1]) >> kUnusedBits;
-    return State{"double point", kDrawnAs[static_cast<std::size_t>(bits)]};
+    switch (state) {
+    case BinaryState::Off:
+        return 0.0;
+    case BinaryState::On:
+        return 1.0;
+    case BinaryState::Intermediate:
+    case BinaryState::Bad:
+        return 0.5;
+    case BinaryState::None:
+        break;
+    }
+    return std::nullopt;
 }
 
 /// Number of the analog channel with this name, -1 if there is none.
@@ -127,7 +124,7 @@ private:
     QVector<Channel> m_channels;
     qint64 m_samples = 0;
     int m_states = 0;
-    QMap<QByteArray, States> m_goose; ///< by MAC addresses, VLAN and APPID, and by gocbRef
+    QMap<QByteArray, States> m_goose; ///< by what precedes the PDU, and by gocbRef
     std::optional<PlotBand> m_band; ///< the current one
     double m_entry = 0; ///< into the current step, since the start of its sequence
 };
@@ -217,25 +214,24 @@ void Collector::takeSamples(double time, const QByteArray &frame)
 
 void Collector::takeStates(double time, const QByteArray &frame)
 {
-    const EthernetFrame decoded = decodeEthernetFrame(frame);
-    const auto *const goose = std::get_if<Goose>(&decoded.pdu);
-    if (!goose || goose->stNumOffset < 0)
+    if (!GooseMessage::isGoose(frame))
         return;
-    const QByteArray key = QByteArray::number(decoded.vlanId) + ' '
-        + QByteArray::number(decoded.appId) + decoded.source + decoded.destination
-        + goose->gocbRef.toLatin1();
+    const GooseMessage message(frame);
+    if (!message.problems.isEmpty())
+        return;
+    const QByteArray key = message.header + message.gocbRef.toLatin1();
     auto stream = m_goose.find(key);
     if (stream == m_goose.end()) {
         if (m_states >= kMostStates)
             return;
         ++m_states;
-        const QString name = goose->goId.isEmpty() ? goose->gocbRef : goose->goId;
+        const QString name = message.goId.isEmpty() ? message.gocbRef : message.goId;
         stream = m_goose.insert(key, {name, PlotChanges(m_stateColumns), {}});
     }
-    stream->stNum.add(time, goose->stNum);
-    for (int i = 0; i < goose->entries.size(); ++i) {
-        const std::optional<State> state = stateOf(goose->entries[i]);
-        if (!state)
+    stream->stNum.add(time, static_cast<double>(message.stNum));
+    for (int i = 0; i < message.entries.size(); ++i) {
+        const std::optional<double> height = heightOf(binaryState(message.entries[i]));
+        if (!height)
             continue;
         auto entry = stream->entries.find(i + 1);
         if (entry == stream->entries.end()) {
@@ -243,10 +239,13 @@ void Collector::takeStates(double time, const QByteArray &frame)
                 return;
             ++m_states;
             const QString name =
-                QStringLiteral("entry %1, %2").arg(i + 1).arg(QLatin1String(state->type));
+                QStringLiteral("entry %1, %2")
+                    .arg(i + 1)
+                    .arg(gooseTypeName(message.entries[i].tag)
+                             .replace(QLatin1String("bit string"), QLatin1String("double point")));
             entry = stream->entries.insert(i + 1, {name, PlotChanges(m_stateColumns)});
         }
-        entry->changes.add(time, state->value);
+        entry->changes.add(time, *height);
     }
 }
 

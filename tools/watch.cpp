@@ -143,12 +143,7 @@ void showPunctuality(const Punctuality &times)
 {
     if (times.latenessMax == 0 && times.missedDeadlines == 0 && times.sendFailures == 0)
         return;
-    const auto microseconds = [](quint32 ns) { return QString::number(ns / 1e3, 'f', 1); };
-    say(QStringLiteral("sample instants late by %1 us (p50), %2 us (p99), %3 us (most); %4 missed "
-                       "deadlines, %5 frames not sent")
-            .arg(microseconds(times.latenessP50), microseconds(times.latenessP99),
-                 microseconds(times.latenessMax), QString::number(times.missedDeadlines),
-                 QString::number(times.sendFailures)));
+    say(punctualityText(times));
 }
 
 } // namespace

@@ -215,4 +215,14 @@ const char *stateName(PlayState state)
     return stateNames[std::size_t(state)];
 }
 
+QString punctualityText(const Punctuality &punctuality)
+{
+    const auto microseconds = [](quint32 ns) { return QString::number(ns / 1e3, 'f', 1); };
+    return QStringLiteral("sample instants late by %1 us (p50), %2 us (p99), %3 us (most); %4 "
+                          "missed deadlines, %5 frames not sent")
+        .arg(microseconds(punctuality.latenessP50), microseconds(punctuality.latenessP99),
+             microseconds(punctuality.latenessMax), QString::number(punctuality.missedDeadlines),
+             QString::number(punctuality.sendFailures));
+}
+
 } // namespace virtualboard

@@ -3,6 +3,7 @@
 #include "playback.h"
 
 #include <QByteArray>
+#include <QString>
 #include <QVector>
 
 #include <optional>
@@ -40,5 +41,8 @@ struct DecodedState
 [[nodiscard]] const char *causeName(Cause cause);
 /// "idle", "armed", "running", "finished", "stopped".
 [[nodiscard]] const char *stateName(PlayState state);
+
+/// "sample instants late by 12.3 us (p50), ..., 0 missed deadlines, 0 frames not sent".
+[[nodiscard]] QString punctualityText(const Punctuality &punctuality);
 
 } // namespace virtualboard

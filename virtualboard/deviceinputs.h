@@ -12,6 +12,8 @@
 
 namespace virtualboard {
 
+struct GooseMessage;
+
 /**
  * Watches the GOOSE messages of the device under test: turns them into inputs, by the
  * subscriptions, and notices when a stream stops.
@@ -31,9 +33,6 @@ public:
 
     /// Channels beyond the last one are reported and left out.
     explicit DeviceInputs(const QVector<Subscription> &subscriptions);
-
-    /// Whether the frame, tagged (IEEE 802.1Q) or not, has the EtherType of GOOSE and an APPID.
-    static bool isGoose(const QByteArray &frame);
 
     /// A frame has come in. Anything that is no subscribed GOOSE message is ignored; damaged ones
     /// are reported.
@@ -67,11 +66,10 @@ private:
         qint64 lostAt = never;
         std::array<int, FaultCount> faults = {}; ///< how often each was reported
     };
-    struct Message;
 
     static bool contains(const Channels &channels, int channel);
     Stream &streamOf(const Subscription &subscription);
-    void evaluate(const Message &message, const Subscription &subscription, qint64 time,
+    void evaluate(const GooseMessage &message, const Subscription &subscription, qint64 time,
                   QVector<InputEvent> &events);
     void lose(Stream &stream);
     void report(Stream &stream, Fault fault, const QString &text);

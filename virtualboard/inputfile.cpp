@@ -1,6 +1,7 @@
 #include "inputfile.h"
 
 #include "deviceinputs.h"
+#include "goosemessage.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -196,7 +197,7 @@ std::optional<InputFile::Messages> InputFile::readCapture(const QString &path, Q
     while (const auto frame = reader.next()) {
         if (!m_firstTime)
             m_firstTime = frame->time;
-        if (!DeviceInputs::isGoose(frame->bytes))
+        if (!GooseMessage::isGoose(frame->bytes))
             continue;
         size += frame->bytes.size() + overhead;
         if (size > maximumSize) {

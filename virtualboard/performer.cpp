@@ -16,6 +16,18 @@ void Performer::show(const Player &player, const Punctuality &punctuality)
     m_status.write(status);
 }
 
+void Performer::reportEnd(const Player &player, qint64 limit, const Report &report)
+{
+    constexpr qint64 second = 1'000'000'000; // ns
+    const Cause cause = player.changes()[player.changeCount() - 1].cause;
+    if (cause == Cause::Ring)
+        report(QStringLiteral("the sequence was ended: its steps led to each other without taking "
+                              "any time"));
+    else if (cause == Cause::Limit)
+        report(QStringLiteral("the sequence was ended: it had been played for %1 s")
+                   .arg(limit / second));
+}
+
 TransitionLog Performer::log()
 {
     m_log.total += m_lostChanges.exchange(0, std::memory_order_relaxed);

@@ -42,6 +42,8 @@ protected:
     // For the playing thread:
     /// Leaves the player's state and its last changes for others to see.
     void show(const Player &player, const Punctuality &punctuality = {});
+    /// Reports the end of a sequence that nobody had asked for. @param limit  ns
+    static void reportEnd(const Player &player, qint64 limit, const Report &report);
     // For the commanding thread, while nothing is played:
     void forgetLog();
 

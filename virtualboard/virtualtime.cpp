@@ -103,13 +103,7 @@ void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
             sink.end(); // before anyone sees the end, so that the capture is complete by then
         show(player);
     }
-    const Transition &last = player.changes()[player.changeCount() - 1];
-    if (last.cause == Cause::Ring)
-        m_report(QStringLiteral("the sequence was ended: its steps led to each other without "
-                                "taking any time"));
-    else if (last.cause == Cause::Limit)
-        m_report(QStringLiteral("the sequence was ended: it had been played for %1 s")
-                     .arg(m_options.limit / second));
+    reportEnd(player, m_options.limit, m_report);
 }
 
 } // namespace virtualboard

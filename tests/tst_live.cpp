@@ -1,0 +1,392 @@
+// The live board on pairs of virtual Ethernet interfaces: what comes out at the other end, and what
+// goes in there. All of them are in a network of its own, which vanishes with this process.
+
+#include "liveprogram.h"
+
+#include <capturefile.h>
+#include <livecapture.h>
+#include <liveclock.h>
+#include <livehistogram.h>
+#include <liveperformer.h>
+
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+#include <mutex>
+#include <random>
+
+#include <linux/capability.h>
+#include <pcap/pcap.h>
+#include <sched.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+using namespace liveprogram;
+using namespace virtualboard;
+
+namespace {
+
+constexpr qint64 kMs = 1'000'000, kInterval = kMs / 4; // ns
+
+bool ip(const QString &arguments)
+{
+    QProcess process;
+    process.start(QStringLiteral("ip"), arguments.split(QLatin1Char(' ')));
+    return process.waitForFinished() && process.exitCode() == 0;
+}
+
+/// What goes in and out at the far end of a pair, by libpcap.
+class Wire
+{
+public:
+    explicit Wire(const char *interface)
+        : m_pcap(pcap_create(interface, nullptr))
+    {
+        char error[PCAP_ERRBUF_SIZE];
+        pcap_set_snaplen(m_pcap, 256); // room for more frames than any test here sends
+        pcap_set_buffer_size(m_pcap, 64 << 20);
+        pcap_set_immediate_mode(m_pcap, 1);
+        pcap_set_tstamp_precision(m_pcap, PCAP_TSTAMP_PRECISION_NANO);
+        if (pcap_activate(m_pcap) < 0 || pcap_setnonblock(m_pcap, 1, error) < 0)
+            qFatal("%s: %s", interface, pcap_geterr(m_pcap));
+    }
+    ~Wire() { pcap_close(m_pcap); }
+    Wire(const Wire &) = delete;
+    Wire &operator=(const Wire &) = delete;
+
+    /// All packets until now with this EtherType and APPID.
+    QVector<CapturedFrame> packets(int type, int appId)
+    {
+        pcap_pkthdr *header = nullptr;
+        const u_char *bytes = nullptr;
+        while (pcap_next_ex(m_pcap, &header, &bytes) == 1)
+            m_packets << CapturedFrame{
+                header->ts.tv_sec * 1000 * kMs + header->ts.tv_usec,
+                QByteArray(reinterpret_cast<const char *>(bytes), int(header->caplen))};
+        QVector<CapturedFrame> result;
+        for (const CapturedFrame &packet : std::as_const(m_packets)) {
+            const int at = packet.bytes.mid(12, 2) == be(0x8100, 2) ? 16 : 12;
+            if (packet.bytes.mid(at, 4) == be(type, 2) + be(appId, 2))
+                result << packet;
+        }
+        return result;
+    }
+    void inject(const QByteArray &frame)
+    {
+        pcap_inject(m_pcap, frame.constData(), std::size_t(frame.size()));
+    }
+
+private:
+    pcap_t *m_pcap;
+    QVector<CapturedFrame> m_packets;
+};
+
+/// A board whose ports 1 and 2 are two interfaces.
+class Board
+{
+public:
+    explicit Board(CaptureSink *capture = nullptr)
+    {
+        QString error;
+        m_performer = LivePerformer::open(
+            {{"board1", "board2"}, false, {}, {}, 0, capture},
+            [this](const auto &line) { report(line); }, &error);
+        if (!m_performer)
+            qFatal("%s", qPrintable(error));
+    }
+    LivePerformer *operator->() { return m_performer.get(); }
+    bool waitForEnd()
+    {
+        return QTest::qWaitFor([this] { return m_performer->status().state > PlayState::Running; },
+                               20000);
+    }
+    /// Adds the line, if it is one; returns all.
+    QStringList report(const QString &line = {})
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_reports << QStringList(line).filter(QLatin1String("."));
+    }
+
+private:
+    std::mutex m_mutex;
+    QStringList m_reports;
+    std::unique_ptr<LivePerformer> m_performer; // ends before what it reports to
+};
+
+} // namespace
+
+class LiveTest : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void initTestCase();
+    void refusals();
+    void percentiles();
+    void queueOfRecords();
+    void framesArrive();
+    void inputs();
+    void commands();
+    void interfacesFail();
+    void closedLoop();
+};
+
+void LiveTest::initTestCase()
+{
+    if (unshare(CLONE_NEWNET) != 0 || !ip("link add board1 type veth peer name far1")
+        || !ip("link add board2 type veth peer name far2"))
+        QSKIP("This test needs network namespaces and virtual interfaces: root, and ip.");
+    for (const char *each : {"board1", "far1", "board2", "far2"})
+        QVERIFY(ip(QStringLiteral("link set %1 up").arg(QLatin1String(each))));
+}
+
+void LiveTest::refusals()
+{
+    QVERIFY(ip("address add 192.0.2.1/24 dev far2") && ip("route add default dev far2"));
+    const struct
+    {
+        LiveOptions options;
+        unsigned missing; // capability, as a bit
+        const char *result;
+    } cases[] = {
+        {{}, 0, "No port has an interface"},
+        {{{"nosuch0"}}, 0, "nosuch0: it cannot be used: No such device"},
+        {{{"lo"}}, 0, "lo is no Ethernet interface"},
+        {{{"far2"}}, 0, "far2 carries the default route"},
+        {{{"far2"}, true}, 0, "opened"},
+        {{{"board1"}}, 1 << CAP_NET_RAW, "sudo setcap cap_net_raw+ep "},
+        {{{"board1"}, false, 10}, 1 << CAP_SYS_NICE, "cap_sys_nice,cap_ipc_lock+ep "},
+        {{{"board1"}, false, 200}, 0, "Real-time priority 200"},
+        {{{"board1"}, false, {}, 4000}, 0, "Processor 4000"},
+        {{{"board1"}, false, 10, 0}, 0, "opened"},
+    };
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    __user_cap_data_struct all[2] = {};
+    syscall(SYS_capget, &header, all);
+    for (const auto &each : cases) {
+        __user_cap_data_struct fewer[] = {all[0], all[1]};
+        fewer[0].effective &= ~each.missing;
+        syscall(SYS_capset, &header, fewer); // of this thread
+        QString error;
+        const auto opened = LivePerformer::open(
+            each.options, [](const QString &) {}, &error);
+        syscall(SYS_capset, &header, all);
+        const QString result = opened ? QStringLiteral("opened") : error;
+        QVERIFY2(result.contains(QString::fromLatin1(each.result)), qPrintable(result));
+    }
+}
+
+/// Percentiles may lie above the exact ones by 1/32, never below.
+void LiveTest::percentiles()
+{
+    std::mt19937 random(1);
+    std::lognormal_distribution<> distribution(8, 3);
+    LatenessHistogram histogram;
+    std::vector<qint64> all(9999);
+    for (qint64 &each : all)
+        histogram.add(each = qint64(distribution(random)));
+    std::sort(all.begin(), all.end());
+    for (const unsigned percent : {1U, 50U, 99U, 100U}) {
+        const qint64 exact = all[(all.size() * percent + 99) / 100 - 1];
+        const qint64 found = histogram.percentile(percent);
+        QVERIFY(found >= exact && found <= exact + exact / 32);
+    }
+}
+
+/// Records stay whole where the queue begins again; what does not fit changes nothing.
+void LiveTest::queueOfRecords()
+{
+    RecordQueue queue(64);
+    int size = 0, full = 0;
+    QByteArray found;
+    for (int i = 0; i < 1000; ++i) {
+        const QByteArray body(i % 61, char(i));
+        size = int(body.size());
+        full += !queue.put(&size, sizeof size, QByteArray(61, 'x').data(), 61);
+        QVERIFY(queue.put(&size, sizeof size, body.data(), std::size_t(size)));
+        QVERIFY(queue.take(&size, sizeof size));
+        found.resize(size);
+        QVERIFY(queue.take(found.data(), std::size_t(size)) && found == body);
+    }
+    QCOMPARE(full, 1000);
+    QVERIFY(!queue.take(&size, sizeof size));
+}
+
+/// Four streams at 4000 frames a second arrive at the interfaces of their ports, complete and in
+/// order, and stand in the capture; t is the time of the wall clock.
+void LiveTest::framesArrive()
+{
+    constexpr int instants = 12000, streams = 4;
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("live.pcap"));
+    CaptureSink capture;
+    QVERIFY(capture.open(path));
+    Wire wires[] = {Wire("far1"), Wire("far2")};
+    Board board(&capture);
+    board->start(program({streams, 1, {instants / 4}}));
+    QVERIFY(board.waitForEnd());
+    QCOMPARE(board.report(), QStringList());
+    QCOMPARE(board->status().punctuality.sendFailures, quint64(0));
+
+    for (int stream = 0; stream < streams; ++stream) {
+        int smpCnt = 0;
+        for (const CapturedFrame &packet : wires[stream % 2].packets(0x88ba, svAppId + stream))
+            QCOMPARE(packet.bytes.mid(smpCntOffset, 2), be(smpCnt++ % 4000, 2));
+        QCOMPARE(smpCnt, instants);
+    }
+    const auto goose = wires[0].packets(0x88b8, gooseAppId);
+    const auto t = qFromBigEndian<quint64>(goose[0].bytes.data() + tOffset) >> 8;
+    QVERIFY(qAbs(double(goose[0].time) / 1e9 - double(t) / (1 << 24)) < 0.5);
+
+    CaptureReader reader;
+    QVERIFY(reader.open(path));
+    int captured = 0;
+    while (const auto frame = reader.next())
+        captured += frame->bytes.mid(12, 2) == be(0x8100, 2); // the marks have no tag
+    QCOMPARE(captured, streams * instants + int(goose.size()));
+    QCOMPARE(quint64(captured), board->status().framesSent);
+}
+
+/// A message leaves the step if it comes in at the port of its subscription and is news.
+void LiveTest::inputs()
+{
+    const QByteArray off = gooseFrame(deviceAppId, false), on = gooseFrame(deviceAppId, true, 2),
+                     untagged = gooseFrame(deviceAppId, true, 2, false);
+    const struct
+    {
+        const char *name;
+        QByteArray before, frame;
+        int wire;
+        Cause cause;
+    } cases[] = {
+        {"untagged", {}, untagged, 0, Cause::BinaryInput},
+        {"tagged", off, on, 0, Cause::BinaryInput},
+        {"active already", on, on, 0, Cause::Time},
+        {"another port", {}, on, 1, Cause::Time},
+        {"from this machine", {}, untagged, 2, Cause::Time},
+    };
+    for (const auto &each : cases) {
+        Wire wires[] = {Wire("far1"), Wire("far2"), Wire("board1")};
+        Board board;
+        wires[0].inject(each.before);
+        QTest::qWait(50); // only then does the board get to know what it subscribes to
+        board->start(program({1, 1, {400}, true}));
+        QTest::qWait(100);
+        const qint64 sent = clockTime(CLOCK_REALTIME);
+        wires[each.wire].inject(each.frame);
+        QVERIFY(board.waitForEnd());
+        const Transition last = board->log().last.last();
+        QVERIFY2(last.cause == each.cause, each.name);
+        QVERIFY2(board->status().isActive(0) == (each.wire == 0), each.name);
+        QVERIFY(last.entryTime >= last.causeTime && last.entryTime % kInterval == 0);
+        const qint64 cause = wires[0].packets(0x88ba, svAppId)[0].time + last.causeTime;
+        QVERIFY2(last.cause == Cause::Time || qAbs(cause - sent) < 20 * kMs, each.name);
+    }
+}
+
+/// The trigger leaves the step; stop ends the sequence, and no frame follows.
+void LiveTest::commands()
+{
+    Wire wire("far1");
+    Board board;
+    board->trigger(); // nothing plays: without effect
+    board->start(program({1, 1, {0, 0}, true}));
+    QTest::qWait(50);
+    QCOMPARE(board->log().total, 1U);
+    board->trigger();
+    QTest::qWait(50);
+    board->stop();
+    const qint64 stopped = clockTime(CLOCK_REALTIME);
+    const auto changes = board->log().last;
+    QCOMPARE(changes.size(), 3);
+    QCOMPARE(changes[1].cause, Cause::Trigger);
+    QCOMPARE(changes[2].cause, Cause::Stop);
+    const auto packets = wire.packets(0x88ba, svAppId);
+    QCOMPARE(qint64(packets.size()), changes[2].entryTime / kInterval);
+    QVERIFY(packets.last().time <= stopped);
+}
+
+/// Interfaces that go down or lose their link are reported, cost frames, which are counted, and go
+/// on afterwards.
+void LiveTest::interfacesFail()
+{
+    Wire wires[] = {Wire("far1"), Wire("far2")};
+    Board board;
+    board->start(program({2, 0, {0}}));
+    for (const char *change : {"board1 down", "board1 up", "far2 down", "far2 up"}) {
+        QVERIFY(ip(QStringLiteral("link set ") + QLatin1String(change)));
+        QTest::qWait(400);
+    }
+    const qint64 repaired = clockTime(CLOCK_REALTIME);
+    QTest::qWait(100);
+    const quint64 failures = board->status().punctuality.sendFailures;
+    QVERIFY(failures > 2000 && failures < board->status().framesSent / 2);
+    QVERIFY(ip("link set board1 mtu 68")); // the frames are longer
+    QTest::qWait(200);
+    board->stop();
+    QVERIFY(board->status().punctuality.sendFailures > failures + 400);
+    QVERIFY(ip("link set board1 mtu 1500"));
+    for (int i = 0; i < 2; ++i)
+        QVERIFY(wires[i].packets(0x88ba, svAppId + i).last().time > repaired);
+    QCOMPARE(board.report(),
+             QStringList({"Interface board1 is down.", "Interface board1 is up again.",
+                          "Interface board2 has no link.", "Interface board2 is up again."}));
+}
+
+/// The board and a relay at the other end of the wire: the trip time that the board logs is the one
+/// that the wire shows, within a sample interval, and the relay's trip stands in the capture. This
+/// machine may send the first frame of the fault late; how late, the other frames tell.
+void LiveTest::closedLoop()
+{
+    Wire wire("far1");
+    QProcess relay;
+    relay.start(STAND_IN_RELAY,
+                {"--interface", "far1", "--threshold", "5000", "--delay", "20", "--goose-appid",
+                 QString::number(deviceAppId)});
+    QVERIFY(relay.waitForReadyRead());
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("live.pcap"));
+    CaptureSink capture;
+    QVERIFY(capture.open(path));
+    Board board(&capture);
+    board->start(program({1, 1, {300, 2000, 100}, true})); // prefault, fault, dead time
+    QVERIFY(board.waitForEnd());
+    relay.terminate();
+    QVERIFY(relay.waitForFinished());
+
+    const auto changes = board->log().last;
+    QCOMPARE(changes.size(), 4);
+    QCOMPARE(changes[2].cause, Cause::BinaryInput);
+    const qint64 logged = changes[2].causeTime - changes[1].entryTime;
+    const auto samples = wire.packets(0x88ba, svAppId);
+    const auto messages = wire.packets(0x88b8, deviceAppId);
+    const auto fault = std::find_if(samples.begin(), samples.end(), [](const auto &packet) {
+        return qFromBigEndian<qint32>(packet.bytes.data() + dataOffset) > 5000;
+    });
+    const auto trip = std::find_if(messages.begin(), messages.end(),
+                                   [](const auto &packet) { return packet.bytes.endsWith('\1'); });
+    QVERIFY(fault != samples.end() && trip != messages.end());
+    const qint64 seen = trip->time - fault->time;
+    qint64 late = 0; // behind the frame that was least late
+    for (auto each = samples.begin(); each != samples.end(); ++each)
+        late = qMax(late, fault->time - each->time - (fault - each) * kInterval);
+    qInfo("trip time logged: %lld us, on the wire: %lld us, from a frame %lld us late",
+          logged / 1000, seen / 1000, late / 1000);
+    QVERIFY(seen >= 20 * kMs && qAbs(logged - seen - late) <= kInterval);
+
+    CaptureReader reader;
+    QVERIFY(reader.open(path));
+    qint64 captured = 0, before = 0;
+    while (const auto frame = reader.next()) {
+        QVERIFY(frame->time >= before);
+        before = frame->time;
+        if (captured == 0 && frame->bytes == trip->bytes)
+            captured = frame->time;
+    }
+    QVERIFY(qAbs(captured - trip->time) < kMs);
+}
+
+QTEST_GUILESS_MAIN(LiveTest)
+#include "tst_live.moc"

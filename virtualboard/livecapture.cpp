@@ -1,0 +1,179 @@
+#include "livecapture.h"
+
+#include "capturefile.h"
+#include "liveclock.h"
+#include "testprogram.h"
+
+#include <algorithm>
+#include <chrono>
+#include <cstring>
+#include <utility>
+
+namespace virtualboard {
+
+namespace {
+
+/// Half a second of 64 streams with 8 channels at 4000 frames a second.
+constexpr std::size_t publishedSize = 32 << 20;
+constexpr std::size_t heardSize = 1 << 20;
+constexpr auto nap = std::chrono::milliseconds(5);
+/// ns after which a frame that has come in stands in its queue for sure, or nearly so.
+constexpr qint64 settling = 50'000'000;
+
+} // namespace
+
+void RecordQueue::copyIn(std::size_t at, const void *bytes, std::size_t size)
+{
+    const std::size_t begin = at & (m_bytes.size() - 1);
+    const std::size_t first = std::min(size, m_bytes.size() - begin);
+    std::memcpy(m_bytes.data() + begin, bytes, first);
+    if (size > first)
+        std::memcpy(m_bytes.data(), static_cast<const uchar *>(bytes) + first, size - first);
+}
+
+bool RecordQueue::put(const void *head, std::size_t headSize, const void *body,
+                      std::size_t bodySize)
+{
+    const std::size_t end = m_end.load(std::memory_order_relaxed);
+    const std::size_t used = end - m_begin.load(std::memory_order_acquire);
+    if (headSize + bodySize > m_bytes.size() - used)
+        return false;
+    copyIn(end, head, headSize);
+    copyIn(end + headSize, body, bodySize);
+    m_end.store(end + headSize + bodySize, std::memory_order_release);
+    return true;
+}
+
+bool RecordQueue::take(void *bytes, std::size_t size)
+{
+    const std::size_t at = m_begin.load(std::memory_order_relaxed);
+    if (m_end.load(std::memory_order_acquire) - at < size)
+        return false;
+    const std::size_t begin = at & (m_bytes.size() - 1);
+    const std::size_t first = std::min(size, m_bytes.size() - begin);
+    std::memcpy(bytes, m_bytes.data() + begin, first);
+    if (size > first)
+        std::memcpy(static_cast<uchar *>(bytes) + first, m_bytes.data(), size - first);
+    m_begin.store(at + size, std::memory_order_release);
+    return true;
+}
+
+void LiveCapture::Source::put(const Head &next, const void *content)
+{
+    if (next.size > largestBody || !queue.put(&next, sizeof next, content, next.size))
+        leftOut.fetch_add(1, std::memory_order_relaxed);
+}
+
+void LiveCapture::Source::putSurely(const Head &next, const void *content)
+{
+    while (!queue.put(&next, sizeof next, content, next.size))
+        std::this_thread::sleep_for(nap);
+}
+
+bool LiveCapture::Source::look()
+{
+    isFull = isFull || (queue.take(&head, sizeof head) && queue.take(body.data(), head.size));
+    return isFull;
+}
+
+LiveCapture::LiveCapture(CaptureSink &sink, Report report)
+    : m_sink(sink)
+    , m_report(std::move(report))
+    , m_published(publishedSize)
+    , m_heard(heardSize)
+    , m_writer([this] { write(); })
+{ }
+
+LiveCapture::~LiveCapture()
+{
+    m_stopping = true;
+    m_writer.join();
+}
+
+void LiveCapture::begin(const TestProgram &program, qint64 offset)
+{
+    m_published.leftOut = 0;
+    m_heard.leftOut = 0;
+    m_offset = offset; // nothing of an earlier sequence is left in the queues
+    m_ended = false;
+    const auto *const copy = new TestProgram(program); // the writer deletes it
+    m_published.putSurely({monotonicTime(), sizeof copy, Begin, 0}, &copy);
+}
+
+void LiveCapture::publish(qint64 time, const OutgoingFrame *frames, int count)
+{
+    for (int i = 0; i < count; ++i)
+        m_published.put({time, quint32(frames[i].size), Frame, quint16(frames[i].port)},
+                        frames[i].bytes);
+}
+
+void LiveCapture::note(qint64 time, const Transition &transition)
+{
+    m_published.put({time, sizeof transition, Note, 0}, &transition);
+}
+
+void LiveCapture::hear(qint64 time, const QByteArray &frame)
+{
+    m_heard.put({time, quint32(frame.size()), Frame, 0}, frame.constData());
+}
+
+void LiveCapture::end()
+{
+    m_published.putSurely({monotonicTime(), 0, End, 0}, nullptr);
+    while (!m_ended)
+        std::this_thread::sleep_for(nap);
+}
+
+void LiveCapture::write()
+{
+    while (true) {
+        const bool isLast = m_stopping; // what has been put before that, is still written
+        const qint64 settled = monotonicTime() - settling;
+        while (m_published.look() && (isLast || m_published.head.time <= settled)) {
+            while (m_heard.look() && m_heard.head.time <= m_published.head.time)
+                deliver(m_heard);
+            deliver(m_published);
+        }
+        if (isLast)
+            return;
+        std::this_thread::sleep_for(nap);
+    }
+}
+
+void LiveCapture::deliver(Source &source)
+{
+    const Head &head = source.head;
+    const uchar *const body = source.body.data();
+    const qint64 time = head.time + m_offset;
+    if (head.kind == Begin) {
+        TestProgram *program = nullptr;
+        std::memcpy(&program, body, sizeof program);
+        m_sink.begin(*program);
+        delete program;
+    } else if (head.kind == Frame) {
+        const OutgoingFrame frame = {body, int(head.size), head.port};
+        m_sink.publish(time, &frame, 1);
+    } else if (head.kind == Note) {
+        Transition transition;
+        std::memcpy(&transition, body, sizeof transition);
+        m_sink.note(time, transition);
+    } else {
+        deliverEnd();
+    }
+    source.isFull = false;
+}
+
+void LiveCapture::deliverEnd()
+{
+    m_sink.end();
+    const quint64 leftOut = m_published.leftOut + m_heard.leftOut;
+    if (leftOut > 0)
+        m_report(QStringLiteral("The capture lacks %1 frames: they came faster than they could be "
+                                "written.")
+                     .arg(leftOut));
+    if (!m_sink.errorString().isEmpty() && !std::exchange(m_failureReported, true))
+        m_report(m_sink.errorString());
+    m_ended = true;
+}
+
+} // namespace virtualboard

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "performer.h"
+#include "playback.h"
+
+#include <QByteArray>
+
+#include <array>
+#include <atomic>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace virtualboard {
+
+class CaptureSink;
+
+/// Bytes from one thread to one other, in records that are put and taken as a whole. Everything is
+/// allocated, and touched, by the constructor.
+class RecordQueue
+{
+public:
+    /// @param capacity  bytes, a power of two
+    explicit RecordQueue(std::size_t capacity)
+        : m_bytes(capacity)
+    { }
+
+    /// The writer's: false, and nothing changes, when both parts together do not fit.
+    [[nodiscard]] bool put(const void *head, std::size_t headSize, const void *body,
+                           std::size_t bodySize);
+    /// The reader's: false when there is no record. Takes the next @p size bytes of it otherwise.
+    [[nodiscard]] bool take(void *bytes, std::size_t size);
+
+private:
+    void copyIn(std::size_t at, const void *bytes, std::size_t size);
+
+    std::vector<uchar> m_bytes;
+    // Both only grow (and wrap): what is between them is in the queue.
+    alignas(64) std::atomic<std::size_t> m_begin = 0;
+    alignas(64) std::atomic<std::size_t> m_end = 0;
+};
+
+/**
+ * Writes a capture beside a live test: what is published, and what the device under test sends.
+ * Two queues, and a thread that empties them into the file, in the order of time.
+ *
+ * publish(), note() and hear() never wait: what finds its queue full is left out, and counted. All
+ * times are by CLOCK_MONOTONIC; those of published frames are when they were sent.
+ */
+class LiveCapture
+{
+public:
+    /// @param sink  used by the writing thread only, from now until the destructor returns
+    LiveCapture(CaptureSink &sink, Report report);
+    ~LiveCapture(); ///< what is in the queues is still written
+
+    /// @param offset  of a time stamp in the file from CLOCK_MONOTONIC, until the next begin()
+    void begin(const TestProgram &program, qint64 offset);
+    /// For the publishing thread.
+    void publish(qint64 time, const OutgoingFrame *frames, int count);
+    void note(qint64 time, const Transition &transition);
+    /// For one other thread: a frame has come in.
+    void hear(qint64 time, const QByteArray &frame);
+    /// Returns when all is in the file. Reports what is missing in it.
+    void end();
+
+private:
+    enum Kind : quint16 { Begin, Frame, Note, End };
+    struct Head
+    {
+        qint64 time = 0;
+        quint32 size = 0; ///< of the body
+        Kind kind = Frame;
+        quint16 port = 0;
+    };
+    static constexpr std::size_t largestBody = 2048; ///< above any Ethernet frame
+    /// A queue, and the record that has been taken from it last.
+    struct Source
+    {
+        explicit Source(std::size_t size)
+            : queue(size)
+        { }
+        void put(const Head &head, const void *body);
+        void putSurely(const Head &head, const void *body);
+        bool look(); ///< whether there is a record, which is in the next two then
+        Head head;
+        std::array<uchar, largestBody> body;
+        bool isFull = false;
+        RecordQueue queue;
+        std::atomic<quint64> leftOut = 0;
+    };
+
+    void write();
+    void deliver(Source &source);
+    void deliverEnd();
+
+    CaptureSink &m_sink;
+    const Report m_report;
+    Source m_published;
+    Source m_heard;
+    std::atomic<qint64> m_offset = 0;
+    bool m_failureReported = false;
+    std::atomic<bool> m_ended = true;
+    std::atomic<bool> m_stopping = false;
+    std::thread m_writer;
+};
+
+} // namespace virtualboard

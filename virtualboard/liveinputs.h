@@ -1,0 +1,78 @@
+#pragma once
+
+#include "deviceinputs.h"
+#include "lockfree.h"
+#include "packetports.h"
+#include "performer.h"
+
+#include <QByteArray>
+#include <QMap>
+#include <QVector>
+
+#include <array>
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+namespace virtualboard {
+
+class LiveCapture;
+
+/**
+ * Receives the GOOSE messages of the device under test, in a thread of its own, from construction
+ * to destruction.
+ *
+ * Remembers the last message of every stream, subscribed or not: so a subscription knows at once
+ * what is active, however rarely its device repeats a message. All times are by CLOCK_MONOTONIC.
+ */
+class LiveInputs
+{
+public:
+    /// @param capture  gets what comes in during a sequence; null: none
+    LiveInputs(PacketPorts &ports, LiveCapture *capture, Report report);
+    ~LiveInputs();
+
+    /// These subscriptions are in force from now on. Without effect during a sequence.
+    void watch(const QVector<Subscription> &subscriptions);
+    /// From now on, inputs of these subscriptions are queued. Returns which channels are active
+    /// already. Whoever reads the queue must not do so meanwhile.
+    std::array<quint64, logicChannels / 64> beginSequence(const QVector<Subscription> &);
+    void endSequence();
+
+    /// Of the sequence.
+    SpscQueue<InputEvent> &events() { return m_events; }
+    /// To set how it is scheduled.
+    std::thread &thread() { return m_thread; }
+
+private:
+    struct Message
+    {
+        qint64 time = 0;
+        int port = 0;
+        QByteArray frame;
+    };
+
+    void run();
+    int patience();
+    void take(const Message &message);
+    void subscribe(const QVector<Subscription> &subscriptions);
+    void remember(const Message &message);
+
+    PacketPorts &m_ports;
+    LiveCapture *const m_capture;
+    const Report m_report;
+    SpscQueue<InputEvent> m_events{4096};
+
+    std::mutex m_mutex; ///< for what follows
+    QVector<Subscription> m_subscriptions;
+    DeviceInputs m_inputs{{}};
+    bool m_playing = false;
+    quint64 m_lost = 0; ///< events that found the queue full, not yet reported
+    qint64 m_lastTime = 0;
+    QMap<QByteArray, Message> m_lastMessages; ///< by port, addresses, EtherType and APPID
+
+    std::atomic<bool> m_stopping = false;
+    std::thread m_thread;
+};
+
+} // namespace virtualboard

@@ -1,0 +1,20 @@
+/// \file
+/// What a live board needs permission for.
+#pragma once
+
+#include "packetports.h"
+
+#include <QString>
+
+#include <linux/capability.h>
+
+namespace virtualboard {
+
+/// What is missing without the capability (capabilities(7)), and how to grant it.
+[[nodiscard]] QString missingCapability(int capability);
+
+/// Why a test should not go out through these interfaces: one of them, or what is built upon it (a
+/// bridge, a bond, a VLAN), carries the default route of this machine. Empty if none does.
+[[nodiscard]] QString defaultRouteWarning(const PortInterfaces &interfaces);
+
+} // namespace virtualboard

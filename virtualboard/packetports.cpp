@@ -1,0 +1,386 @@
+#include "packetports.h"
+
+#include "ethernetframes.h"
+#include "liveclock.h"
+#include "liveprivileges.h"
+
+#include <QRegularExpression>
+#include <QtEndian>
+#include <QVector>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <optional>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <linux/filter.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <net/if_arp.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+namespace virtualboard {
+
+namespace {
+
+constexpr std::size_t batchSize = std::size_t(2) * streamLimit; // all that an instant can bring
+
+template <typename T>
+bool setOption(int socket, int level, int name, const T &value)
+{
+    return setsockopt(socket, level, name, &value, sizeof value) == 0;
+}
+
+/// The kernel takes the tag of a received frame away before the filter sees it.
+bool acceptOnlyGoose(int socket)
+{
+    sock_filter program[] = {
+        BPF_STMT(BPF_LD | BPF_W | BPF_ABS, quint32(SKF_AD_OFF + SKF_AD_PROTOCOL)),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, etherTypeGoose, 0, 1),
+        BPF_STMT(BPF_RET | BPF_K, 0xffff),
+        BPF_STMT(BPF_RET | BPF_K, 0),
+    };
+    const sock_fprog filter = {quint16(std::size(program)), program};
+    return setOption(socket, SOL_SOCKET, SO_ATTACH_FILTER, filter);
+}
+
+/// What the kernel tells of a received frame beside its bytes.
+template <typename Value>
+std::optional<Value> controlValue(msghdr &message, int level, int type)
+{
+    for (cmsghdr *each = CMSG_FIRSTHDR(&message); each; each = CMSG_NXTHDR(&message, each)) {
+        if (each->cmsg_level == level && each->cmsg_type == type) {
+            Value value;
+            std::memcpy(&value, CMSG_DATA(each), sizeof value);
+            return value;
+        }
+    }
+    return std::nullopt;
+}
+
+/// When the kernel took the frame over, by CLOCK_MONOTONIC. That clock has no stamps; so we take
+/// off what both are apart now.
+qint64 arrivalTime(msghdr &message)
+{
+    const auto stamp = controlValue<timespec>(message, SOL_SOCKET, SCM_TIMESTAMPNS);
+    const qint64 now = monotonicTime();
+    return stamp ? std::min(nanoseconds(*stamp) - wallClockOffset(), now) : now;
+}
+
+/// The IEEE 802.1Q tag that the kernel has taken out of the frame; empty if it had none.
+QByteArray tagOf(msghdr &message)
+{
+    const auto data = controlValue<tpacket_auxdata>(message, SOL_PACKET, PACKET_AUXDATA);
+    if (!data || (data->tp_status & TP_STATUS_VLAN_VALID) == 0)
+        return {};
+    const bool knowsType = (data->tp_status & TP_STATUS_VLAN_TPID_VALID) != 0;
+    std::array<uchar, 4> tag;
+    qToBigEndian(quint16(knowsType ? data->tp_vlan_tpid : ETH_P_8021Q), tag.data());
+    qToBigEndian(quint16(data->tp_vlan_tci), tag.data() + 2);
+    return QByteArray(reinterpret_cast<const char *>(tag.data()), int(tag.size()));
+}
+
+} // namespace
+
+bool setPort(PortInterfaces &interfaces, const QString &text, QString *error)
+{
+    static const QRegularExpression form(QStringLiteral("^([1-8])=(\\S+)$"));
+    const QRegularExpressionMatch match = form.match(text);
+    if (!match.hasMatch()) {
+        *error = QStringLiteral("Port \"%1\": a port from 1 to 8 and an interface are expected, "
+                                "as in 1=eth1.")
+                     .arg(text);
+        return false;
+    }
+    interfaces[std::size_t(match.captured(1).toInt() - 1)] = match.captured(2);
+    return true;
+}
+
+/// One network interface: a socket for sending, one for receiving, and the frames to send next.
+class PacketPorts::Interface
+{
+public:
+    explicit Interface(const QString &name);
+    ~Interface();
+    Interface(const Interface &) = delete;
+    Interface &operator=(const Interface &) = delete;
+
+    /// The reason if the interface cannot be used, else empty.
+    QString open();
+
+    QString name() const { return m_name; }
+    int receivingSocket() const { return m_receiving; }
+    QVector<int> ports; ///< 1 to 8; only 0 if the interface has all of them
+
+    bool isFull() const { return m_queued == batchSize; }
+    void queue(const OutgoingFrame &frame)
+    {
+        m_parts[m_queued++] = {const_cast<uchar *>(frame.bytes), std::size_t(frame.size)};
+    }
+    /// Sends what is queued; returns how many frames the interface did not take.
+    unsigned sendQueued();
+
+    bool receive(const Receiver &receiver);
+    QStringList check();
+
+private:
+    enum State { Up, NoLink, Down, Gone };
+
+    State state() const;
+    bool bindTo(unsigned index);
+    QString failure(const char *what) const;
+
+    QString m_name;
+    int m_sending = -1;
+    int m_receiving = -1;
+    unsigned m_index = 0;
+    std::atomic<State> m_state = Up; ///< as of the last check()
+    std::size_t m_queued = 0;
+    std::array<iovec, batchSize> m_parts = {};
+    std::array<mmsghdr, batchSize> m_messages = {};
+};
+
+PacketPorts::Interface::Interface(const QString &name)
+    : m_name(name)
+{
+    for (std::size_t i = 0; i < batchSize; ++i) {
+        m_messages[i].msg_hdr.msg_iov = &m_parts[i];
+        m_messages[i].msg_hdr.msg_iovlen = 1;
+    }
+}
+
+PacketPorts::Interface::~Interface()
+{
+    for (const int socket : {m_sending, m_receiving}) {
+        if (socket >= 0)
+            close(socket);
+    }
+}
+
+QString PacketPorts::Interface::failure(const char *what) const
+{
+    return QStringLiteral("Interface %1: %2: %3.")
+        .arg(m_name, QString::fromLatin1(what), QString::fromLocal8Bit(strerror(errno)));
+}
+
+QString PacketPorts::Interface::open()
+{
+    // Protocol 0: neither socket receives anything before the filter is there and bindTo() is done.
+    m_sending = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    m_receiving = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
+    if (m_sending < 0 || m_receiving < 0)
+        return errno == EPERM ? missingCapability(CAP_NET_RAW) : failure("no raw socket");
+    const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
+    if (index == 0)
+        return failure("it cannot be used");
+
+    ifreq request = {};
+    const QByteArray name = m_name.toLocal8Bit(); // short enough: an interface has this name
+    std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
+    if (ioctl(m_sending, SIOCGIFHWADDR, &request) < 0)
+        return failure("it cannot be asked for its kind");
+    if (request.ifr_hwaddr.sa_family != ARPHRD_ETHER)
+        return QStringLiteral("Interface %1 is no Ethernet interface.").arg(m_name);
+
+    constexpr int sendingSpace = 4
+        << 20; // all frames of an instant; the system allows what it will
+    setOption(m_sending, SOL_SOCKET, SO_SNDBUF, sendingSpace);
+    const int on = 1;
+    if (!acceptOnlyGoose(m_receiving)
+        || !setOption(m_receiving, SOL_PACKET, PACKET_IGNORE_OUTGOING, on)
+        || !setOption(m_receiving, SOL_SOCKET, SO_TIMESTAMPNS, on)
+        || !setOption(m_receiving, SOL_PACKET, PACKET_AUXDATA, on) || !bindTo(index))
+        return failure("it cannot be used");
+    return {};
+}
+
+bool PacketPorts::Interface::bindTo(unsigned index)
+{
+    sockaddr_ll address = {};
+    address.sll_family = AF_PACKET;
+    address.sll_ifindex = int(index);
+    packet_mreq membership = {};
+    membership.mr_ifindex = int(index);
+    // Not only all multicasts: cards may drop the tags of VLANs that the system does not know.
+    membership.mr_type = PACKET_MR_PROMISC;
+    const auto bindSocket = [&](int socket, quint16 protocol) {
+        address.sll_protocol = htons(protocol);
+        return bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
+    };
+    m_index = index;
+    return bindSocket(m_sending, 0) && bindSocket(m_receiving, ETH_P_ALL)
+        && setOption(m_receiving, SOL_PACKET, PACKET_ADD_MEMBERSHIP, membership);
+}
+
+unsigned PacketPorts::Interface::sendQueued()
+{
+    unsigned failures = 0;
+    if (m_state.load(std::memory_order_relaxed) != Up) {
+        // Without a link, the system takes every frame and drops it without a word.
+        failures = unsigned(m_queued);
+        m_queued = 0;
+        return failures;
+    }
+    for (std::size_t first = 0; first < m_queued;) {
+        const int sent =
+            sendmmsg(m_sending, &m_messages[first], unsigned(m_queued - first), MSG_DONTWAIT);
+        // An error is that of the first frame. It is lost; the others get their chance.
+        failures += sent < 0;
+        first += sent < 0 ? 1 : std::size_t(sent);
+    }
+    m_queued = 0;
+    return failures;
+}
+
+bool PacketPorts::Interface::receive(const Receiver &receiver)
+{
+    constexpr int enough = 256; // then the other interfaces have their turn
+    for (int i = 0; i < enough; ++i) {
+        std::array<char, 2048> bytes;
+        alignas(cmsghdr) std::array<char, 256> control;
+        iovec part = {bytes.data(), bytes.size()};
+        msghdr message = {};
+        message.msg_iov = &part;
+        message.msg_iovlen = 1;
+        message.msg_control = control.data();
+        message.msg_controllen = control.size();
+        const ssize_t size = recvmsg(m_receiving, &message, MSG_DONTWAIT);
+        if (size < 0)
+            return errno == EAGAIN || errno == EINTR;
+        if ((message.msg_flags & MSG_TRUNC) != 0)
+            continue; // longer than any Ethernet frame
+        const qint64 arrival = arrivalTime(message);
+        constexpr int addressesSize = 12;
+        QByteArray frame(bytes.data(), int(size));
+        frame.insert(addressesSize, tagOf(message));
+        receiver(arrival, ports, frame);
+    }
+    return true;
+}
+
+PacketPorts::Interface::State PacketPorts::Interface::state() const
+{
+    ifreq request = {};
+    const QByteArray name = m_name.toLocal8Bit();
+    std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
+    if (ioctl(m_sending, SIOCGIFFLAGS, &request) < 0)
+        return Gone;
+    const int flags = request.ifr_flags;
+    if ((flags & IFF_UP) == 0)
+        return Down;
+    return (flags & IFF_RUNNING) == 0 ? NoLink : Up;
+}
+
+QStringList PacketPorts::Interface::check()
+{
+    QStringList lines;
+    const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
+    if (index != 0 && index != m_index && !bindTo(index)) // it was gone and has come back
+        lines << failure("it has come back, but cannot be used");
+
+    const State now = state();
+    static const char *const texts[] = {"is up again", "has no link", "is down", "is gone"};
+    if (m_state.exchange(now) != now)
+        lines << QStringLiteral("Interface %1 %2.").arg(m_name, QString::fromLatin1(texts[now]));
+
+    tpacket_stats statistics = {};
+    socklen_t size = sizeof statistics;
+    if (getsockopt(m_receiving, SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0
+        && statistics.tp_drops > 0)
+        lines << QStringLiteral("Interface %1: %2 received GOOSE messages were lost, too many came "
+                                "at once.")
+                     .arg(m_name)
+                     .arg(statistics.tp_drops);
+    return lines;
+}
+
+PacketPorts::PacketPorts() = default;
+PacketPorts::~PacketPorts() = default;
+
+std::unique_ptr<PacketPorts> PacketPorts::open(const PortInterfaces &interfaces, QString *error)
+{
+    if (std::all_of(interfaces.begin(), interfaces.end(),
+                    [](const QString &name) { return name.isEmpty(); })) {
+        *error = QStringLiteral("No port has an interface.");
+        return nullptr;
+    }
+    std::unique_ptr<PacketPorts> result(new PacketPorts);
+    return result->add(interfaces, error) ? std::move(result) : nullptr;
+}
+
+bool PacketPorts::add(const PortInterfaces &interfaces, QString *error)
+{
+    for (int port = 1; port <= portLimit; ++port) {
+        const QString &name = interfaces[std::size_t(port - 1)];
+        if (name.isEmpty())
+            continue;
+        auto known = std::find_if(m_interfaces.begin(), m_interfaces.end(),
+                                  [&](const auto &each) { return each->name() == name; });
+        if (known == m_interfaces.end()) {
+            known = m_interfaces.insert(known, std::make_unique<Interface>(name));
+            *error = (*known)->open();
+            if (!error->isEmpty())
+                return false;
+        }
+        (*known)->ports << port;
+        m_ofPort[std::size_t(port - 1)] = known->get();
+    }
+    for (const auto &each : m_interfaces) {
+        if (each->ports.size() == portLimit)
+            each->ports = {0};
+    }
+    return true;
+}
+
+bool PacketPorts::hasInterface(int port) const
+{
+    return port >= 1 && port <= portLimit && m_ofPort[std::size_t(port - 1)] != nullptr;
+}
+
+void PacketPorts::publish(qint64, const OutgoingFrame *frames, int count)
+{
+    unsigned failures = 0;
+    for (int i = 0; i < count; ++i) {
+        if (!hasInterface(frames[i].port))
+            continue;
+        Interface *const interface = m_ofPort[std::size_t(frames[i].port - 1)];
+        if (interface->isFull())
+            failures += interface->sendQueued();
+        interface->queue(frames[i]);
+    }
+    for (const auto &each : m_interfaces)
+        failures += each->sendQueued();
+    if (failures > 0)
+        m_failures.fetch_add(failures, std::memory_order_relaxed);
+}
+
+bool PacketPorts::receive(int milliseconds, const Receiver &receiver)
+{
+    std::array<pollfd, std::size_t(portLimit)> sockets = {};
+    for (std::size_t i = 0; i < m_interfaces.size(); ++i)
+        sockets[i] = {m_interfaces[i]->receivingSocket(), POLLIN, 0};
+    if (poll(sockets.data(), nfds_t(m_interfaces.size()), milliseconds) <= 0)
+        return true;
+    bool sound = true;
+    for (std::size_t i = 0; i < m_interfaces.size(); ++i) {
+        if (sockets[i].revents != 0)
+            sound = m_interfaces[i]->receive(receiver) && sound;
+    }
+    return sound;
+}
+
+QStringList PacketPorts::check()
+{
+    QStringList lines;
+    for (const auto &each : m_interfaces)
+        lines << each->check();
+    return lines;
+}
+
+} // namespace virtualboard
