@@ -3,15 +3,17 @@
 QT ?= 6
 PRESET := qt$(QT)
 
-.PHONY: help demo test test-sanitize test-unsigned-char test-arm bench docs format format-check tidy clean
+.PHONY: help demo demo-live test test-sanitize test-unsigned-char test-arm bench bench-live docs format format-check tidy clean
 
 help:
 	@echo "make demo            run a test against a board made of software and show what it received"
+	@echo "make demo-live       the same in real time, on a virtual network with a stand-in relay (root)"
 	@echo "make test            build and run all tests (QT=5 for Qt 5.15)"
 	@echo "make test-sanitize   the same with AddressSanitizer and UndefinedBehaviorSanitizer"
 	@echo "make test-unsigned-char  the same with plain char unsigned, as on ARM"
 	@echo "make test-arm        cross-build for 32-bit ARM and run the tests under emulation"
-	@echo "make bench           measure the engine against plain sockets"
+	@echo "make bench           measure the engine against plain sockets, playing against plain libpcap"
+	@echo "make bench-live      measure live sending on a virtual network (root)"
 	@echo "make docs            HTML reference and manual in build/docs/html"
 	@echo "make format          format the sources; format-check only looks"
 	@echo "make tidy            static analysis with clang-tidy"
@@ -22,27 +24,33 @@ demo:
 	cmake --build --preset $(PRESET) --target lumtarctl lumtar-board
 	scripts/demo.sh build/$(PRESET)
 
+demo-live:
+	scripts/setup.sh qt$(QT) live
+	cmake --preset $(PRESET)
+	cmake --build --preset $(PRESET) --target lumtarctl lumtar-board standinrelay
+	scripts/demo-live.sh build/$(PRESET)
+
 test:
-	scripts/setup.sh qt$(QT) test
+	scripts/setup.sh qt$(QT) test live
 	cmake --preset $(PRESET)
 	cmake --build --preset $(PRESET)
 	ctest --preset $(PRESET)
 
 test-sanitize:
-	scripts/setup.sh qt6 test
+	scripts/setup.sh qt6 test live
 	cmake --preset sanitize
 	cmake --build --preset sanitize
 	ctest --preset sanitize
 
 test-unsigned-char:
-	scripts/setup.sh qt6 test
+	scripts/setup.sh qt6 test live
 	cmake --preset unsigned-char
 	cmake --build --preset unsigned-char
 	ctest --preset unsigned-char
 
 # The last step runs both programs, which tests cannot start under emulation.
 test-arm:
-	scripts/setup.sh qt6 test arm
+	scripts/setup.sh qt6 test live arm
 	scripts/arm-sysroot.sh build/sysroot-armhf
 	cmake --preset armhf
 	cmake --build --preset armhf
@@ -54,7 +62,13 @@ bench:
 	cmake --preset bench
 	cmake --build --preset bench
 	build/bench/benchmarks/lumtar_benchmarks --benchmark_enable_random_interleaving=true \
-		--benchmark_repetitions=21 --benchmark_min_time=0.1 --benchmark_display_aggregates_only=true
+		--benchmark_repetitions=21 --benchmark_min_time=0.1
+
+bench-live:
+	scripts/setup.sh qt6 bench live
+	cmake --preset bench
+	cmake --build --preset bench --target lumtar_live_benchmark
+	build/bench/benchmarks/lumtar_live_benchmark
 
 docs:
 	scripts/setup.sh docs

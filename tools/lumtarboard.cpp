@@ -1,17 +1,22 @@
 /// \file
-/// lumtar-board: runs a board made of software and tells what it received.
+/// lumtar-board: runs a board made of software and tells what it received and played.
 
+#include "boardoptions.h"
+
+#include <boardlogic.h>
+#include <capturefile.h>
+#include <liveperformer.h>
 #include <report.h>
 #include <virtualboard.h>
+#include <virtualtime.h>
 
-#include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QDateTime>
 #include <QElapsedTimer>
-#include <QMap>
 
-#include <algorithm>
 #include <csignal>
 #include <cstdio>
+#include <memory>
 
 using namespace virtualboard;
 
@@ -22,109 +27,42 @@ constexpr int kBadUsage = 2;
 
 volatile std::sig_atomic_t interrupted = 0;
 
-struct Options
+void print(const QString &text)
 {
-    QHostAddress address;
-    quint16 port = 2001;
-    bool exitAfterStop = false;
-    int timeout = 0; ///< seconds; 0: none
-    QMap<QString, int> expected; ///< commands by kind
-};
-
-struct UsageError
-{
-    QString message;
-};
-
-int number(const QString &text, int least, int most)
-{
-    bool ok = false;
-    const int value = text.toInt(&ok);
-    if (!ok || value < least || value > most)
-        throw UsageError{QStringLiteral("\"%1\" is no whole number from %2 to %3")
-                             .arg(text)
-                             .arg(least)
-                             .arg(most)};
-    return value;
+    std::fputs(text.toUtf8().constData(), stdout);
+    std::fflush(stdout);
 }
 
-void describe(QCommandLineParser &parser)
+void complain(const QString &text)
 {
-    parser.setApplicationDescription(
-        QStringLiteral("Runs a board made of software. At the end it prints what it received; the "
-                       "exit status is 0 only if nothing was wrong with it."));
-    parser.addHelpOption();
-    parser.addVersionOption();
-    const auto text = [](const char *ascii) { return QString::fromLatin1(ascii); };
-    parser.addOptions(
-        {{text("address"), text("IP address to listen on."), text("ADDRESS"), text("127.0.0.1")},
-         {text("port"), text("UDP port to listen on."), text("N"), text("2001")},
-         {text("exit-after-stop"), text("End after a stop command, not only on a signal.")},
-         {text("timeout"), text("End after so many seconds; 0: never."), text("S"), text("0")},
-         {text("expect"),
-          text("Take it as a problem when not exactly N commands of this kind, as the report names "
-               "it, were acknowledged. Can be given for several kinds."),
-          text("KIND=N")}});
-}
-
-Options readOptions(const QStringList &arguments)
-{
-    QCommandLineParser parser;
-    describe(parser);
-    parser.process(arguments);
-    const auto value = [&parser](const char *name) { return parser.value(QLatin1String(name)); };
-
-    if (!parser.positionalArguments().isEmpty())
-        throw UsageError{
-            QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first())};
-    Options options;
-    options.address = QHostAddress(value("address"));
-    if (options.address.isNull())
-        throw UsageError{QStringLiteral("\"%1\" is no IP address").arg(value("address"))};
-    options.port = static_cast<quint16>(number(value("port"), 1, 65535));
-    options.exitAfterStop = parser.isSet(QStringLiteral("exit-after-stop"));
-    options.timeout = number(value("timeout"), 0, 1000000);
-    for (const QString &each : parser.values(QStringLiteral("expect"))) {
-        const int sign = static_cast<int>(each.lastIndexOf(QLatin1Char('=')));
-        if (sign < 1)
-            throw UsageError{QStringLiteral("--expect \"%1\" is not KIND=N").arg(each)};
-        options.expected[each.left(sign)] = number(each.mid(sign + 1), 0, 1000000);
-    }
-    return options;
-}
-
-bool isStop(const Reception &reception)
-{
-    const Command &command = reception.decoded.command;
-    const auto *const startStop = std::get_if<StartStop>(&command);
-    return std::holds_alternative<Stop>(command) || (startStop && !startStop->start);
-}
-
-bool stopReceived(const VirtualBoard &board)
-{
-    const auto receptions = board.receptions();
-    return std::any_of(receptions.begin(), receptions.end(), isStop);
+    std::fprintf(stderr, "lumtar-board: %s\n", text.toLocal8Bit().constData());
 }
 
 /// Waits for the end. Returns whether it came in time.
-bool waitForEnd(const VirtualBoard &board, const Options &options)
+bool waitForEnd(const VirtualBoard &board, const BoardLogic &logic, const BoardOptions &options)
 {
-    constexpr int kPoll = 100; // milliseconds without a datagram, after which a stop is looked for
+    constexpr int kPoll = 100; // ms
+    constexpr int kQuiet = 2000; // ms after which nobody wants to know about an ended sequence
     QElapsedTimer clock;
     clock.start();
     int received = 0;
-    int looked = 0;
+    QElapsedTimer quiet;
+    quiet.start();
     while (interrupted == 0
            && (options.timeout == 0 || clock.elapsed() < options.timeout * 1000LL)) {
+        const PlayState state = logic.state();
         if (board.waitForReceptions(received + 1, kPoll)) {
             ++received;
+            quiet.start();
             continue;
         }
-        if (options.exitAfterStop && looked != received && stopReceived(board))
+        const bool ended = state == PlayState::Finished || state == PlayState::Stopped;
+        if (options.once && (logic.wasStopped() || (ended && quiet.elapsed() > kQuiet)))
             return true;
-        looked = received;
+        if (state == PlayState::Running)
+            quiet.start();
     }
-    return interrupted != 0 || !options.exitAfterStop;
+    return interrupted != 0 || !options.once;
 }
 
 /// What the commands fall short of, or exceed.
@@ -144,40 +82,96 @@ QStringList unmetExpectations(const QVector<Reception> &receptions, QMap<QString
     return result;
 }
 
-void print(const QString &text)
+constexpr qint64 kSecond = 1'000'000'000; // ns
+
+qint64 startTime(const BoardOptions &options, const std::optional<InputFile> &inputs)
 {
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fflush(stdout);
+    if (options.startTime)
+        return *options.startTime;
+    const std::optional<qint64> first = inputs ? inputs->firstTime() : std::nullopt;
+    return first.value_or(QDateTime::currentSecsSinceEpoch() * kSecond);
 }
 
-void complain(const QString &text)
+std::unique_ptr<Performer> virtualPerformer(const BoardOptions &options, CaptureSink *capture,
+                                            const Report &report)
 {
-    std::fprintf(stderr, "lumtar-board: %s\n", text.toLocal8Bit().constData());
+    VirtualTimePerformer::Options play;
+    if (!options.inputs.isEmpty()) {
+        QString error;
+        play.inputs = InputFile::read(options.inputs, &error);
+        if (!play.inputs)
+            throw UsageError{error};
+    }
+    play.startTime = startTime(options, play.inputs);
+    play.limit = options.limit * kSecond;
+    play.sink = capture;
+    return std::make_unique<VirtualTimePerformer>(std::move(play), report);
 }
 
-int run(const Options &options)
+std::unique_ptr<Performer> livePerformer(const BoardOptions &options, CaptureSink *capture,
+                                         const Report &report)
 {
-    VirtualBoard board(options.address, options.port);
+    constexpr int kPriority =
+        50; // of 1 to 99: above everything that does not ask, below the kernel
+    LiveOptions play;
+    play.interfaces = options.interfaces;
+    play.iKnow = options.iKnow;
+    if (options.realtime)
+        play.realtime = kPriority;
+    play.cpu = options.cpu;
+    play.limit = options.limit * kSecond;
+    play.capture = capture;
+    QString error;
+    std::unique_ptr<Performer> result = LivePerformer::open(play, report, &error);
+    if (!result)
+        throw UsageError{error};
+    return result;
+}
+
+int run(const BoardOptions &options)
+{
+    ReportCounter reports(complain);
+    const Report report = [&reports](const QString &line) { reports.report(line); };
+    CaptureSink capture;
+    if (!options.capture.isEmpty() && !capture.open(options.capture))
+        throw UsageError{capture.errorString()};
+    CaptureSink *const sink = options.capture.isEmpty() ? nullptr : &capture;
+    const std::unique_ptr<Performer> performer = options.live
+        ? livePerformer(options, sink, report)
+        : virtualPerformer(options, sink, report);
+    BoardLogic logic(*performer, reports);
+    VirtualBoard board(options.address, options.udpPort);
+    board.setCommandHandler([&logic](const DecodedCommand &command) { logic.obey(command); });
+    board.setStatusSource([&logic](int which) { return logic.status(which); });
     if (!board.start()) {
         complain(board.errorString());
         return kProblems;
     }
     print(QStringLiteral("ready on %1, UDP port %2\n")
               .arg(options.address.toString())
-              .arg(options.port));
-    const bool inTime = waitForEnd(board, options);
+              .arg(options.udpPort));
+    const bool inTime = waitForEnd(board, logic, options);
     board.stop();
+    performer->stop();
+    capture.flush();
 
     const QVector<Reception> receptions = board.receptions();
-    print(report(receptions));
+    print(::report(receptions));
+    const PlayStatus status = performer->status();
+    print(playReport(status, performer->log()));
+    if (options.live)
+        print(QStringLiteral(" %1\n").arg(punctualityText(status.punctuality)));
     QStringList failures = unmetExpectations(receptions, options.expected);
     if (!inTime)
-        failures.append(QStringLiteral("no stop command within %1 s").arg(options.timeout));
+        failures.append(QStringLiteral("not ended within %1 s").arg(options.timeout));
     if (board.dropped() > 0)
         failures.append(QStringLiteral("%1 datagrams were not recorded").arg(board.dropped()));
+    if (!capture.errorString().isEmpty())
+        failures.append(capture.errorString());
     for (const QString &failure : failures)
         complain(failure);
-    return failures.isEmpty() && allProblems(receptions).isEmpty() ? 0 : kProblems;
+    const bool sound = failures.isEmpty() && reports.count() == 0;
+    return sound && allProblems(receptions).isEmpty() ? 0 : kProblems;
 }
 
 } // namespace
@@ -190,7 +184,7 @@ int main(int argc, char *argv[])
     std::signal(SIGINT, [](int) { interrupted = 1; });
     std::signal(SIGTERM, [](int) { interrupted = 1; });
     try {
-        return run(readOptions(QCoreApplication::arguments()));
+        return run(readBoardOptions(QCoreApplication::arguments()));
     } catch (const UsageError &error) {
         complain(error.message);
         return kBadUsage;
