@@ -5,8 +5,8 @@
 #include "liveprivileges.h"
 
 #include <QRegularExpression>
-#include <QtEndian>
 #include <QVector>
+#include <QtEndian>
 
 #include <algorithm>
 #include <cerrno>
