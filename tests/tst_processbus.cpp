@@ -42,12 +42,12 @@ constexpr int kOutputs[kSteps][4] = {{1, 1, 1, 0}, {1, 1, 0, 1}, {0, 1, 1, 1}, {
 
 // What the configuration says of the streams.
 const char *const kSvValues[] = {
-    "01:0c:cd:04:00:01 ff:ff:ff:ff:ff:ff 4 101 0x4001 1 E1Q01MU01/LLN0.MSVCB01 1 1",
-    "01:0c:cd:04:00:02 ff:ff:ff:ff:ff:ff 4 101 0x4002 1 E1Q00MU01/LLN0.MSVCB01 1 1"};
+    "01:0c:cd:04:00:01 02:00:00:00:00:01 4 101 0x4001 1 E1Q01MU01/LLN0.MSVCB01 1 1",
+    "01:0c:cd:04:00:02 02:00:00:00:00:02 4 101 0x4002 1 E1Q00MU01/LLN0.MSVCB01 1 1"};
 const char *const kGooseValues[] = {
-    "01:0c:cd:01:00:11 ff:ff:ff:ff:ff:ff 4 12 0x0011 E1Q01SC01/LLN0$GO$gocb1 10000 "
+    "01:0c:cd:01:00:11 02:00:00:00:00:03 4 12 0x0011 E1Q01SC01/LLN0$GO$gocb1 10000 "
     "E1Q01SC01/LLN0$dsPosition E1Q01SC01.Position 0 1 0 7",
-    "01:0c:cd:01:00:12 ff:ff:ff:ff:ff:ff 4 12 0x0012 E1Q00BP01/LLN0$GO$gocb1 10000 "
+    "01:0c:cd:01:00:12 02:00:00:00:00:03 4 12 0x0012 E1Q00BP01/LLN0$GO$gocb1 10000 "
     "E1Q00BP01/LLN0$dsTrip E1Q00BP01.Trip 0 1 0 4"};
 const QVector<Quantity> kChannels[] = {{Delay, Ia, Ia, Ib, Ib, Ic, Ic, In, In, Ia,      Ib,
                                         Ic,    Va, Va, Vb, Vb, Vc, Vc, Vn, Vn, Nothing, Nothing},
@@ -208,13 +208,11 @@ void TestProcessBus::initTestCase()
 
 void TestProcessBus::everyFrame()
 {
-    constexpr int error = 0x800000; // the analyser's severity
     int marks = 0;
     qint64 last = 0;
     for (const Packet &packet : packets) {
         QVERIFY(packet["_ws.malformed"].isEmpty());
-        for (const QString &severity : packet["_ws.expert.severity"].split(','))
-            QVERIFY2(severity.toInt() < error, qPrintable(packet["frame.time_epoch"]));
+        QVERIFY2(packet["_ws.expert.severity"].isEmpty(), qPrintable(packet["frame.time_epoch"]));
         QVERIFY(packet.time % kInterval == 0 && packet.time >= last);
         last = packet.time;
         marks += packet["eth.type"] == "0x88b5" ? 1 : 0;

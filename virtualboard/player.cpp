@@ -31,6 +31,7 @@ struct Player::Private
     qint64 instant = 0; ///< the next one, absolute
     int step = 0;
     qint64 entry = 0; ///< into the step, absolute
+    qint64 lastCause = 0; ///< absolute time of what led into the step
     bool stepIsNew = true;
     PlayState state = PlayState::Running;
     ActiveChannels active = {};
@@ -67,6 +68,7 @@ Player::Player(const TestProgram &program, qint64 startTime, const ActiveChannel
     d->startTime = startTime;
     d->instant = startTime;
     d->entry = startTime;
+    d->lastCause = startTime - 1;
     d->active = active;
     Transition start;
     start.entered = 0;
@@ -116,6 +118,7 @@ void Player::Private::change(int next, Cause cause, qint64 causeTime, quint16 ch
     }
     step = next;
     entry = instant;
+    lastCause = causeTime;
     stepIsNew = true;
     for (GoosePublisher &stream : goose)
         stream.enter(std::size_t(step), instant);
@@ -154,7 +157,9 @@ void Player::input(const InputEvent &event)
         becameActive = event.kind == InputEvent::ChannelOn && (word & bit) == 0;
         word = event.kind == InputEvent::ChannelOn ? word | bit : word & ~bit;
     }
-    if (d->state != PlayState::Running || event.time < d->startTime)
+    // What belongs to the cause of the last change, such as the other poles of a trip in the same
+    // message, does not leave the next step, too.
+    if (d->state != PlayState::Running || event.time <= d->lastCause)
         return;
     const Step &current = d->steps[std::size_t(d->step)];
     if (becameActive && current.binaryInputEnabled)

@@ -3,6 +3,8 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <iterator>
+#include <utility>
 
 namespace virtualboard {
 
@@ -35,6 +37,21 @@ void writeTime(qint64 time, uchar quality, uchar *bytes)
     bytes[timeQualityOffset] = quality;
 }
 
+/// No station may send from a group address, and switches drop what seems to come from one (IEEE
+/// Std 802.3, 3.2.3; IEEE Std 802.1Q): such an address becomes one of our own.
+QByteArray withSource(QByteArray frame, int port)
+{
+    constexpr int sourceOffset = 6;
+    constexpr uchar groupBit = 1;
+    constexpr uchar own[] = {0x02, 0, 0, 0, 0}; // locally administered; then comes the port
+    auto *const source = reinterpret_cast<uchar *>(frame.data()) + sourceOffset;
+    if ((source[0] & groupBit) != 0) {
+        std::copy(std::begin(own), std::end(own), source);
+        source[std::size(own)] = uchar(port);
+    }
+    return frame;
+}
+
 OutgoingFrame outgoing(const QByteArray &frame, int port)
 {
     return {reinterpret_cast<const uchar *>(frame.constData()), int(frame.size()), port};
@@ -43,7 +60,7 @@ OutgoingFrame outgoing(const QByteArray &frame, int port)
 } // namespace
 
 SvPublisher::SvPublisher(const SvStream &stream)
-    : m_frame(stream.frame)
+    : m_frame(withSource(stream.frame, stream.port))
     , m_port(stream.port)
     , m_smpCntOffset(stream.smpCntOffset)
     , m_smpCnt(stream.smpCntStart)
@@ -76,6 +93,7 @@ GoosePublisher::GoosePublisher(const GooseStream &stream, qint64 startTime)
     : m_stream(stream)
     , m_longestPause(std::max(stream.timeAllowedToLive * millisecond / 2, leastPause))
 {
+    m_stream.frame = withSource(stream.frame, stream.port);
     m_bytes = reinterpret_cast<uchar *>(m_stream.frame.data());
     m_stNum = qFromBigEndian<quint32>(m_bytes + m_stream.stNumOffset);
     m_timeQuality = m_bytes[m_stream.tOffset + timeQualityOffset];
