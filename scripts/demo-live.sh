@@ -81,7 +81,7 @@ done
 grep -q '^ready' "$log" || { cat "$log" >&2; fail "the board did not start"; }
 
 echo "\$ lumtarctl run --board $address --config examples/feeder-bay.xml --sequence examples/earth-fault.json --watch"
-timeout "$seconds" "${at_board[@]}" "$build/tools/lumtarctl" run --board "$address" \
+timeout --foreground "$seconds" "${at_board[@]}" "$build/tools/lumtarctl" run --board "$address" \
     --config "$examples/feeder-bay.xml" --sequence "$examples/earth-fault.json" --watch |
     tee "$watched"
 "${at_board[@]}" "$build/tools/lumtarctl" stop --board "$address" >/dev/null

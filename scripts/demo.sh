@@ -71,7 +71,7 @@ fi
 show() {
     local shown=("${@/#"$examples"/examples}") # the reader is in the project's directory
     echo "\$ lumtarctl" "${shown[@]}"
-    timeout "$seconds" "${launcher[@]}" "$build/tools/lumtarctl" "$@" ||
+    timeout --foreground "$seconds" "${launcher[@]}" "$build/tools/lumtarctl" "$@" ||
         fail "lumtarctl $1 failed with exit status $?"
     echo
 }

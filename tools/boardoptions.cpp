@@ -2,8 +2,10 @@
 
 #include <QCommandLineParser>
 #include <QDateTime>
+#include <QFileInfo>
+#include <QRegularExpression>
 
-#include <limits>
+#include <utility>
 
 namespace {
 
@@ -19,8 +21,8 @@ struct OptionText
 };
 
 const OptionText optionTexts[] = {
-    {"listen", "ADDRESS", "IP address to listen on.", "127.0.0.1"},
-    {"udp-port", "N", "UDP port to listen on.", "2001"},
+    {"listen", "ADDRESS", "IP address to listen on; 127.0.0.1 if not given.", "127.0.0.1"},
+    {"udp-port", "N", "UDP port to listen on; 2001 if not given.", "2001"},
     {"capture", "FILE.pcap", "Writes the frames of the process bus into this file.", ""},
     {"inputs", "FILE",
      "What the device under test does: a text file with lines such as \"1.030 channel 0 on\", "
@@ -66,27 +68,26 @@ void describe(QCommandLineParser &parser)
                           QLatin1String(text.valueName), QLatin1String(text.defaultValue)});
 }
 
-int number(const QString &text, int least, int most)
+/// @param name  of the option
+int number(const char *name, const QString &text, int least, int most)
 {
     bool ok = false;
     const int value = text.toInt(&ok);
     if (!ok || value < least || value > most)
-        throw UsageError{QStringLiteral("\"%1\" is no whole number from %2 to %3")
-                             .arg(text)
+        throw UsageError{QStringLiteral("--%1 \"%2\" is no whole number from %3 to %4")
+                             .arg(QLatin1String(name), text)
                              .arg(least)
                              .arg(most)};
     return value;
 }
 
-/// GOOSE carries the seconds since 1970 in 32 bits.
 qint64 readTime(const QString &text)
 {
     QDateTime time = QDateTime::fromString(text, Qt::ISODateWithMs);
     if (time.timeSpec() == Qt::LocalTime)
         time.setTimeSpec(Qt::UTC);
-    const qint64 milliseconds = time.toMSecsSinceEpoch();
-    if (!time.isValid() || milliseconds < 0
-        || milliseconds / 1000 > std::numeric_limits<quint32>::max() - 100'000'000)
+    const qint64 milliseconds = time.isValid() ? time.toMSecsSinceEpoch() : -1;
+    if (milliseconds < 0 || milliseconds > kLatestStart / kNanosecondsPerMillisecond)
         throw UsageError{
             QStringLiteral("--start-time \"%1\" is no ISO 8601 time from 1970 to 2102").arg(text)};
     return milliseconds * kNanosecondsPerMillisecond;
@@ -99,7 +100,7 @@ QMap<QString, int> readExpectations(const QStringList &texts)
         const int sign = static_cast<int>(each.lastIndexOf(QLatin1Char('=')));
         if (sign < 1)
             throw UsageError{QStringLiteral("--expect \"%1\" is not KIND=N").arg(each)};
-        result[each.left(sign)] = number(each.mid(sign + 1), 0, 1000000);
+        result[each.left(sign)] = number("expect", each.mid(sign + 1), 0, 1000000);
     }
     return result;
 }
@@ -109,16 +110,20 @@ void readLiveOptions(const QCommandLineParser &parser, BoardOptions &options)
     const auto isSet = [&parser](const char *name) { return parser.isSet(QLatin1String(name)); };
     if (isSet("interface"))
         options.interfaces.fill(parser.value(QStringLiteral("interface")));
-    for (const QString &each : parser.values(QStringLiteral("port"))) {
+    QStringList ports = parser.values(QStringLiteral("port"));
+    for (const QString &each : std::as_const(ports)) {
         QString error;
         if (!virtualboard::setPort(options.interfaces, each, &error))
             throw UsageError{QStringLiteral("--port: ") + error};
     }
+    ports.replaceInStrings(QRegularExpression(QStringLiteral("=.*")), QString());
+    if (ports.removeDuplicates() > 0)
+        throw UsageError{QStringLiteral("--port: a port has one interface, not two")};
     options.live = isSet("interface") || isSet("port");
     options.iKnow = isSet("i-know");
     options.realtime = isSet("realtime");
     if (isSet("cpu"))
-        options.cpu = number(parser.value(QStringLiteral("cpu")), 0, 1023);
+        options.cpu = number("cpu", parser.value(QStringLiteral("cpu")), 0, 1023);
     for (const char *name : {"inputs", "start-time"}) {
         if (options.live && isSet(name))
             throw UsageError{QStringLiteral("--%1 is for virtual time; a live board takes time and "
@@ -138,7 +143,9 @@ BoardOptions readBoardOptions(const QStringList &arguments)
 {
     QCommandLineParser parser;
     describe(parser);
-    parser.process(arguments);
+    if (!parser.parse(arguments))
+        throw UsageError{parser.errorText()};
+    parser.process(arguments); // for --help and --version
     const auto value = [&parser](const char *name) { return parser.value(QLatin1String(name)); };
 
     if (!parser.positionalArguments().isEmpty())
@@ -148,18 +155,21 @@ BoardOptions readBoardOptions(const QStringList &arguments)
     options.address = QHostAddress(value("listen"));
     if (options.address.isNull())
         throw UsageError{QStringLiteral("--listen \"%1\" is no IP address").arg(value("listen"))};
-    options.udpPort = static_cast<quint16>(number(value("udp-port"), 1, 65535));
+    options.udpPort = static_cast<quint16>(number("udp-port", value("udp-port"), 1, 65535));
     options.capture = value("capture");
     options.inputs = value("inputs");
+    const QString capture = QFileInfo(options.capture).canonicalFilePath();
+    if (!capture.isEmpty() && capture == QFileInfo(options.inputs).canonicalFilePath())
+        throw UsageError{QStringLiteral("--capture would overwrite the file of --inputs")};
     if (parser.isSet(QStringLiteral("start-time")))
         options.startTime = readTime(value("start-time"));
     readLiveOptions(parser, options);
     if (parser.isSet(QStringLiteral("limit")))
-        options.limit = number(value("limit"), 1, 100'000);
+        options.limit = number("limit", value("limit"), 1, 100'000);
     else
         options.limit = options.live ? 0 : kVirtualLimit;
     options.once = parser.isSet(QStringLiteral("once"));
-    options.timeout = number(value("timeout"), 0, 1000000);
+    options.timeout = number("timeout", value("timeout"), 0, 1000000);
     options.expected = readExpectations(parser.values(QStringLiteral("expect")));
     return options;
 }

@@ -11,6 +11,9 @@
 
 #include <optional>
 
+/// GOOSE carries the seconds since 1970 in 32 bits, and a test takes some time; ns since 1970.
+constexpr qint64 kLatestStart = 4'190'000'000 * qint64(1'000'000'000);
+
 struct BoardOptions
 {
     QHostAddress address;

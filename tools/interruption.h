@@ -1,5 +1,6 @@
 /// \file
-/// Ctrl-C (SIGINT) and the request to terminate (SIGTERM), noted until somebody looks.
+/// Ctrl-C (SIGINT), the request to terminate (SIGTERM), a terminal that is closed (SIGHUP) and a
+/// reader of the output that goes (SIGPIPE), noted until somebody looks.
 #pragma once
 
 namespace interruption {

@@ -13,10 +13,13 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QElapsedTimer>
+#include <QUdpSocket>
 
 #include <csignal>
 #include <cstdio>
 #include <memory>
+#include <mutex>
+#include <utility>
 
 using namespace virtualboard;
 
@@ -25,7 +28,19 @@ namespace {
 constexpr int kProblems = 1;
 constexpr int kBadUsage = 2;
 
+struct BoardFailure
+{
+    QString message;
+};
+
 volatile std::sig_atomic_t interrupted = 0;
+
+/// A second signal ends the program at once, whatever it waits for.
+void interrupt(int signal)
+{
+    interrupted = 1;
+    std::signal(signal, SIG_DFL);
+}
 
 void print(const QString &text)
 {
@@ -38,8 +53,43 @@ void complain(const QString &text)
     std::fprintf(stderr, "lumtar-board: %s\n", text.toLocal8Bit().constData());
 }
 
+/// What the board reports, on its way from any thread to the one that may wait for a reader.
+class ReportQueue
+{
+public:
+    void add(const QString &line)
+    {
+        constexpr int kMost = 1000; // until the next flush()
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_lines.size() < kMost)
+            m_lines << line;
+        else
+            ++m_left;
+    }
+    void flush()
+    {
+        QStringList lines;
+        int left = 0;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            lines.swap(m_lines);
+            std::swap(left, m_left);
+        }
+        for (const QString &line : std::as_const(lines))
+            complain(line);
+        if (left > 0)
+            complain(QStringLiteral("%1 more problems, which came too fast to be told").arg(left));
+    }
+
+private:
+    std::mutex m_mutex;
+    QStringList m_lines;
+    int m_left = 0;
+};
+
 /// Waits for the end. Returns whether it came in time.
-bool waitForEnd(const VirtualBoard &board, const BoardLogic &logic, const BoardOptions &options)
+bool waitForEnd(const VirtualBoard &board, const BoardLogic &logic, ReportQueue &lines,
+                const BoardOptions &options)
 {
     constexpr int kPoll = 100; // ms
     constexpr int kQuiet = 2000; // ms after which nobody wants to know about an ended sequence
@@ -51,12 +101,13 @@ bool waitForEnd(const VirtualBoard &board, const BoardLogic &logic, const BoardO
     while (interrupted == 0
            && (options.timeout == 0 || clock.elapsed() < options.timeout * 1000LL)) {
         const PlayState state = logic.state();
+        lines.flush();
         if (board.waitForReceptions(received + 1, kPoll)) {
             ++received;
             quiet.start();
             continue;
         }
-        const bool ended = state == PlayState::Finished || state == PlayState::Stopped;
+        const bool ended = logic.wasStarted() && state != PlayState::Running;
         if (options.once && (logic.wasStopped() || (ended && quiet.elapsed() > kQuiet)))
             return true;
         if (state == PlayState::Running)
@@ -89,6 +140,10 @@ qint64 startTime(const BoardOptions &options, const std::optional<InputFile> &in
     if (options.startTime)
         return *options.startTime;
     const std::optional<qint64> first = inputs ? inputs->firstTime() : std::nullopt;
+    if (first && (*first < 0 || *first > kLatestStart))
+        throw UsageError{options.inputs
+                         + QStringLiteral(": its first packet is not from 1970 to 2102; give "
+                                          "--start-time")};
     return first.value_or(QDateTime::currentSecsSinceEpoch() * kSecond);
 }
 
@@ -128,40 +183,56 @@ std::unique_ptr<Performer> livePerformer(const BoardOptions &options, CaptureSin
     return result;
 }
 
+/// Throws BoardFailure if somebody else listens there.
+void expectFree(const BoardOptions &options)
+{
+    QUdpSocket probe;
+    if (!probe.bind(options.address, options.udpPort))
+        throw BoardFailure{QStringLiteral("cannot bind %1, UDP port %2: %3")
+                               .arg(options.address.toString())
+                               .arg(options.udpPort)
+                               .arg(probe.errorString())};
+}
+
 int run(const BoardOptions &options)
 {
-    ReportCounter reports(complain);
+    ReportQueue lines;
+    ReportCounter reports([&lines](const QString &line) { lines.add(line); });
     const Report report = [&reports](const QString &line) { reports.report(line); };
     CaptureSink capture;
-    if (!options.capture.isEmpty() && !capture.open(options.capture))
-        throw UsageError{capture.errorString()};
     CaptureSink *const sink = options.capture.isEmpty() ? nullptr : &capture;
-    const std::unique_ptr<Performer> performer = options.live
-        ? livePerformer(options, sink, report)
-        : virtualPerformer(options, sink, report);
+    std::unique_ptr<Performer> performer = options.live ? livePerformer(options, sink, report)
+                                                        : virtualPerformer(options, sink, report);
+    // Only now, so that nothing that is wrong costs an earlier file.
+    expectFree(options);
+    if (sink && !capture.open(options.capture))
+        throw UsageError{capture.errorString()};
     BoardLogic logic(*performer, reports);
     VirtualBoard board(options.address, options.udpPort);
     board.setCommandHandler([&logic](const DecodedCommand &command) { logic.obey(command); });
     board.setStatusSource([&logic](int which) { return logic.status(which); });
-    if (!board.start()) {
-        complain(board.errorString());
-        return kProblems;
-    }
+    if (!board.start())
+        throw BoardFailure{board.errorString()};
     print(QStringLiteral("ready on %1, UDP port %2\n")
               .arg(options.address.toString())
               .arg(options.udpPort));
-    const bool inTime = waitForEnd(board, logic, options);
+    const bool inTime = waitForEnd(board, logic, lines, options);
     board.stop();
     performer->stop();
+    const PlayStatus status = performer->status();
+    const TransitionLog log = performer->log();
+    performer.reset(); // which completes the capture
     capture.flush();
+    lines.flush();
 
     const QVector<Reception> receptions = board.receptions();
     print(::report(receptions));
-    const PlayStatus status = performer->status();
-    print(playReport(status, performer->log()));
+    print(playReport(status, log));
     if (options.live)
         print(QStringLiteral(" %1\n").arg(punctualityText(status.punctuality)));
     QStringList failures = unmetExpectations(receptions, options.expected);
+    if (reports.count() > 0)
+        failures.append(QStringLiteral("%1 problems were reported").arg(reports.count()));
     if (!inTime)
         failures.append(QStringLiteral("not ended within %1 s").arg(options.timeout));
     if (board.dropped() > 0)
@@ -170,8 +241,7 @@ int run(const BoardOptions &options)
         failures.append(capture.errorString());
     for (const QString &failure : failures)
         complain(failure);
-    const bool sound = failures.isEmpty() && reports.count() == 0;
-    return sound && allProblems(receptions).isEmpty() ? 0 : kProblems;
+    return failures.isEmpty() && allProblems(receptions).isEmpty() ? 0 : kProblems;
 }
 
 } // namespace
@@ -181,12 +251,16 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lumtar-board"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));
-    std::signal(SIGINT, [](int) { interrupted = 1; });
-    std::signal(SIGTERM, [](int) { interrupted = 1; });
+    for (const int each : {SIGINT, SIGTERM, SIGHUP})
+        std::signal(each, interrupt);
+    std::signal(SIGPIPE, SIG_IGN); // nobody need read what is printed
     try {
         return run(readBoardOptions(QCoreApplication::arguments()));
     } catch (const UsageError &error) {
         complain(error.message);
         return kBadUsage;
+    } catch (const BoardFailure &failure) {
+        complain(failure.message);
+        return kProblems;
     }
 }

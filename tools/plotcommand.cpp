@@ -144,6 +144,8 @@ int plotCapture(const QCommandLineParser &options)
     Sequence sequence;
     if (options.isSet(QStringLiteral("sequence")))
         sequence = readSequence(options.value(QStringLiteral("sequence")));
+    if (QFileInfo::exists(output) && !QFileInfo(output).isFile())
+        throw InputError{output + QStringLiteral(": there is something that is no file")};
     QSaveFile file(output);
     if (!file.open(QIODevice::WriteOnly))
         throw InputError{QStringLiteral("%1: %2").arg(output, file.errorString())};

@@ -106,15 +106,23 @@ void Progress::sent(bool again)
         m_left = std::max(m_left - 1, 0);
         m_begun = std::min(m_begun + 1, m_total);
     }
-    const int done = m_begun - 1;
+    show(m_begun - 1, m_elements[m_element].text + QLatin1String(again ? ", no answer yet" : ""),
+         isNews);
+}
+
+void Progress::finish()
+{
+    show(m_total, QStringLiteral("done"), true);
+    m_line.clear();
+}
+
+void Progress::show(int done, const QString &element, bool isNews)
+{
     const int bars = kBarWidth * done / m_total;
-    QString text =
-        QStringLiteral("%1/%2  %3").arg(done, 4).arg(m_total).arg(m_elements[m_element].text);
+    QString text = QStringLiteral("%1/%2  %3").arg(done, 4).arg(m_total).arg(element);
     if (m_line.isOnTerminal())
         text = QStringLiteral("[%1%2]").arg(QString(bars, QLatin1Char('#')),
                                             QString(kBarWidth - bars, QLatin1Char('-')))
             + text;
-    if (again)
-        text += QStringLiteral(", no answer yet");
     m_line.show(text, isNews);
 }

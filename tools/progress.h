@@ -24,6 +24,8 @@ public:
 
     /// Leaves the terminal to other output until the next exchange.
     void pause() { m_line.clear(); }
+    /// The last exchange is done, too.
+    void finish();
 
 private:
     /// A reset, a stream, a step ...
@@ -36,6 +38,7 @@ private:
     void addConfiguration(const CheckedConfiguration &configuration);
     void addSequence(const CheckedConfiguration &configuration, const Sequence &sequence);
     void sent(bool again);
+    void show(int done, const QString &element, bool isNews);
 
     BoardSession &m_session;
     LiveLine m_line;

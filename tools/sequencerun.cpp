@@ -50,6 +50,22 @@ void describe(const Sequence &sequence)
     }
 }
 
+/// The start command gives the sample interval in whole microseconds of a 50 Hz cycle; the
+/// configuration's streams count as many samples a second as the sequence asks for.
+void tellWrongRate(const Sequence &sequence)
+{
+    constexpr int kMicrosecondsPerCycle = 20000;
+    constexpr int kMicroseconds = 1'000'000;
+    const int interval = kMicrosecondsPerCycle / sequence.samplesPerCycle & 0xff;
+    const int samples = sequence.samplesPerCycle * sequence.nominalFrequency;
+    if (interval * samples != kMicroseconds)
+        complain(QStringLiteral("the link can only ask for a sample every %1 us: smpCnt goes to 0 "
+                                "after %2 samples, which take %3 s instead of 1 s")
+                     .arg(interval)
+                     .arg(samples)
+                     .arg(double(interval) * samples / kMicroseconds));
+}
+
 void loadAndStart(BoardSession &session, const SequenceRun &run,
                   const CheckedConfiguration &configuration, const Sequence &sequence)
 {
@@ -66,7 +82,7 @@ void loadAndStart(BoardSession &session, const SequenceRun &run,
             .arg(engine.groupNum - 1));
     session.expectSuccess(engine.ExecSeq() != 0 && engine.lastResult != 0,
                           QStringLiteral("executing ") + sequenceName);
-    progress.pause();
+    progress.finish();
     say(QStringLiteral("started %1: %2 steps").arg(sequenceName).arg(engine.stepCount));
     describe(sequence);
 }
@@ -79,6 +95,7 @@ int execute(const SequenceRun &run)
     const CheckedConfiguration configuration =
         checkConfiguration(run.configPath, sequence.samplesPerCycle * sequence.nominalFrequency);
     expectNoErrors(configuration.problems);
+    tellWrongRate(sequence);
 
     BoardSession session;
     apply(sequence, session.engine);

@@ -43,6 +43,7 @@ void BoardLogic::obey(const DecodedCommand &decoded)
 
 void BoardLogic::start()
 {
+    m_started = true;
     m_stopped = false;
     const QStringList unpublished = m_program.unpublished();
     for (const QString &line : unpublished)

@@ -34,6 +34,8 @@ public:
     /// The payload of the data reply to a status read-back.
     QByteArray status(int which);
 
+    /// Whether a start command has come, obeyed or not.
+    bool wasStarted() const { return m_started; }
     /// Whether a stop command has come since the last start.
     bool wasStopped() const { return m_stopped; }
     PlayState state() const;
@@ -46,6 +48,7 @@ private:
     Performer &m_performer;
     ReportCounter &m_reports;
     TestProgram m_program;
+    std::atomic<bool> m_started = false;
     std::atomic<bool> m_stopped = false;
     std::atomic<bool> m_playable = false;
     std::atomic<bool> m_played = false; ///< something, since the last reset

@@ -34,6 +34,8 @@ void appendTime(QByteArray &bytes, qint64 ns)
     append(bytes, quint64(ns / nsPerUs));
 }
 
+constexpr qint64 mostLateness = std::numeric_limits<quint16>::max(); // us
+
 /// Reads one field after the other from a payload that is long enough, and checks their ranges.
 class Fields
 {
@@ -104,7 +106,7 @@ Transition readTransition(Fields &in)
     transition.cause = in.oneOf(Cause::Limit);
     (void)in.next<quint8>();
     transition.channel = in.channelOf(transition.cause);
-    (void)in.next<quint16>();
+    transition.lateness = in.next<quint16>() * nsPerUs;
     transition.causeTime = in.time();
     transition.entryTime = in.time();
     return transition;
@@ -146,7 +148,7 @@ QByteArray encodeLog(const TransitionLog &log)
         append(payload, quint8(each.cause));
         append(payload, quint8(0));
         append(payload, each.cause == Cause::BinaryInput ? each.channel : noChannel);
-        append(payload, quint16(0));
+        append(payload, quint16(std::clamp<qint64>(each.lateness / nsPerUs, 0, mostLateness)));
         appendTime(payload, each.causeTime);
         appendTime(payload, each.entryTime);
     }

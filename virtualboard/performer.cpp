@@ -2,15 +2,20 @@
 
 #include "player.h"
 
+#include <algorithm>
+
 namespace virtualboard {
 
-void Performer::show(const Player &player, const Punctuality &punctuality)
+void Performer::show(const Player &player, const Punctuality &punctuality, qint64 lateness)
 {
     // First the changes, so that whoever sees the end of a sequence also sees why it ended.
     for (int i = 0; i < player.changeCount(); ++i) {
-        if (!m_changes.push(player.changes()[i]))
-            m_lostChanges.fetch_add(1, std::memory_order_relaxed);
+        Transition &change = m_changes.last[m_changes.total++ % m_changes.last.size()];
+        change = player.changes()[i];
+        change.lateness = lateness;
     }
+    if (player.changeCount() > 0)
+        m_shownChanges.write(m_changes);
     PlayStatus status = player.status();
     status.punctuality = punctuality;
     m_status.write(status);
@@ -28,23 +33,21 @@ void Performer::reportEnd(const Player &player, qint64 limit, const Report &repo
                    .arg(limit / second));
 }
 
-TransitionLog Performer::log()
+TransitionLog Performer::log() const
 {
-    m_log.total += m_lostChanges.exchange(0, std::memory_order_relaxed);
-    while (const Transition *const change = m_changes.front()) {
-        ++m_log.total;
-        if (m_log.last.size() == TransitionLog::capacity)
-            m_log.last.removeFirst();
-        m_log.last << *change;
-        m_changes.pop();
-    }
-    return m_log;
+    const Changes changes = m_shownChanges.read();
+    TransitionLog log;
+    log.total = changes.total;
+    const quint32 kept = std::min(changes.total, quint32(TransitionLog::capacity));
+    for (quint32 number = changes.total - kept; number < changes.total; ++number)
+        log.last << changes.last[number % changes.last.size()];
+    return log;
 }
 
 void Performer::forgetLog()
 {
-    log();
-    m_log = TransitionLog();
+    m_changes = Changes();
+    m_shownChanges.write(m_changes);
 }
 
 } // namespace virtualboard

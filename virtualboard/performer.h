@@ -6,7 +6,7 @@
 
 #include <QString>
 
-#include <atomic>
+#include <array>
 #include <functional>
 
 namespace virtualboard {
@@ -26,7 +26,8 @@ public:
 
     /// Ends what is being played, and begins with @p program, which must be playable.
     virtual void start(const TestProgram &program) = 0;
-    /// Ends what is being played; no frame goes out any more when this returns.
+    /// Ends what is being played; no frame goes out any more when this returns. A live board's
+    /// capture is complete when the performer has been destroyed.
     virtual void stop() = 0;
     /// The trigger comes, now.
     virtual void trigger() = 0;
@@ -36,22 +37,28 @@ public:
     /// Of the sequence being played, or the last one: Idle before the first.
     PlayStatus status() const { return m_status.read(); }
     /// The changes of steps of that sequence.
-    TransitionLog log();
+    TransitionLog log() const;
 
 protected:
     // For the playing thread:
     /// Leaves the player's state and its last changes for others to see.
-    void show(const Player &player, const Punctuality &punctuality = {});
+    /// @param lateness  ns by which the instant of these changes was late
+    void show(const Player &player, const Punctuality &punctuality = {}, qint64 lateness = 0);
     /// Reports the end of a sequence that nobody had asked for. @param limit  ns
     static void reportEnd(const Player &player, qint64 limit, const Report &report);
     // For the commanding thread, while nothing is played:
     void forgetLog();
 
 private:
+    /// The last changes; that with number n (from 0) is at n modulo the capacity.
+    struct Changes
+    {
+        quint32 total = 0;
+        std::array<Transition, TransitionLog::capacity> last;
+    };
     Snapshot<PlayStatus> m_status;
-    SpscQueue<Transition> m_changes{4096};
-    std::atomic<quint32> m_lostChanges = 0; ///< that did not fit into the queue
-    TransitionLog m_log;
+    Changes m_changes; ///< the playing thread's
+    Snapshot<Changes> m_shownChanges;
 };
 
 } // namespace virtualboard

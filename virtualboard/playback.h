@@ -45,6 +45,7 @@ struct Transition
     quint16 channel = noChannel; ///< the logic channel, for Cause::BinaryInput
     qint64 causeTime = 0; ///< of the cause itself, since the start of the sequence
     qint64 entryTime = 0; ///< of the sample instant at which the change took effect, likewise
+    qint64 lateness = 0; ///< by which a live board sent that instant's frames late
 };
 
 enum class PlayState : quint8 { Idle, Armed, Running, Finished, Stopped };

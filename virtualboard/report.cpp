@@ -469,8 +469,11 @@ QString problemList(const QVector<Reception> &receptions)
     QString result = heading(QStringLiteral("Problems"));
     if (problems.isEmpty())
         return result + QStringLiteral(" none\n");
-    for (const QString &problem : problems)
+    constexpr int most = 100;
+    for (const QString &problem : problems.mid(0, most))
         result += QLatin1Char(' ') + problem + QLatin1Char('\n');
+    if (problems.size() > most)
+        result += QStringLiteral(" and %1 more\n").arg(problems.size() - most);
     return result;
 }
 
@@ -497,14 +500,14 @@ QString changeTable(const TransitionLog &log)
     TextTable table({QStringLiteral(">Time / s"), QStringLiteral(">Left"),
                      QStringLiteral(">Entered"), QStringLiteral(">In the step / ms"),
                      QStringLiteral("Cause")});
-    qint64 entry = 0;
+    qint64 entry = 0; // when the first frames of the step were sent
     for (const Transition &change : log.last) {
         const bool knowsEntry = change.left != noStep && &change != &log.last.first();
         const double inStep = double(change.causeTime - entry) * 1e-6;
         table.addRow({secondsText(change.causeTime), stepText(change.left),
                       stepText(change.entered),
                       knowsEntry ? QString::number(inStep, 'f', 3) : missing, causeText(change)});
-        entry = change.entryTime;
+        entry = change.entryTime + change.lateness;
     }
     return table.toString();
 }
