@@ -267,8 +267,9 @@ private slots:
         row("nanoseconds", littleNanoPcap, "ffffffff ffc99a3b 01000000 01000000 ab 00*16",
             "4294967295999999999/1/1 0/0/1 ");
         row("fraction over 1 s", littleNanoPcap, "01000000 ffffff7f 00*8", "1999999999/0/1 ");
+        // libpcap keeps of the seconds what the platform's time has room for.
         row("absurd time", pcapng, "06000000 20000000 00000000 ff*8 00*8 20000000",
-            "9223372035551615000/0/1 ");
+            sizeof(time_t) > 4 ? "9223372035551615000/0/1 " : "4154504685551615000/0/1 ");
         row("ends early", bigPcap, "00000001 00*17", "0/0/1 FILE: packet 2: ");
         row("link type", bigPcap, "00000065", " FILE: Ethernet frames expected, link type RAW");
         row("no capture", "1 trigger", "", " FILE: ");

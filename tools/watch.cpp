@@ -97,12 +97,28 @@ QString causeText(const Transition &change)
 }
 
 /// The time from the entry into the step that \a change leaves to the cause; nothing when \a
-/// before, the change before it, does not tell.
+/// before, the change before it, does not tell. It counts from when the step's first frames were
+/// sent: no device could see the step before.
 std::optional<qint64> timeInStep(const Transition *before, const Transition &change)
 {
     if (!before || change.left == noStep || before->entered != change.left)
         return std::nullopt;
-    return change.causeTime - before->entryTime;
+    return change.causeTime - before->entryTime - before->lateness;
+}
+
+/// The number that a test is made for, with what makes it doubtful.
+QString inputText(const Transition &before, const Transition &change, qint64 duration,
+                  const Sequence &sequence)
+{
+    constexpr qint64 kWorthTelling = 100'000; // ns
+    QString text = QStringLiteral("binary input: logic channel %1, %2 ms after entry into step %3")
+                       .arg(QString::number(change.channel), milliseconds(duration),
+                            stepText(sequence, change.left));
+    if (before.lateness > kWorthTelling)
+        text += QStringLiteral(", which began %1 ms late").arg(milliseconds(before.lateness));
+    if (duration < 0)
+        text += QStringLiteral(": before its first frames were sent, so not because of them");
+    return text;
 }
 
 /// The changes of steps, and for each binary input the time that it took.
@@ -127,10 +143,7 @@ void showChanges(const TransitionLog &log, const Sequence &sequence)
              causeText(change), seconds(change.causeTime),
              duration ? milliseconds(*duration) : QString()});
         if (change.cause == Cause::BinaryInput && duration)
-            inputs << QStringLiteral(
-                          "binary input: logic channel %1, %2 ms after entry into step %3")
-                          .arg(QString::number(change.channel), milliseconds(*duration),
-                               stepText(sequence, change.left));
+            inputs << inputText(log.last[i - 1], change, *duration, sequence);
     }
     if (!table.isEmpty())
         say(table.toString().chopped(1));

@@ -15,7 +15,8 @@ namespace {
 
 /// Half a second of 64 streams with 8 channels at 4000 frames a second.
 constexpr std::size_t publishedSize = 32 << 20;
-constexpr std::size_t heardSize = 1 << 20;
+constexpr std::size_t heardSize = 4 << 20;
+constexpr std::size_t reserve = 64 << 10; // for all but frames
 constexpr auto nap = std::chrono::milliseconds(5);
 /// ns after which a frame that has come in stands in its queue for sure, or nearly so.
 constexpr qint64 settling = 50'000'000;
@@ -32,11 +33,11 @@ void RecordQueue::copyIn(std::size_t at, const void *bytes, std::size_t size)
 }
 
 bool RecordQueue::put(const void *head, std::size_t headSize, const void *body,
-                      std::size_t bodySize)
+                      std::size_t bodySize, std::size_t reserve)
 {
     const std::size_t end = m_end.load(std::memory_order_relaxed);
     const std::size_t used = end - m_begin.load(std::memory_order_acquire);
-    if (headSize + bodySize > m_bytes.size() - used)
+    if (headSize + bodySize + reserve > m_bytes.size() - used)
         return false;
     copyIn(end, head, headSize);
     copyIn(end + headSize, body, bodySize);
@@ -58,16 +59,14 @@ bool RecordQueue::take(void *bytes, std::size_t size)
     return true;
 }
 
-void LiveCapture::Source::put(const Head &next, const void *content)
+/// Frames leave room for what the others mean nothing without.
+bool LiveCapture::Source::put(const Head &next, const void *content)
 {
-    if (next.size > largestBody || !queue.put(&next, sizeof next, content, next.size))
+    const bool fits = next.size <= largestBody
+        && queue.put(&next, sizeof next, content, next.size, next.kind == Frame ? reserve : 0);
+    if (!fits)
         leftOut.fetch_add(1, std::memory_order_relaxed);
-}
-
-void LiveCapture::Source::putSurely(const Head &next, const void *content)
-{
-    while (!queue.put(&next, sizeof next, content, next.size))
-        std::this_thread::sleep_for(nap);
+    return fits;
 }
 
 bool LiveCapture::Source::look()
@@ -92,12 +91,9 @@ LiveCapture::~LiveCapture()
 
 void LiveCapture::begin(const TestProgram &program, qint64 offset)
 {
-    m_published.leftOut = 0;
-    m_heard.leftOut = 0;
-    m_offset = offset; // nothing of an earlier sequence is left in the queues
-    m_ended = false;
-    const auto *const copy = new TestProgram(program); // the writer deletes it
-    m_published.putSurely({monotonicTime(), sizeof copy, Begin, 0}, &copy);
+    const Start start = {new TestProgram(program), offset};
+    if (!m_published.put({monotonicTime(), sizeof start, Begin, 0}, &start))
+        delete start.program;
 }
 
 void LiveCapture::publish(qint64 time, const OutgoingFrame *frames, int count)
@@ -119,9 +115,7 @@ void LiveCapture::hear(qint64 time, const QByteArray &frame)
 
 void LiveCapture::end()
 {
-    m_published.putSurely({monotonicTime(), 0, End, 0}, nullptr);
-    while (!m_ended)
-        std::this_thread::sleep_for(nap);
+    m_published.put({monotonicTime(), 0, End, 0}, nullptr);
 }
 
 void LiveCapture::write()
@@ -144,19 +138,19 @@ void LiveCapture::deliver(Source &source)
 {
     const Head &head = source.head;
     const uchar *const body = source.body.data();
-    const qint64 time = head.time + m_offset;
     if (head.kind == Begin) {
-        TestProgram *program = nullptr;
-        std::memcpy(&program, body, sizeof program);
-        m_sink.begin(*program);
-        delete program;
+        Start start;
+        std::memcpy(&start, body, sizeof start);
+        m_offset = start.offset;
+        m_sink.begin(*start.program);
+        delete start.program;
     } else if (head.kind == Frame) {
         const OutgoingFrame frame = {body, int(head.size), head.port};
-        m_sink.publish(time, &frame, 1);
+        m_sink.publish(head.time + m_offset, &frame, 1);
     } else if (head.kind == Note) {
         Transition transition;
         std::memcpy(&transition, body, sizeof transition);
-        m_sink.note(time, transition);
+        m_sink.note(head.time + m_offset, transition);
     } else {
         deliverEnd();
     }
@@ -166,14 +160,13 @@ void LiveCapture::deliver(Source &source)
 void LiveCapture::deliverEnd()
 {
     m_sink.end();
-    const quint64 leftOut = m_published.leftOut + m_heard.leftOut;
+    const quint64 leftOut = m_published.leftOut.exchange(0) + m_heard.leftOut.exchange(0);
     if (leftOut > 0)
         m_report(QStringLiteral("The capture lacks %1 frames: they came faster than they could be "
                                 "written.")
                      .arg(leftOut));
     if (!m_sink.errorString().isEmpty() && !std::exchange(m_failureReported, true))
         m_report(m_sink.errorString());
-    m_ended = true;
 }
 
 } // namespace virtualboard

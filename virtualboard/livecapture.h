@@ -25,9 +25,9 @@ public:
         : m_bytes(capacity)
     { }
 
-    /// The writer's: false, and nothing changes, when both parts together do not fit.
+    /// The writer's: false, and nothing changes, when less than @p reserve bytes would stay free.
     [[nodiscard]] bool put(const void *head, std::size_t headSize, const void *body,
-                           std::size_t bodySize);
+                           std::size_t bodySize, std::size_t reserve = 0);
     /// The reader's: false when there is no record. Takes the next @p size bytes of it otherwise.
     [[nodiscard]] bool take(void *bytes, std::size_t size);
 
@@ -52,7 +52,7 @@ class LiveCapture
 public:
     /// @param sink  used by the writing thread only, from now until the destructor returns
     LiveCapture(CaptureSink &sink, Report report);
-    ~LiveCapture(); ///< what is in the queues is still written
+    ~LiveCapture(); ///< returns when what is in the queues has been written
 
     /// @param offset  of a time stamp in the file from CLOCK_MONOTONIC, until the next begin()
     void begin(const TestProgram &program, qint64 offset);
@@ -61,7 +61,7 @@ public:
     void note(qint64 time, const Transition &transition);
     /// For one other thread: a frame has come in.
     void hear(qint64 time, const QByteArray &frame);
-    /// Returns when all is in the file. Reports what is missing in it.
+    /// The sequence has ended. When all of it is in the file, what is missing there is reported.
     void end();
 
 private:
@@ -73,6 +73,11 @@ private:
         Kind kind = Frame;
         quint16 port = 0;
     };
+    struct Start
+    {
+        const TestProgram *program = nullptr; ///< a copy, which the writer deletes
+        qint64 offset = 0;
+    };
     static constexpr std::size_t largestBody = 2048; ///< above any Ethernet frame
     /// A queue, and the record that has been taken from it last.
     struct Source
@@ -80,8 +85,7 @@ private:
         explicit Source(std::size_t size)
             : queue(size)
         { }
-        void put(const Head &head, const void *body);
-        void putSurely(const Head &head, const void *body);
+        bool put(const Head &head, const void *body);
         bool look(); ///< whether there is a record, which is in the next two then
         Head head;
         std::array<uchar, largestBody> body;
@@ -98,9 +102,8 @@ private:
     const Report m_report;
     Source m_published;
     Source m_heard;
-    std::atomic<qint64> m_offset = 0;
-    bool m_failureReported = false;
-    std::atomic<bool> m_ended = true;
+    qint64 m_offset = 0; ///< the writer's
+    bool m_failureReported = false; ///< the writer's
     std::atomic<bool> m_stopping = false;
     std::thread m_writer;
 };

@@ -197,7 +197,7 @@ void LivePerformer::start(const TestProgram &program)
     forgetLog();
     d->begin(program);
     const auto active = d->inputs.beginSequence(program.subscriptions());
-    d->startTime = alignedStart(clockTime(CLOCK_REALTIME) + lead, d->interval);
+    d->startTime = alignedStart(monotonicTime() + d->offset + lead, d->interval);
     auto player = std::make_unique<Player>(program, d->startTime, active);
     show(*player);
     {
@@ -301,8 +301,9 @@ void LivePerformer::play(Player &player)
         player.play(d->sink);
         if (player.hasEnded())
             return;
-        d->keepTime(d->sink.takeSentAt() - deadline);
-        show(player, d->punctuality);
+        const qint64 late = d->sink.takeSentAt() - deadline;
+        d->keepTime(late);
+        show(player, d->punctuality, late);
     }
 }
 

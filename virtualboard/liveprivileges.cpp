@@ -1,69 +1,102 @@
 #include "liveprivileges.h"
 
-#include <QByteArray>
 #include <QCoreApplication>
 #include <QDir>
-#include <QFile>
+#include <QScopeGuard>
 #include <QSet>
-#include <QVector>
+#include <QStringList>
 
-#include <net/route.h>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+#include <linux/rtnetlink.h>
+#include <net/if.h>
+#include <sys/socket.h>
+#include <unistd.h>
 
 namespace virtualboard {
 
 namespace {
 
-/// A routing table of the kernel in text form; numbers of the columns, from 0.
-struct RouteTable
+/// Adds the indices of the interfaces of a default route, which may have several. Returns an error
+/// number if the route does not tell them, else 0, also for everything that is no default route.
+int addDefaultRoute(const nlmsghdr *message, QSet<unsigned> *indices)
 {
-    const char *path;
-    int destination;
-    int prefix; ///< mask or prefix length
-    int flags; ///< in hexadecimal
-    int interface;
-};
-
-constexpr RouteTable routeTables[] = {
-    {"/proc/net/route", 1, 7, 3, 0},
-    {"/proc/net/ipv6_route", 0, 1, 8, 9},
-};
-
-bool isZero(const QByteArray &digits)
-{
-    return digits.count('0') == digits.size();
-}
-
-/// The names of the interfaces that have a default route.
-QSet<QString> defaultRouteInterfaces()
-{
-    QSet<QString> result;
-    for (const RouteTable &table : routeTables) {
-        QFile file(QString::fromLatin1(table.path));
-        if (!file.open(QIODevice::ReadOnly))
-            continue; // the kernel was built without this protocol
-        const QList<QByteArray> lines = file.readAll().split('\n');
-        for (const QByteArray &line : lines) {
-            const QList<QByteArray> columns = line.simplified().replace('\t', ' ').split(' ');
-            if (columns.size() > qMax(table.prefix, table.interface)
-                && isZero(columns.at(table.destination)) && isZero(columns.at(table.prefix))
-                && (columns.at(table.flags).toUInt(nullptr, 16) & (RTF_UP | RTF_REJECT)) == RTF_UP)
-                result += QString::fromLocal8Bit(columns.at(table.interface));
+    const auto *const route = static_cast<const rtmsg *>(NLMSG_DATA(message));
+    if (message->nlmsg_type != RTM_NEWROUTE || message->nlmsg_len < NLMSG_LENGTH(sizeof *route)
+        || route->rtm_dst_len != 0 || route->rtm_type != RTN_UNICAST)
+        return 0;
+    int error = ENODATA;
+    auto left = int(RTM_PAYLOAD(message));
+    for (const rtattr *each = RTM_RTA(route); RTA_OK(each, left); each = RTA_NEXT(each, left)) {
+        if (each->rta_type == RTA_OIF) {
+            indices->insert(*static_cast<const unsigned *>(RTA_DATA(each)));
+            error = 0;
+        }
+        if (each->rta_type == RTA_MULTIPATH) {
+            auto size = int(RTA_PAYLOAD(each));
+            for (auto *hop = static_cast<const rtnexthop *>(RTA_DATA(each));
+                 size >= int(sizeof *hop) && RTNH_OK(hop, size); hop = RTNH_NEXT(hop)) {
+                indices->insert(unsigned(hop->rtnh_ifindex));
+                size -= int(RTNH_ALIGN(hop->rtnh_len));
+                error = 0;
+            }
         }
     }
-    return result;
+    return error;
 }
 
-/// The interface and all that is built upon it.
-QVector<QString> withUppers(const QString &interface)
+/// Adds the indices of the interfaces that have a default route in any table of this address
+/// family; the kernel tells all its routes (rtnetlink(7)). Returns an error number, or 0.
+int addDefaultRoutes(int family, QSet<unsigned> *indices)
 {
-    constexpr int deepest = 64; // no more than that can be a chain that the kernel allows
-    QVector<QString> found = {interface};
-    for (int i = 0; i < found.size() && found.size() < deepest; ++i) {
-        const QString upper = QStringLiteral("upper_");
-        const QStringList links = QDir(QStringLiteral("/sys/class/net/") + found.at(i))
-                                      .entryList({upper + QLatin1Char('*')});
-        for (const QString &link : links)
-            found += link.mid(upper.size());
+    const int socket = ::socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, NETLINK_ROUTE);
+    if (socket < 0)
+        return errno;
+    const auto closing = qScopeGuard([socket] { close(socket); });
+    struct
+    {
+        nlmsghdr header;
+        rtmsg route;
+    } request = {};
+    request.header.nlmsg_len = sizeof request;
+    request.header.nlmsg_type = RTM_GETROUTE;
+    request.header.nlmsg_flags = NLM_F_REQUEST | NLM_F_DUMP;
+    request.route.rtm_family = uchar(family);
+    if (send(socket, &request, sizeof request, 0) < 0)
+        return errno;
+    for (;;) {
+        alignas(nlmsghdr) std::array<char, 1 << 16> bytes; // the kernel sends at most 32 KiB
+        const ssize_t size = recv(socket, bytes.data(), bytes.size(), 0);
+        if (size < 0)
+            return errno;
+        auto left = int(size);
+        for (auto *each = reinterpret_cast<const nlmsghdr *>(bytes.data());
+             NLMSG_OK(each, unsigned(left)); each = NLMSG_NEXT(each, left)) {
+            if ((each->nlmsg_flags & NLM_F_DUMP_INTR) != 0)
+                return EAGAIN; // the routes have changed meanwhile
+            if (each->nlmsg_type == NLMSG_DONE || each->nlmsg_type == NLMSG_ERROR)
+                return -*static_cast<const int *>(NLMSG_DATA(each));
+            if (const int error = addDefaultRoute(each, indices))
+                return error;
+        }
+    }
+}
+
+/// The interface, what it is built upon, what is built upon it (a bridge, a bond, a VLAN), and so
+/// on: all that may share a wire.
+QStringList connectedInterfaces(const QString &interface)
+{
+    QStringList found = {interface};
+    for (int i = 0; i < found.size(); ++i) {
+        const QStringList links =
+            QDir(QStringLiteral("/sys/class/net/") + found.at(i)).entryList({"upper_*", "lower_*"});
+        for (const QString &link : links) {
+            const QString name = link.section(QLatin1Char('_'), 1);
+            if (!found.contains(name))
+                found << name;
+        }
     }
     return found;
 }
@@ -97,13 +130,23 @@ QString missingCapability(int capability)
 
 QString defaultRouteWarning(const PortInterfaces &interfaces)
 {
-    const QSet<QString> routed = defaultRouteInterfaces();
+    QSet<unsigned> routed;
+    for (const int family : {AF_INET, AF_INET6}) {
+        constexpr int attempts = 10;
+        int error = EAGAIN;
+        for (int i = 0; i < attempts && error == EAGAIN; ++i)
+            error = addDefaultRoutes(family, &routed);
+        if (error != 0)
+            return QStringLiteral("Which interfaces carry the default route of this machine cannot "
+                                  "be found out: %1.")
+                .arg(QString::fromLocal8Bit(strerror(error)));
+    }
     for (const QString &interface : interfaces) {
         if (interface.isEmpty())
             continue;
-        const QVector<QString> names = withUppers(interface);
+        const QStringList names = connectedInterfaces(interfaceName(interface));
         for (const QString &each : names) {
-            if (routed.contains(each))
+            if (routed.contains(if_nametoindex(each.toLocal8Bit().constData())))
                 return QStringLiteral("Interface %1 carries the default route of this machine%2: "
                                       "a test would flood that network.")
                     .arg(interface,

@@ -9,6 +9,7 @@
 #include <QtEndian>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 #include <optional>
@@ -30,6 +31,8 @@ namespace virtualboard {
 namespace {
 
 constexpr std::size_t batchSize = std::size_t(2) * streamLimit; // all that an instant can bring
+
+constexpr char unusable[] = ": it cannot be used";
 
 template <typename T>
 bool setOption(int socket, int level, int name, const T &value)
@@ -102,6 +105,14 @@ bool setPort(PortInterfaces &interfaces, const QString &text, QString *error)
     return true;
 }
 
+QString interfaceName(const QString &name)
+{
+    std::array<char, IF_NAMESIZE> own;
+    return if_indextoname(if_nametoindex(name.toLocal8Bit().constData()), own.data())
+        ? QString::fromLocal8Bit(own.data())
+        : name;
+}
+
 /// One network interface: a socket for sending, one for receiving, and the frames to send next.
 class PacketPorts::Interface
 {
@@ -123,24 +134,35 @@ public:
     {
         m_parts[m_queued++] = {const_cast<uchar *>(frame.bytes), std::size_t(frame.size)};
     }
-    /// Sends what is queued; returns how many frames the interface did not take.
-    unsigned sendQueued();
+    /// Sends what is queued.
+    void sendQueued();
+    quint64 failures() const { return m_failures.load(std::memory_order_relaxed); }
 
     bool receive(const Receiver &receiver);
     QStringList check();
 
 private:
-    enum State { Up, NoLink, Down, Gone };
+    enum State { Up, NoLink, Down, Gone, Unusable };
 
-    State state() const;
-    bool bindTo(unsigned index);
-    QString failure(const char *what) const;
+    bool isBoundTo(unsigned index) const;
+    QString bindTo(unsigned index);
+    State state(QString *reason);
+    QString failure(const char *what, int error = errno) const;
+    QStringList reportFailures(quint64 failures, int error);
 
     QString m_name;
     int m_sending = -1;
     int m_receiving = -1;
-    unsigned m_index = 0;
     std::atomic<State> m_state = Up; ///< as of the last check()
+    std::atomic<quint64> m_failures = 0; ///< frames that the interface did not take
+    std::atomic<int> m_error = 0; ///< of the last of them since the last check(), if it was tried
+
+    // What check() knows of the failures; they come in episodes.
+    quint64 m_seen = 0;
+    qint64 m_seenAt = 0; ///< by CLOCK_MONOTONIC
+    quint64 m_reported = 0; ///< those of the episodes that are over
+    bool m_announced = false; ///< the present episode
+
     std::size_t m_queued = 0;
     std::array<iovec, batchSize> m_parts = {};
     std::array<mmsghdr, batchSize> m_messages = {};
@@ -163,10 +185,10 @@ PacketPorts::Interface::~Interface()
     }
 }
 
-QString PacketPorts::Interface::failure(const char *what) const
+QString PacketPorts::Interface::failure(const char *what, int error) const
 {
-    return QStringLiteral("Interface %1: %2: %3.")
-        .arg(m_name, QString::fromLatin1(what), QString::fromLocal8Bit(strerror(errno)));
+    return QStringLiteral("Interface %1%2: %3.")
+        .arg(m_name, QString::fromLatin1(what), QString::fromLocal8Bit(strerror(error)));
 }
 
 QString PacketPorts::Interface::open()
@@ -175,33 +197,47 @@ QString PacketPorts::Interface::open()
     m_sending = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     m_receiving = socket(AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
     if (m_sending < 0 || m_receiving < 0)
-        return errno == EPERM ? missingCapability(CAP_NET_RAW) : failure("no raw socket");
-    const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
-    if (index == 0)
-        return failure("it cannot be used");
+        return errno == EPERM ? missingCapability(CAP_NET_RAW) : failure(": no raw socket");
 
-    ifreq request = {};
-    const QByteArray name = m_name.toLocal8Bit(); // short enough: an interface has this name
-    std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
-    if (ioctl(m_sending, SIOCGIFHWADDR, &request) < 0)
-        return failure("it cannot be asked for its kind");
-    if (request.ifr_hwaddr.sa_family != ARPHRD_ETHER)
-        return QStringLiteral("Interface %1 is no Ethernet interface.").arg(m_name);
-
-    constexpr int sendingSpace = 4
-        << 20; // all frames of an instant; the system allows what it will
-    setOption(m_sending, SOL_SOCKET, SO_SNDBUF, sendingSpace);
+    // All frames of an instant; only the second way is bounded by what the system allows everybody.
+    constexpr int sendingSpace = 4 << 20;
+    if (!setOption(m_sending, SOL_SOCKET, SO_SNDBUFFORCE, sendingSpace))
+        setOption(m_sending, SOL_SOCKET, SO_SNDBUF, sendingSpace);
     const int on = 1;
     if (!acceptOnlyGoose(m_receiving)
         || !setOption(m_receiving, SOL_PACKET, PACKET_IGNORE_OUTGOING, on)
         || !setOption(m_receiving, SOL_SOCKET, SO_TIMESTAMPNS, on)
-        || !setOption(m_receiving, SOL_PACKET, PACKET_AUXDATA, on) || !bindTo(index))
-        return failure("it cannot be used");
-    return {};
+        || !setOption(m_receiving, SOL_PACKET, PACKET_AUXDATA, on))
+        return failure(unusable);
+    const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
+    return index == 0 ? failure(unusable) : bindTo(index);
 }
 
-bool PacketPorts::Interface::bindTo(unsigned index)
+/// The kernel unbinds sockets when an interface vanishes; the same one, with the same index, may
+/// come back.
+bool PacketPorts::Interface::isBoundTo(unsigned index) const
 {
+    for (const int socket : {m_sending, m_receiving}) {
+        sockaddr_ll address = {};
+        socklen_t size = sizeof address;
+        if (getsockname(socket, reinterpret_cast<sockaddr *>(&address), &size) < 0
+            || address.sll_ifindex != int(index))
+            return false;
+    }
+    return true;
+}
+
+/// The reason if it is not possible, else empty.
+QString PacketPorts::Interface::bindTo(unsigned index)
+{
+    ifreq request = {};
+    const QByteArray name = m_name.toLocal8Bit(); // short enough: an interface has this name
+    std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
+    if (ioctl(m_sending, SIOCGIFHWADDR, &request) < 0)
+        return failure(unusable);
+    if (request.ifr_hwaddr.sa_family != ARPHRD_ETHER)
+        return QStringLiteral("Interface %1 is no Ethernet interface.").arg(m_name);
+
     sockaddr_ll address = {};
     address.sll_family = AF_PACKET;
     address.sll_ifindex = int(index);
@@ -213,29 +249,29 @@ bool PacketPorts::Interface::bindTo(unsigned index)
         address.sll_protocol = htons(protocol);
         return bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
     };
-    m_index = index;
-    return bindSocket(m_sending, 0) && bindSocket(m_receiving, ETH_P_ALL)
-        && setOption(m_receiving, SOL_PACKET, PACKET_ADD_MEMBERSHIP, membership);
+    // Last what isBoundTo() looks at.
+    const bool done = setOption(m_receiving, SOL_PACKET, PACKET_ADD_MEMBERSHIP, membership)
+        && bindSocket(m_sending, 0) && bindSocket(m_receiving, ETH_P_ALL);
+    return done ? QString() : failure(unusable);
 }
 
-unsigned PacketPorts::Interface::sendQueued()
+void PacketPorts::Interface::sendQueued()
 {
-    unsigned failures = 0;
-    if (m_state.load(std::memory_order_relaxed) != Up) {
-        // Without a link, the system takes every frame and drops it without a word.
-        failures = unsigned(m_queued);
-        m_queued = 0;
-        return failures;
-    }
-    for (std::size_t first = 0; first < m_queued;) {
+    // Without a link, the system takes every frame and drops it without a word.
+    const bool isUp = m_state.load(std::memory_order_relaxed) == Up;
+    unsigned failures = isUp ? 0 : unsigned(m_queued);
+    for (std::size_t first = 0; isUp && first < m_queued;) {
         const int sent =
             sendmmsg(m_sending, &m_messages[first], unsigned(m_queued - first), MSG_DONTWAIT);
-        // An error is that of the first frame. It is lost; the others get their chance.
-        failures += sent < 0;
+        if (sent < 0) { // the error of the first frame: it is lost; the others get their chance
+            m_error.store(errno, std::memory_order_relaxed);
+            ++failures;
+        }
         first += sent < 0 ? 1 : std::size_t(sent);
     }
     m_queued = 0;
-    return failures;
+    if (failures > 0)
+        m_failures.fetch_add(failures, std::memory_order_relaxed);
 }
 
 bool PacketPorts::Interface::receive(const Receiver &receiver)
@@ -264,13 +300,19 @@ bool PacketPorts::Interface::receive(const Receiver &receiver)
     return true;
 }
 
-PacketPorts::Interface::State PacketPorts::Interface::state() const
+/// Binds again if need be. @param reason  why it is unusable, if it is
+PacketPorts::Interface::State PacketPorts::Interface::state(QString *reason)
 {
-    ifreq request = {};
     const QByteArray name = m_name.toLocal8Bit();
+    ifreq request = {};
     std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
-    if (ioctl(m_sending, SIOCGIFFLAGS, &request) < 0)
+    const unsigned index = if_nametoindex(name.constData());
+    if (index == 0 || ioctl(m_sending, SIOCGIFFLAGS, &request) < 0)
         return Gone;
+    if (!isBoundTo(index))
+        *reason = bindTo(index);
+    if (!reason->isEmpty())
+        return Unusable;
     const int flags = request.ifr_flags;
     if ((flags & IFF_UP) == 0)
         return Down;
@@ -279,16 +321,20 @@ PacketPorts::Interface::State PacketPorts::Interface::state() const
 
 QStringList PacketPorts::Interface::check()
 {
+    // In this order: if it is a failure of an interface that is not up, the state tells.
+    const quint64 failures = this->failures();
+    const int error = m_error.exchange(0, std::memory_order_relaxed);
+    QString reason;
+    const State now = state(&reason);
+    const State before = m_state.exchange(now, std::memory_order_relaxed);
+
     QStringList lines;
-    const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
-    if (index != 0 && index != m_index && !bindTo(index)) // it was gone and has come back
-        lines << failure("it has come back, but cannot be used");
-
-    const State now = state();
     static const char *const texts[] = {"is up again", "has no link", "is down", "is gone"};
-    if (m_state.exchange(now) != now)
-        lines << QStringLiteral("Interface %1 %2.").arg(m_name, QString::fromLatin1(texts[now]));
-
+    if (now != before)
+        lines << (now == Unusable
+                      ? reason
+                      : QStringLiteral("Interface %1 %2.").arg(m_name, QLatin1String(texts[now])));
+    lines << reportFailures(failures, now == Up && before == Up ? error : 0);
     tpacket_stats statistics = {};
     socklen_t size = sizeof statistics;
     if (getsockopt(m_receiving, SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0
@@ -297,6 +343,29 @@ QStringList PacketPorts::Interface::check()
                                 "at once.")
                      .arg(m_name)
                      .arg(statistics.tp_drops);
+    return lines;
+}
+
+/// @param failures  until now  @param error  to announce; 0: none, or its cause is known
+QStringList PacketPorts::Interface::reportFailures(quint64 failures, int error)
+{
+    constexpr qint64 quiet = 50'000'000; // ns; after that, an episode is over
+    QStringList lines;
+    const qint64 now = monotonicTime();
+    if (error != 0 && !m_announced) {
+        lines << failure(" does not take all frames", error);
+        m_announced = true;
+    }
+    if (failures != m_seen) {
+        m_seen = failures;
+        m_seenAt = now;
+    } else if (failures != m_reported && now - m_seenAt >= quiet) {
+        lines << QStringLiteral("Interface %1: %2 frames were not sent.")
+                     .arg(m_name)
+                     .arg(failures - m_reported);
+        m_reported = failures;
+        m_announced = false;
+    }
     return lines;
 }
 
@@ -317,9 +386,9 @@ std::unique_ptr<PacketPorts> PacketPorts::open(const PortInterfaces &interfaces,
 bool PacketPorts::add(const PortInterfaces &interfaces, QString *error)
 {
     for (int port = 1; port <= portLimit; ++port) {
-        const QString &name = interfaces[std::size_t(port - 1)];
-        if (name.isEmpty())
+        if (interfaces[std::size_t(port - 1)].isEmpty())
             continue;
+        const QString name = interfaceName(interfaces[std::size_t(port - 1)]);
         auto known = std::find_if(m_interfaces.begin(), m_interfaces.end(),
                                   [&](const auto &each) { return each->name() == name; });
         if (known == m_interfaces.end()) {
@@ -345,19 +414,24 @@ bool PacketPorts::hasInterface(int port) const
 
 void PacketPorts::publish(qint64, const OutgoingFrame *frames, int count)
 {
-    unsigned failures = 0;
     for (int i = 0; i < count; ++i) {
         if (!hasInterface(frames[i].port))
             continue;
         Interface *const interface = m_ofPort[std::size_t(frames[i].port - 1)];
         if (interface->isFull())
-            failures += interface->sendQueued();
+            interface->sendQueued();
         interface->queue(frames[i]);
     }
     for (const auto &each : m_interfaces)
-        failures += each->sendQueued();
-    if (failures > 0)
-        m_failures.fetch_add(failures, std::memory_order_relaxed);
+        each->sendQueued();
+}
+
+quint64 PacketPorts::failures() const
+{
+    quint64 sum = 0;
+    for (const auto &each : m_interfaces)
+        sum += each->failures();
+    return sum;
 }
 
 bool PacketPorts::receive(int milliseconds, const Receiver &receiver)

@@ -8,7 +8,6 @@
 #include <QVector>
 
 #include <array>
-#include <atomic>
 #include <functional>
 #include <memory>
 #include <vector>
@@ -23,6 +22,10 @@ using PortInterfaces = std::array<QString, portLimit>;
 /// Takes over "3=eth1": port 3 is interface eth1. False, with the reason, if @p text is something
 /// else.
 [[nodiscard]] bool setPort(PortInterfaces &interfaces, const QString &text, QString *error);
+
+/// The kernel's own name of the interface that is called @p name, which may be an alternative name
+/// (netdevice(7)); @p name itself if there is none.
+[[nodiscard]] QString interfaceName(const QString &name);
 
 /**
  * The ports of a live board: raw sockets (packet(7)) on Ethernet interfaces.
@@ -47,7 +50,7 @@ public:
     /// port without an interface goes nowhere.
     void publish(qint64 time, const OutgoingFrame *frames, int count) override;
     /// Frames that an interface did not take; for any thread.
-    quint64 failures() const { return m_failures.load(std::memory_order_relaxed); }
+    quint64 failures() const;
 
     /// @param arrival  by CLOCK_MONOTONIC, as the kernel noted it when the frame came in
     /// @param ports  those of the interface; only 0 if it has all ports
@@ -57,8 +60,9 @@ public:
     /// Waits @p milliseconds for frames, then hands on what there is. Returns false if an interface
     /// reported an error; check() tells which.
     bool receive(int milliseconds, const Receiver &receiver);
-    /// Looks at the interfaces; one line for each that has changed its state, or had to drop
-    /// received frames, since the last look.
+    /// Looks at the interfaces, and takes up again those that were gone. One line for each that,
+    /// since the last look, has changed its state, began or ceased not to take frames, or had to
+    /// drop received ones.
     QStringList check();
 
 private:
@@ -68,7 +72,6 @@ private:
 
     std::vector<std::unique_ptr<Interface>> m_interfaces;
     std::array<Interface *, portLimit> m_ofPort = {};
-    std::atomic<quint64> m_failures = 0;
 };
 
 } // namespace virtualboard
