@@ -1,0 +1,345 @@
+// The board as a whole: what it does on each command and says about itself, in process; and the
+// program lumtar-board over the device link.
+
+#include "testsupport.h"
+
+#include <boardlogic.h>
+#include <capturefile.h>
+#include <capturemarks.h>
+#include <lumtarengine.h>
+#include <virtualtime.h>
+
+#include <QDateTime>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+#include <QUdpSocket>
+
+#include <csignal>
+#include <map>
+
+using namespace testsupport;
+using namespace virtualboard;
+
+namespace {
+
+constexpr qint64 kMs = 1000000, kSecond = 1000 * kMs; // ns
+constexpr qint64 kStart = 1000 * kSecond + 500 * kMs;
+
+/// Words of the scripts below. "sv1" and "sv2" are a stream of one channel, fed by Va1; "halt"
+/// stops with the start/stop command; "truncated" is a step condition without its end.
+const std::map<QString, const char *> words = {
+    {"sv1",
+     "8c918c91 00 01 00 3a00 010ccd040001 020000000001 88ba 4000 002c 00000000 6022 800101 a21d"
+     "301b 8002'MU' 82020000 830400000001 850101 870800*8"},
+    {"sv2", "8c908c9004 00 00 2500 0000 a00f 3200 01 08"},
+    {"signal", "8c908c9001 00 08 0ad7233c 01 00004842 0000c842 00000000 00000000"},
+    {"input0", "ac12ac12 01 01 0110 0000 0100 04"}, // a subscription that feeds logic channel 0
+    {"trigger", "8c908c900800"},
+    {"stop", "8c938c93"},
+    {"halt", "8c908c900300fa05020408"},
+    {"reset", "8c908c9002"},
+    {"truncated", "8c908c900700"},
+};
+
+/// The command for a word, for "go" and the sample interval in us, or for a step condition: "step:
+/// ms>next step!next step on the trigger?next step on the binary input".
+QByteArray command(const QString &word)
+{
+    static const QRegularExpression step(R"(^(\d):(\d+)>(\d+)(?:!(\d+))?(?:\?(\d+))?$)");
+    const auto known = words.find(word);
+    if (known != words.end())
+        return bytes(known->second);
+    if (word.startsWith("go"))
+        return bytes("8c908c900301") + char(word.mid(2).toInt()) + bytes("05020408");
+    const QRegularExpressionMatch match = step.match(word);
+    const auto number = [&match](int n) { return char(match.captured(n).toInt()); };
+    const auto jump = [&](int n) {
+        return QByteArray(1, match.captured(n).isEmpty() ? '\0' : '\1') + number(n);
+    };
+    if (!match.hasMatch())
+        qFatal("\"%s\" is no word of a script", qPrintable(word));
+    return bytes("8c908c9007") + number(1) + '\0' + number(2) + char(match.captured(2).toInt() >> 8)
+        + number(3) + jump(4) + jump(5);
+}
+
+const auto milliseconds = [](qint64 ns) { return QString::number(double(ns) / kMs, 'g', 12); };
+const auto split = [](const QString &text) { return text.split(' ', Qt::SkipEmptyParts); };
+
+/// "-0 start 0, 0- time 1000": step left, step entered, cause and its time in ms.
+QString text(const QVector<Transition> &changes)
+{
+    const auto step = [](int number) { return number == noStep ? "-" : QString::number(number); };
+    QStringList texts;
+    for (const Transition &each : changes)
+        texts << step(each.left) + step(each.entered) + ' ' + causeName(each.cause) + ' '
+                + milliseconds(each.causeTime);
+    return texts.join(", ");
+}
+
+/// "*" in \a pattern stands for anything.
+bool matches(const QString &text, const QString &pattern)
+{
+    return QRegularExpression(QRegularExpression::wildcardToRegularExpression(pattern))
+        .match(text)
+        .hasMatch();
+}
+
+#define VERIFY_MATCH(text, pattern) \
+    QVERIFY2(matches(text, pattern), \
+             qPrintable(QStringLiteral("%1\nis not: %2").arg(text, pattern)))
+
+/// When sequences began, in ms.
+struct Begins : FrameSink
+{
+    QStringList times;
+
+    void publish(qint64, const OutgoingFrame *, int) override { }
+    void note(qint64 time, const Transition &transition) override
+    {
+        if (transition.cause == Cause::Start)
+            times << milliseconds(time);
+    }
+};
+
+QByteArray content(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class TestBoard : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void obeys_data();
+    void obeys();
+    void plays_data();
+    void plays();
+    void refusesBadArguments_data();
+    void refusesBadArguments();
+
+private:
+    void runBoard(const QString &options, const QString &script);
+
+    SingleRun m_singleRun;
+    QTemporaryDir m_directory;
+    const QString m_capture = m_directory.filePath("test.pcap");
+    const QString m_inputs = m_directory.filePath("inputs.txt");
+    int m_exitStatus = -1;
+    QString m_output; ///< and the errors
+};
+
+void TestBoard::obeys_data()
+{
+    // "begun" and "end" in a script wait for the start and the end of the sequence.
+    // name | limit in s | script | state, step, ms in it, ms in total, frames | number of changes:
+    // the last ones | starts in ms | reports
+    addRows(R"(
+        switched on        | 5 | | idle 255 0 0 0 | 0: | | 0
+        armed              | 5 | 0:9>255 | armed 255 0 0 0 | 0: | | 0
+        no step 0          | 5 | 1:9>255 go250 | idle 255 0 0 0 | 0: | | 1
+        step damaged       | 5 | truncated go250 | idle 255 0 0 0 | 0: | | 2
+        interval 0         | 5 | 0:9>255 go0 | armed 255 0 0 0 | 0: | | 1
+        end                | 5 | sv1 sv2 0:1000>255 go250 end | finished 0 1000 1000 4000 | 2: -0 start 0, 0- time 1000 | 1000500 | 0
+        between instants   | 5 | sv1 sv2 0:1>1 1:1>255 go255 end | finished 1 1.02 2.04 8 | 3: -0 start 0, 01 time 1, 1- time 2.02 | 1000500 | 0
+        limit              | 5 | sv1 sv2 0:0>0 go250 end | stopped 0 5000 5000 20000 | 2: -0 start 0, 0- limit 5000 | 1000500 | 1
+        many changes       | 5 | 0:1>1 1:1>0 go250 end | stopped 1 1 5000 0 | 5001: 01 time 4937, 10 time 4938, *, 01 time 4999, 1- limit 5000 | 1000500 | 1
+        running            | 1000000 | 0:0>0 go250 begun | running 0 * * 0 | 1: -0 start 0 | 1000500 | 0
+        stop               | 1000000 | 0:0>0 go250 begun stop | stopped 0 * * 0 | 2: -0 start 0, 0- stop * | 1000500 | 0
+        stop after the end | 5 | 0:9>255 go250 end stop | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 | 0
+        reset              | 1000000 | 0:0>0 go250 begun reset | idle 255 0 0 0 | 0: | 1000500 | 0
+        reset forgets      | 1000000 | 0:0>0 go250 reset go250 | idle 255 0 0 0 | 0: | 1000500 | 1
+        start while playing | 1000000 | 0:0>0 go250 begun go250 begun | running 0 * * 0 | 1: -0 start 0 | 1000500 *000 | 0
+        download while playing | 1000000 | 0:0>0 go250 0:9>255 halt go250 end | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 *000 | 0
+        again              | 5 | sv1 sv2 0:499>255 go250 end go250 end | finished 0 499 499 1996 | 2: -0 start 0, 0- time 499 | 1000500 1001000 | 0
+        end at full second | 5 | sv1 sv2 0:500>255 go250 end go250 end | finished 0 500 500 2000 | 2: -0 start 0, 0- time 500 | 1000500 1002000 | 0
+        again, refused     | 5 | 0:9>255 go250 end go0 | armed 255 0 0 0 | 0: | 1000500 | 1
+        trigger            | 1000000 | 0:0>0!1 1:9>255 go250 trigger end | finished 1 9 * 0 | 3: -0 start 0, 01 trigger *, 1- time * | 1000500 | 0
+        trigger too early  | 5 | 0:0>0!1 1:9>255 trigger go250 end | stopped 0 5000 5000 0 | 2: -0 start 0, 0- limit 5000 | 1000500 | 1
+        )");
+}
+
+void TestBoard::obeys()
+{
+    QFETCH(QStringList, row);
+    Begins begins;
+    ReportCounter reports([](const QString &) {});
+    VirtualTimePerformer performer({kStart, row[1].toLongLong() * kSecond, {}, &begins},
+                                   [&](const QString &line) { reports.report(line); });
+    BoardLogic board(performer, reports);
+    const auto shownLog = [&board] { return decodeLog(board.status(LogStatus)).value(); };
+    for (const QString &word : split(row[2])) {
+        if (word == "begun")
+            QTRY_VERIFY(shownLog().total > 0);
+        else if (word == "end")
+            QTRY_VERIFY(board.state() != PlayState::Running);
+        else
+            board.obey(decodeCommand(padded({command(word)}).first()));
+    }
+    const DecodedState state = decodeState(board.status(StateStatus)).value();
+    const PlayStatus &status = state.status;
+    const QStringList shown = {stateName(status.state), QString::number(status.step),
+                               milliseconds(status.timeInStep), milliseconds(status.totalTime),
+                               QString::number(status.framesSent)};
+    VERIFY_MATCH(shown.join(' '), row[3]);
+    const TransitionLog log = shownLog();
+    VERIFY_MATCH((QString::number(log.total) + ": " + text(log.last)).trimmed(), row[4]);
+    QCOMPARE(int(log.last.size()), int(qMin(log.total, 64U)));
+    for (const int which : {2, 255})
+        COMPARE_BYTES(board.status(which), bytes("'LVB' 01"));
+    performer.stop();
+    VERIFY_MATCH(begins.times.join(' '), row[5]);
+    QCOMPARE(int(reports.count()), row[6].toInt());
+    QCOMPARE(int(state.problems), row[6].toInt());
+}
+
+/// Runs the program and sends it the commands; "end" waits for the end of the sequence, "ctrl-c"
+/// interrupts the program.
+void TestBoard::runBoard(const QString &options, const QString &script)
+{
+    m_exitStatus = -1;
+    QProcess board;
+    board.setProcessChannelMode(QProcess::MergedChannels);
+    board.start(LUMTAR_BOARD,
+                split(options)
+                    + QStringList{"--listen", boardAddress().toString(), "--capture", m_capture});
+    QVERIFY(board.waitForReadyRead());
+    m_output = QString::fromUtf8(board.readAll());
+    QVERIFY2(m_output.startsWith("ready on "), qPrintable(m_output));
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    for (const QString &word : split(script)) {
+        quint8 state[1600] = {};
+        if (word == "end")
+            QTRY_VERIFY(engine.CheckSeqExec(StateStatus, state) == 1
+                        && state[4] != quint8(PlayState::Running));
+        else if (word == "ctrl-c")
+            QCOMPARE(::kill(pid_t(board.processId()), SIGINT), 0);
+        else
+            QCOMPARE(engine.SendCommand(command(word)), 1);
+    }
+    QVERIFY(board.waitForFinished(20000));
+    m_exitStatus = board.exitStatus() == QProcess::NormalExit ? board.exitCode() : -1;
+    m_output += QString::fromUtf8(board.readAll());
+}
+
+void TestBoard::plays_data()
+{
+    // name | options | inputs, separated by ";" | script behind that of the stream | exit status |
+    // part of the output | changes
+    addRows(R"(
+        end           | --once | | 0:1000>255 go250 | 0 | finished after 1.000 | -0 start 0, 0- time 1000
+        stop          | --once --limit 10000 | | 0:0>0 go250 stop | 0 | stopped after | -0 start 0, 0- stop *
+        unexpected    | --once --expect stop=2 | | stop | 1 | stop expected, 1 received |
+        interrupted   | --limit 10000 | | 0:0>0 go250 ctrl-c | 0 | stopped after | -0 start 0, 0- stop *
+        limit         | --limit 3 | | 0:0>0 go250 end ctrl-c | 1 | played for 3 s | -0 start 0, 0- limit 3000
+        time is up    | --timeout 1 | | 0:9>255 go250 | 0 | finished after 0.009 | -0 start 0, 0- time 9
+        too late      | --timeout 1 --once | | 0:9>255 go250 | 1 | not ended within 1 s | -0 start 0, 0- time 9
+        bad command   | | | truncated stop ctrl-c | 1 | step condition |
+        input         | | 1.030 channel 0 on | input0 0:1000>1 1:0>0?2 2:9>255 go250 end ctrl-c | 0 | finished after 1.039 | -0 start 0, 01 time 1000, 12 binary input 1030, 2- time 1039
+        other channel | --limit 2 | 1 channel 1 on | input0 0:0>0?255 go250 end ctrl-c | 1 | channel 1 | -0 start 0, 0- limit 2000
+        trigger       | | 0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1
+        twice         | | 0.5 trigger;0.6 trigger | 0:0>0!255 go250 end go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500, -0 start 0, 0- trigger 500
+        )");
+}
+
+void TestBoard::plays()
+{
+    QFETCH(QStringList, row);
+    const QString time = "2026-01-31T12:00:00Z";
+    const QString options = "--start-time " + time + " --inputs " + m_inputs + ' ' + row[1];
+    const QString script = "sv1 sv2 signal " + row[3];
+    QVERIFY(writeFile(m_inputs, row[2].replace(';', '\n').toUtf8()));
+    runBoard(options, script);
+    QVERIFY2(m_output.contains(row[5]), qPrintable(m_output));
+    QCOMPARE(m_exitStatus, row[4].toInt());
+
+    CaptureReader capture;
+    QVERIFY(capture.open(m_capture));
+    QVector<Transition> changes;
+    qint64 last = QDateTime::fromString(time, Qt::ISODate).toMSecsSinceEpoch() * kMs;
+    int published = 0; // in the last sequence
+    while (const auto frame = capture.next()) {
+        QVERIFY2(!changes.isEmpty() || frame->time == last, "the start is not at --start-time");
+        QVERIFY2(frame->time >= last, "time goes back");
+        last = frame->time;
+        const auto mark = decodeMark(frame->bytes);
+        if (!mark)
+            ++published;
+        else if (const auto *const step = std::get_if<StepMark>(&*mark)) {
+            changes << step->transition;
+            published = step->transition.cause == Cause::Start ? 0 : published;
+        }
+    }
+    QCOMPARE(capture.errorString(), QString());
+    VERIFY_MATCH(text(changes), row[6]);
+    QVERIFY2(changes.isEmpty() || m_output.contains(QStringLiteral(" %1 frames").arg(published)),
+             qPrintable(QStringLiteral("%1 in the capture, but\n").arg(published) + m_output));
+
+    const QByteArray first = content(m_capture);
+    if (!row[6].contains('*')) { // no stop that comes whenever it comes
+        runBoard(options, script);
+        QVERIFY2(content(m_capture) == first, "the same test gave another capture");
+    }
+}
+
+void TestBoard::refusesBadArguments_data()
+{
+    // arguments | part of the message | exit status, if not 2
+    addRows(R"(
+        --listen localhost | --listen "localhost"
+        --udp-port 65536 | --udp-port "65536"
+        --limit 1.5 | --limit "1.5"
+        --timeout=-1 | --timeout "-1"
+        --start-time 1969-12-31T23:59:59Z | --start-time "1969
+        --start-time 2103-01-01T00:00:00Z | --start-time "2103
+        --expect stop | --expect "stop" is not
+        --loop | loop
+        now | unexpected argument "now"
+        --timeout | timeout
+        --realtime | --realtime needs --interface
+        --cpu 1 | --cpu needs
+        --interface lo --inputs INPUTS | --inputs is for virtual time
+        --port 9=lo | --port
+        --port 1=lo --port 1=lo | --port
+        --inputs DIRECTORY/none | none
+        --inputs INPUTS | inputs.txt:2
+        --capture INPUTS --inputs INPUTS | --capture would overwrite
+        --capture DIRECTORY | DIRECTORY
+        --capture DIRECTORY/none/test.pcap | none
+        --udp-port BUSY | BUSY | 1
+        )");
+}
+
+/// None of them costs an earlier capture.
+void TestBoard::refusesBadArguments()
+{
+    QFETCH(QStringList, row);
+    QUdpSocket busy;
+    QVERIFY(busy.bind(boardAddress(), quint16(localPort(5)), QUdpSocket::DontShareAddress));
+    QVERIFY(writeFile(m_capture, "earlier"));
+    const QByteArray inputs = "1 trigger\n2 channel 256 on\n";
+    QVERIFY(writeFile(m_inputs, inputs));
+    row.replaceInStrings("BUSY", QString::number(busy.localPort()));
+    row.replaceInStrings("INPUTS", m_inputs);
+    row.replaceInStrings("DIRECTORY", m_directory.path());
+    QProcess board;
+    board.start(LUMTAR_BOARD,
+                QStringList{"--listen", boardAddress().toString(), "--capture", m_capture}
+                    + split(row[0]));
+    QVERIFY(board.waitForFinished());
+    const QString errors = QString::fromLocal8Bit(board.readAllStandardError());
+    QVERIFY2(errors.startsWith("lumtar-board: ") && errors.contains(row[1]), qPrintable(errors));
+    QCOMPARE(errors.count('\n'), 1);
+    QCOMPARE(board.exitCode(), row.value(2, "2").toInt());
+    QCOMPARE(content(m_capture), QByteArray("earlier"));
+    QCOMPARE(content(m_inputs), inputs);
+}
+
+QTEST_GUILESS_MAIN(TestBoard)
+#include "tst_board.moc"
