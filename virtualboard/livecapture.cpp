@@ -40,7 +40,8 @@ bool RecordQueue::put(const void *head, std::size_t headSize, const void *body,
     if (headSize + bodySize + reserve > m_bytes.size() - used)
         return false;
     copyIn(end, head, headSize);
-    copyIn(end + headSize, body, bodySize);
+    if (bodySize > 0)
+        copyIn(end + headSize, body, bodySize);
     m_end.store(end + headSize + bodySize, std::memory_order_release);
     return true;
 }
