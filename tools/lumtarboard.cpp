@@ -166,8 +166,8 @@ std::unique_ptr<Performer> virtualPerformer(const BoardOptions &options, Capture
 std::unique_ptr<Performer> livePerformer(const BoardOptions &options, CaptureSink *capture,
                                          const Report &report)
 {
-    constexpr int kPriority =
-        50; // of 1 to 99: above everything that does not ask, below the kernel
+    // Of 1 to 99: above everything that does not ask, below the kernel's own.
+    constexpr int kPriority = 50;
     LiveOptions play;
     play.interfaces = options.interfaces;
     play.iKnow = options.iKnow;
@@ -192,6 +192,18 @@ void expectFree(const BoardOptions &options)
                                .arg(options.address.toString())
                                .arg(options.udpPort)
                                .arg(probe.errorString())};
+}
+
+/// Tells what went wrong, with what was received, too; returns the exit status.
+int conclude(const VirtualBoard &board, const BoardOptions &options, QStringList failures)
+{
+    const QVector<Reception> receptions = board.receptions();
+    failures << unmetExpectations(receptions, options.expected);
+    if (board.dropped() > 0)
+        failures << QStringLiteral("%1 datagrams were not recorded").arg(board.dropped());
+    for (const QString &failure : std::as_const(failures))
+        complain(failure);
+    return failures.isEmpty() && allProblems(receptions).isEmpty() ? 0 : kProblems;
 }
 
 int run(const BoardOptions &options)
@@ -225,23 +237,18 @@ int run(const BoardOptions &options)
     capture.flush();
     lines.flush();
 
-    const QVector<Reception> receptions = board.receptions();
-    print(::report(receptions));
+    print(::report(board.receptions()));
     print(playReport(status, log));
     if (options.live)
         print(QStringLiteral(" %1\n").arg(punctualityText(status.punctuality)));
-    QStringList failures = unmetExpectations(receptions, options.expected);
+    QStringList failures;
     if (reports.count() > 0)
-        failures.append(QStringLiteral("%1 problems were reported").arg(reports.count()));
+        failures << QStringLiteral("%1 problems were reported").arg(reports.count());
     if (!inTime)
-        failures.append(QStringLiteral("not ended within %1 s").arg(options.timeout));
-    if (board.dropped() > 0)
-        failures.append(QStringLiteral("%1 datagrams were not recorded").arg(board.dropped()));
+        failures << QStringLiteral("not ended within %1 s").arg(options.timeout);
     if (!capture.errorString().isEmpty())
-        failures.append(capture.errorString());
-    for (const QString &failure : failures)
-        complain(failure);
-    return failures.isEmpty() && allProblems(receptions).isEmpty() ? 0 : kProblems;
+        failures << capture.errorString();
+    return conclude(board, options, failures);
 }
 
 } // namespace

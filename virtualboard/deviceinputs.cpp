@@ -19,7 +19,7 @@ qint64 endOfLife(qint64 time, quint64 timeAllowedToLive)
     return time > never - life ? never : time + life;
 }
 
-void setBit(std::array<quint64, logicChannels / 64> &channels, int channel, bool on)
+void setBit(ActiveChannels &channels, int channel, bool on)
 {
     quint64 &word = channels[std::size_t(channel) / 64];
     const quint64 bit = quint64(1) << channel % 64;
@@ -128,7 +128,7 @@ QStringList DeviceInputs::takeReports()
     return reports;
 }
 
-bool DeviceInputs::contains(const Channels &channels, int channel)
+bool DeviceInputs::contains(const ActiveChannels &channels, int channel)
 {
     return channel >= 0 && channel < logicChannels
         && (channels[std::size_t(channel) / 64] >> channel % 64 & 1) != 0;

@@ -49,13 +49,12 @@ public:
 
     bool isSubscribed(int channel) const { return contains(m_subscribed, channel); }
     bool isActive(int channel) const { return contains(m_active, channel); }
-    std::array<quint64, logicChannels / 64> activeChannels() const { return m_active; }
+    ActiveChannels activeChannels() const { return m_active; }
 
     /// What there was to report since the last call, one line each.
     QStringList takeReports();
 
 private:
-    using Channels = std::array<quint64, logicChannels / 64>; ///< bit c % 64 of word c / 64
     enum Fault { Damaged, OtherSize, Lost, FaultCount };
 
     struct Stream
@@ -67,7 +66,7 @@ private:
         std::array<int, FaultCount> faults = {}; ///< how often each was reported
     };
 
-    static bool contains(const Channels &channels, int channel);
+    static bool contains(const ActiveChannels &channels, int channel);
     Stream &streamOf(const Subscription &subscription);
     void evaluate(const GooseMessage &message, const Subscription &subscription, qint64 time,
                   QVector<InputEvent> &events);
@@ -75,8 +74,8 @@ private:
     void report(Stream &stream, Fault fault, const QString &text);
 
     QVector<Stream> m_streams;
-    Channels m_subscribed = {};
-    Channels m_active = {};
+    ActiveChannels m_subscribed = {}; ///< those that a subscription feeds
+    ActiveChannels m_active = {};
     QStringList m_reports;
 };
 

@@ -43,8 +43,7 @@ void LiveInputs::watch(const QVector<Subscription> &subscriptions)
         subscribe(subscriptions);
 }
 
-std::array<quint64, logicChannels / 64>
-LiveInputs::beginSequence(const QVector<Subscription> &subscriptions)
+ActiveChannels LiveInputs::beginSequence(const QVector<Subscription> &subscriptions)
 {
     const std::lock_guard lock(m_mutex);
     subscribe(subscriptions);

@@ -36,7 +36,7 @@ public:
     void watch(const QVector<Subscription> &subscriptions);
     /// From now on, inputs of these subscriptions are queued. Returns which channels are active
     /// already. Whoever reads the queue must not do so meanwhile.
-    std::array<quint64, logicChannels / 64> beginSequence(const QVector<Subscription> &);
+    ActiveChannels beginSequence(const QVector<Subscription> &);
     void endSequence();
 
     /// Of the sequence.

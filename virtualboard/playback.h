@@ -16,6 +16,9 @@ constexpr int logicChannels = 256; ///< logic binary inputs: 0 to 255
 constexpr quint8 noStep = 0xff;
 constexpr quint16 noChannel = 0xffff;
 
+/// Which logic channels are active: bit c % 64 of word c / 64 for channel c.
+using ActiveChannels = std::array<quint64, logicChannels / 64>;
+
 /// Something that happens to the board from outside while it plays.
 struct InputEvent
 {
@@ -68,7 +71,7 @@ struct PlayStatus
     qint64 timeInStep = 0;
     qint64 totalTime = 0; ///< since the start of the sequence
     quint64 framesSent = 0;
-    std::array<quint64, logicChannels / 64> activeChannels = {}; ///< bit c % 64 of word c / 64
+    ActiveChannels activeChannels = {};
     Punctuality punctuality;
 
     bool isActive(int channel) const

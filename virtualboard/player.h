@@ -7,8 +7,6 @@
 
 namespace virtualboard {
 
-using ActiveChannels = std::array<quint64, logicChannels / 64>;
-
 /**
  * Plays a test once, from its start to its end.
  *
