@@ -1,4 +1,4 @@
-#include "allocationcounter.h"
+#include "benchmarks/allocationcounter.h"
 
 #include <cstddef>
 

@@ -1,4 +1,4 @@
-#include "barelink.h"
+#include "benchmarks/barelink.h"
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -40,60 +40,60 @@ int openSocket(const sockaddr_in &local)
 } // namespace
 
 Responder::Responder()
-    : socket_(openSocket(address(kBoardAddress, kBoardPort)))
-    , thread([this] { run(); })
+    : m_socket(openSocket(address(kBoardAddress, kBoardPort)))
+    , m_thread([this] { run(); })
 { }
 
 Responder::~Responder()
 {
-    stopping = true;
+    m_stopping = true;
     BareLink().exchange("wake up");
-    thread.join();
-    ::close(socket_);
+    m_thread.join();
+    ::close(m_socket);
 }
 
 std::vector<std::string> Responder::takeReceived()
 {
-    return std::exchange(received, {});
+    return std::exchange(m_received, {});
 }
 
 void Responder::run()
 {
     std::array<char, kBufferSize> buffer;
-    while (!stopping) {
+    while (!m_stopping) {
         sockaddr_in sender{};
         socklen_t senderSize = sizeof sender;
         auto *from = reinterpret_cast<sockaddr *>(&sender);
-        const auto size = ::recvfrom(socket_, buffer.data(), buffer.size(), 0, from, &senderSize);
+        const auto size = ::recvfrom(m_socket, buffer.data(), buffer.size(), 0, from, &senderSize);
         if (size < 0)
             continue;
         if (recording)
-            received.emplace_back(buffer.data(), static_cast<std::size_t>(size));
-        ::sendto(socket_, kAcknowledgement.data(), kAcknowledgement.size(), 0, from, senderSize);
+            m_received.emplace_back(buffer.data(), std::size_t(size));
+        ::sendto(m_socket, kAcknowledgement.data(), kAcknowledgement.size(), 0, from, senderSize);
     }
 }
 
 BareLink::BareLink()
-    : socket_(openSocket(address("0.0.0.0", 0)))
+    : m_socket(openSocket(address("0.0.0.0", 0)))
 { }
 
 BareLink::~BareLink()
 {
-    ::close(socket_);
+    ::close(m_socket);
 }
 
 bool BareLink::exchange(const std::string &datagram)
 {
     static const sockaddr_in board = address(kBoardAddress, kBoardPort);
-    ::sendto(socket_, datagram.data(), datagram.size(), 0,
+    ::sendto(m_socket, datagram.data(), datagram.size(), 0,
              reinterpret_cast<const sockaddr *>(&board), sizeof board);
-    pollfd readable{socket_, POLLIN, 0};
+    pollfd readable{m_socket, POLLIN, 0};
     if (::poll(&readable, 1, 1500) != 1)
         return false;
     std::array<char, kBufferSize> buffer;
     sockaddr_in sender{};
     socklen_t senderSize = sizeof sender;
-    return ::recvfrom(socket_, buffer.data(), buffer.size(), 0,
+    return ::recvfrom(m_socket, buffer.data(), buffer.size(), 0,
                       reinterpret_cast<sockaddr *>(&sender), &senderSize)
         > 0;
 }

@@ -27,10 +27,10 @@ public:
 private:
     void run();
 
-    int socket_;
-    std::atomic<bool> stopping{false};
-    std::vector<std::string> received;
-    std::thread thread;
+    int m_socket;
+    std::atomic<bool> m_stopping{false};
+    std::vector<std::string> m_received;
+    std::thread m_thread;
 };
 
 /// Sends a datagram and waits for the answer with sendto(), poll() and recvfrom().
@@ -46,5 +46,5 @@ public:
     bool exchange(const std::string &datagram);
 
 private:
-    int socket_;
+    int m_socket;
 };

@@ -1,8 +1,8 @@
 // Building a frame template that is already filled: time and allocations of data().
 
-#include "allocationcounter.h"
+#include "benchmarks/allocationcounter.h"
 
-#include "Protocal.h"
+#include "protocol/Protocal.h"
 
 #include <benchmark/benchmark.h>
 
@@ -19,7 +19,7 @@ void countFrames(benchmark::State &state, Build build)
         allocations += allocationCount() - before;
     }
     state.counters["allocations"] =
-        benchmark::Counter(static_cast<double>(allocations), benchmark::Counter::kAvgIterations);
+        benchmark::Counter(double(allocations), benchmark::Counter::kAvgIterations);
 }
 
 void svFrame(benchmark::State &state)

@@ -1,4 +1,4 @@
-#include "generatedconfiguration.h"
+#include "benchmarks/generatedconfiguration.h"
 
 #include <QString>
 
@@ -39,7 +39,7 @@ QString gooseStream(int number)
                       .arg(number + 1);
     for (int i = 0; i < 32; ++i)
         xml += QStringLiteral("      <data gstype_tp=\"%1\"/>\n")
-                   .arg(kEntryTypes[static_cast<size_t>(i) % kEntryTypes.size()]);
+                   .arg(kEntryTypes[std::size_t(i) % kEntryTypes.size()]);
     xml += QStringLiteral("    </goose>\n");
     if (number < 4)
         xml += QStringLiteral("    <mapinfo Which=\"%1\" Pos=\"1\"/>\n").arg(number + 1);

@@ -1,10 +1,10 @@
 // The engine's exchanges, sequence and load against plain sockets with the same payload and the
 // same responder.
 
-#include "barelink.h"
-#include "generatedconfiguration.h"
+#include "benchmarks/barelink.h"
+#include "benchmarks/generatedconfiguration.h"
 
-#include "lumtarengine.h"
+#include "engine/lumtarengine.h"
 
 #include <QDomDocument>
 #include <QTemporaryDir>

@@ -1,12 +1,12 @@
 // The live board against its yardsticks, on a pair of virtual Ethernet interfaces in a network of
 // its own. Needs the right to make one; run by hand or by "make bench-live".
 
-#include <tests/liveprogram.h>
+#include "tests/liveprogram.h"
 
-#include <liveclock.h>
-#include <livehistogram.h>
-#include <liveperformer.h>
-#include <player.h>
+#include "virtualboard/live/liveclock.h"
+#include "virtualboard/live/livehistogram.h"
+#include "virtualboard/live/liveperformer.h"
+#include "virtualboard/play/player.h"
 
 #include <QCoreApplication>
 #include <QStringList>
@@ -32,7 +32,6 @@ using namespace virtualboard;
 namespace {
 
 constexpr int kStreams = 64;
-constexpr double kSecond = 1e9; // ns
 constexpr double kWantedRate = 0.9; // of bare sendmmsg
 constexpr double kWantedLoad = 0.5; // of a core
 
@@ -70,7 +69,7 @@ public:
     }
     ~BareSink() override { close(m_socket); }
 
-    void publish(qint64, const OutgoingFrame *frames, int count) override
+    void publish(WallTime, const OutgoingFrame *frames, int count) override
     {
         for (int i = 0; i < count; ++i) {
             m_frames.emplace_back(reinterpret_cast<const char *>(frames[i].bytes), frames[i].size);
@@ -100,45 +99,52 @@ double median(std::vector<double> values)
     return values[values.size() / 2];
 }
 
+double secondsSince(MonotonicTime begin)
+{
+    return std::chrono::duration<double>(MonotonicClock::now() - begin).count();
+}
+
 /// (a) As fast as it goes, by turns, so that the machine's mood strikes both sides alike. Returns
 /// the rate of bare sendmmsg.
 double compareRates()
 {
-    constexpr int turns = 21, instants = 400;
-    QString error;
-    const auto ports = PacketPorts::open(allPorts(), &error);
-    if (!ports)
-        giveUp(error);
-    Player player(program(0), 0);
+    constexpr int kTurns = 21, kInstants = 400;
+    const auto opened = PacketPorts::open(allPorts());
+    if (!opened)
+        giveUp(opened.error());
+    PacketPorts &ports = **opened;
+    Player player(program(0), WallTime());
     BareSink bare;
     player.play(bare); // the first instant, GOOSE included; the later ones have almost only SV
     std::vector<double> ours, yardstick;
-    for (int turn = 0; turn < turns; ++turn) {
-        qint64 begin = monotonicTime();
+    for (int turn = 0; turn < kTurns; ++turn) {
+        MonotonicTime begin = MonotonicClock::now();
         qint64 frames = 0;
-        for (int i = 0; i < instants; ++i)
+        for (int i = 0; i < kInstants; ++i)
             frames += bare.send();
-        yardstick.push_back(double(frames) * kSecond / double(monotonicTime() - begin));
+        yardstick.push_back(double(frames) / secondsSince(begin));
 
-        begin = monotonicTime();
-        const quint64 before = player.status().framesSent - ports->failures();
-        for (int i = 0; i < instants; ++i)
-            player.play(*ports);
-        const quint64 sent = player.status().framesSent - ports->failures() - before;
-        ours.push_back(double(sent) * kSecond / double(monotonicTime() - begin));
+        begin = MonotonicClock::now();
+        const quint64 before = player.status().framesSent - ports.failures();
+        for (int i = 0; i < kInstants; ++i)
+            player.play(ports);
+        const quint64 sent = player.status().framesSent - ports.failures() - before;
+        ours.push_back(double(sent) / secondsSince(begin));
     }
     const double ratio = median(ours) / median(yardstick);
     std::printf("sending without pacing, frames per second, medians of %d turns\n"
                 "  bare sendmmsg   %9.0f\n"
                 "  player          %9.0f   ratio %.3f (at least %.2f)%s\n",
-                turns, median(yardstick), median(ours), ratio, kWantedRate,
+                kTurns, median(yardstick), median(ours), ratio, kWantedRate,
                 ratio < kWantedRate ? "  BELOW" : "");
     return median(yardstick);
 }
 
-void printLateness(const char *name, quint32 p50, quint32 p99, quint32 maximum, quint64 missed)
+void printLateness(const char *name, Duration p50, Duration p99, Duration maximum, quint64 missed)
 {
-    std::printf("  %-15s %9.1f %9.1f %9.1f   %8llu\n", name, p50 / 1e3, p99 / 1e3, maximum / 1e3,
+    using Microseconds = std::chrono::duration<double, std::micro>;
+    std::printf("  %-15s %9.1f %9.1f %9.1f   %8llu\n", name, Microseconds(p50).count(),
+                Microseconds(p99).count(), Microseconds(maximum).count(),
                 static_cast<unsigned long long>(missed));
 }
 
@@ -146,32 +152,30 @@ void printLateness(const char *name, quint32 p50, quint32 p99, quint32 maximum, 
 void bareLoop(std::optional<int> realtime, const std::atomic<bool> &stopping,
               LatenessHistogram &lateness, quint64 &missed)
 {
-    constexpr qint64 interval = 250'000; // ns
+    constexpr Duration kInterval = 250us;
     sched_param parameters = {};
     parameters.sched_priority = realtime.value_or(0);
     if (realtime)
         pthread_setschedparam(pthread_self(), SCHED_FIFO, &parameters);
     prctl(PR_SET_TIMERSLACK, 1);
-    for (qint64 due = monotonicTime() + interval; !stopping; due += interval) {
+    for (MonotonicTime due = MonotonicClock::now() + kInterval; !stopping; due += kInterval) {
         sleepUntil(due);
-        const qint64 late = monotonicTime() - due;
+        const Duration late = MonotonicClock::now() - due;
         lateness.add(late);
-        missed += late > interval;
+        missed += late > kInterval;
     }
 }
 
 /// (b) By the clock, with a bare loop beside it that feels the same machine.
-void keepTime(double bareRate, std::optional<int> realtime)
+void keepTime(double bareRate, int seconds, std::optional<int> realtime)
 {
-    constexpr int seconds = 10;
     LiveOptions options;
     options.interfaces = allPorts();
     options.realtime = realtime;
-    QString error;
-    const auto performer = LivePerformer::open(
-        options, [](const QString &line) { giveUp(line); }, &error);
-    if (!performer)
-        giveUp(error);
+    const auto opened = LivePerformer::open(options, [](const QString &line) { giveUp(line); });
+    if (!opened)
+        giveUp(opened.error());
+    LivePerformer *const performer = opened->get();
     std::atomic<bool> stopping = false;
     LatenessHistogram bareLateness;
     quint64 bareMissed = 0;
@@ -192,7 +196,7 @@ void keepTime(double bareRate, std::optional<int> realtime)
                   bareLateness.maximum(), bareMissed);
     printLateness("board, all sent", punctuality.latenessP50, punctuality.latenessP99,
                   punctuality.latenessMax, punctuality.missedDeadlines);
-    const double load = double(performer->processorTime()) / (seconds * kSecond);
+    const double load = std::chrono::duration<double>(performer->processorTime()).count() / seconds;
     std::printf("  %llu frames, %llu not taken; the playing thread took %.2f of a core (at most "
                 "%.2f)%s;\n  bare sendmmsg without a pause takes %.2f for as many\n",
                 static_cast<unsigned long long>(status.framesSent),
@@ -206,12 +210,15 @@ void keepTime(double bareRate, std::optional<int> realtime)
 int main(int argc, char **argv)
 {
     const QCoreApplication application(argc, argv);
+    const int seconds = argc > 1 ? std::atoi(argv[1]) : 10;
+    if (argc > 2 || seconds < 1 || seconds > 3600)
+        giveUp(QStringLiteral("its argument is how many seconds to keep time, 1 to 3600"));
     const char setUp[] = "ip link add board0 type veth peer name far0 && ip link set board0 up && "
                          "ip link set far0 up";
     if (unshare(CLONE_NEWNET) != 0 || std::system(setUp) != 0)
         giveUp(QStringLiteral("a network namespace with virtual Ethernet interfaces is needed"));
     const double bareRate = compareRates();
-    keepTime(bareRate, {});
-    keepTime(bareRate, 50);
+    keepTime(bareRate, seconds, {});
+    keepTime(bareRate, seconds, 50);
     return 0;
 }

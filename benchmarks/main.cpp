@@ -21,14 +21,14 @@ struct Pair
 };
 
 /// The yardstick's name ends in "/bare".
-constexpr Pair kPairs[] = {{"exchange", "engine", 1.10},
-                           {"sequence", "engine", 1.10},
-                           {"load", "engine", 1.10},
+constexpr Pair kPairs[] = {{"exchange", "engine", 1.05},
+                           {"sequence", "engine", 1.05},
+                           {"load", "engine", 1.00},
                            {"render", "board", 2.00}};
 
 double median(std::vector<double> values)
 {
-    const auto middle = values.begin() + static_cast<std::ptrdiff_t>(values.size() / 2);
+    const auto middle = values.begin() + std::ptrdiff_t(values.size() / 2);
     std::nth_element(values.begin(), middle, values.end());
     return *middle;
 }
@@ -44,8 +44,9 @@ public:
         });
         ConsoleReporter::ReportRuns(shown);
         for (const Run &run : runs) {
+            m_failed = m_failed || run.error_occurred;
             if (run.run_type == Run::RT_Iteration && !run.error_occurred)
-                times[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
+                m_times[run.run_name.function_name].push_back(run.GetAdjustedRealTime());
         }
     }
 
@@ -54,9 +55,9 @@ public:
         ConsoleReporter::Finalize();
         std::printf("\nmedian of ours / median of the yardstick\n");
         for (const Pair &pair : kPairs) {
-            const auto bare = times.find(std::string(pair.job) + "/bare");
-            const auto ours = times.find(std::string(pair.job) + '/' + pair.ours);
-            if (bare == times.end() || ours == times.end())
+            const auto bare = m_times.find(std::string(pair.job) + "/bare");
+            const auto ours = m_times.find(std::string(pair.job) + '/' + pair.ours);
+            if (bare == m_times.end() || ours == m_times.end())
                 continue;
             const double ratio = median(ours->second) / median(bare->second);
             std::printf("  %-10s %.3f (limit %.2f)%s\n", pair.job, ratio, pair.limit,
@@ -64,8 +65,11 @@ public:
         }
     }
 
+    bool failed() const { return m_failed; }
+
 private:
-    std::map<std::string, std::vector<double>> times;
+    std::map<std::string, std::vector<double>> m_times;
+    bool m_failed = false;
 };
 
 } // namespace
@@ -77,6 +81,6 @@ int main(int argc, char **argv)
     if (benchmark::ReportUnrecognizedArguments(argc, argv))
         return 1;
     RatioReporter reporter;
-    benchmark::RunSpecifiedBenchmarks(&reporter);
-    return 0;
+    const std::size_t run = benchmark::RunSpecifiedBenchmarks(&reporter);
+    return run > 0 && !reporter.failed() ? 0 : 1;
 }

@@ -1,10 +1,10 @@
 // Playing a test in virtual time into a capture, against libpcap writing the same bytes through a
 // buffer of the same size.
 
-#include <Protocal.h>
-#include <capturefile.h>
-#include <player.h>
-#include <testprogram.h>
+#include "protocol/Protocal.h"
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <QTemporaryDir>
 
@@ -43,11 +43,11 @@ TestProgram makeProgram()
         description.Number[0] = char(stream);
         description.setTurnoverNUM_addr(frame.SmpCnt_Offset);
         description.setMessage_addr(frame.SeqData_Offset);
-        for (int channel = 0; channel < analogChannels; ++channel)
+        for (int channel = 0; channel < kAnalogChannels; ++channel)
             description.setChannelProperty(channel, channel);
         take(program, description.data());
     }
-    for (int channel = 0; channel < analogChannels; ++channel) {
+    for (int channel = 0; channel < kAnalogChannels; ++channel) {
         ChannelSignalControl signal;
         signal.setCount(channel);
         signal.setPhasePosition(float(22.5 * channel));
@@ -69,12 +69,12 @@ struct Recorder : FrameSink
     std::vector<Frame> frames;
     std::vector<uchar> bytes;
 
-    void publish(qint64 time, const OutgoingFrame *out, int count) override
+    void publish(WallTime time, const OutgoingFrame *out, int count) override
     {
         for (int i = 0; i < count; ++i) {
             pcap_pkthdr header = {};
-            header.ts.tv_sec = time_t(time / 1'000'000'000);
-            header.ts.tv_usec = suseconds_t(time % 1'000'000'000);
+            header.ts.tv_sec = time_t(time.time_since_epoch() / 1s);
+            header.ts.tv_usec = suseconds_t((time.time_since_epoch() % 1s).count());
             header.caplen = header.len = bpf_u_int32(out[i].size);
             frames.push_back({header, bytes.size()});
             bytes.insert(bytes.end(), out[i].bytes, out[i].bytes + out[i].size);
@@ -92,7 +92,7 @@ const Recorder &recording()
 {
     static const Recorder recorder = [] {
         Recorder result;
-        Player player(makeProgram(), 0);
+        Player player(makeProgram(), WallTime());
         play(player, result);
         return result;
     }();
@@ -111,12 +111,13 @@ void board(benchmark::State &state)
     const TestProgram program = makeProgram();
     for (auto _ : state) {
         CaptureSink capture;
-        if (!capture.open(directory.filePath(QStringLiteral("board.pcap")))) {
-            state.SkipWithError(qPrintable(capture.errorString()));
+        if (const auto opened = capture.open(directory.filePath(QStringLiteral("board.pcap")));
+            !opened) {
+            state.SkipWithError(qPrintable(opened.error()));
             return;
         }
         capture.begin(program);
-        Player player(program, 0);
+        Player player(program, WallTime());
         play(player, capture);
         capture.end();
     }

@@ -6,6 +6,7 @@ include(CMakePackageConfigHelpers)
 install(TARGETS lumtar EXPORT LumtarTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   COMPONENT library NAMELINK_COMPONENT development
+  ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
   INCLUDES DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/lumtar)
 
 # The public headers, and no other: what lumtarengine.h and Protocal.h include, and what an
@@ -13,7 +14,7 @@ install(TARGETS lumtar EXPORT LumtarTargets
 install(FILES
   ${PROJECT_BINARY_DIR}/include/lumtar_export.h
   engine/lumtarengine.h
-  engine/testconfiguration.h
+  configuration/testconfiguration.h
   protocol/Protocal.h
   protocol/boardsetup.h
   protocol/controlcommands.h
@@ -32,7 +33,16 @@ install(FILES
 # A program built with one minor version of Qt runs with later ones, not with earlier ones.
 string(REGEX MATCH "^[0-9]+\\.[0-9]+" lumtar_qt_version "${${Qt}Core_VERSION}")
 
+# Who links to a static library links to all that it uses.
+set(lumtar_dependencies ${lumtar_qt_public})
+set(pc_definitions "")
+if(NOT BUILD_SHARED_LIBS)
+  list(APPEND lumtar_dependencies ${lumtar_qt_private})
+  set(pc_definitions -DLUMTAR_STATIC_DEFINE)
+endif()
+
 # find_package(Lumtar)
+list(JOIN lumtar_dependencies " " package_components)
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Lumtar)
 configure_package_config_file(cmake/LumtarConfig.cmake.in ${PROJECT_BINARY_DIR}/LumtarConfig.cmake
   INSTALL_DESTINATION ${package_dir} NO_SET_AND_CHECK_MACRO)
@@ -53,6 +63,9 @@ set(pc_includedir "\${prefix}")
 cmake_path(APPEND pc_includedir ${CMAKE_INSTALL_INCLUDEDIR}) # which may be absolute
 set(pc_libdir "\${prefix}")
 cmake_path(APPEND pc_libdir ${CMAKE_INSTALL_LIBDIR})
+list(TRANSFORM lumtar_dependencies PREPEND ${Qt})
+list(TRANSFORM lumtar_dependencies APPEND " >= ${lumtar_qt_version}")
+list(JOIN lumtar_dependencies ", " pc_requires)
 configure_file(cmake/lumtar.pc.in ${PROJECT_BINARY_DIR}/lumtar.pc @ONLY)
 install(FILES ${PROJECT_BINARY_DIR}/lumtar.pc DESTINATION ${pkgconfig_dir} COMPONENT development)
 

@@ -1,12 +1,16 @@
 # What every target of the project has in common: warnings, sanitizers, no implicit surprises.
 function(lumtar_target target)
+  target_include_directories(${target} PRIVATE ${PROJECT_SOURCE_DIR})
   target_compile_options(${target} PRIVATE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
   if(LUMTAR_WERROR)
     target_compile_options(${target} PRIVATE -Werror)
   endif()
   if(LUMTAR_SANITIZE)
-    set(flags -fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer)
+    set(flags -fsanitize=${LUMTAR_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
     target_compile_options(${target} PRIVATE ${flags})
     target_link_options(${target} PRIVATE ${flags})
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND LUMTAR_SANITIZE STREQUAL "thread")
+      target_compile_options(${target} PRIVATE -Wno-tsan) # the packaged queue has fences
+    endif()
   endif()
 endfunction()

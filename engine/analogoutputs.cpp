@@ -1,35 +1,34 @@
-#include "lumtarengine.h"
+#include "engine/lumtarengine.h"
 
-#include <QDebug>
+#include "protocol/analogoutputs.h"
+#include "protocol/boardlimits.h"
 
 #include <cmath>
 
+using analogoutputs::indexOf;
+using analogoutputs::kAnalogOutputs;
+
 namespace {
 
-constexpr int kOutputs = 16;
-constexpr int kFirstCurrent = 8;
-
-/// First outputs of the phases in CStep::outPara.
-enum Output { Va1 = 0, Vb1 = 2, Vc1 = 4, Ia1 = 8, Ib1 = 10, Ic1 = 12 };
-
-/// One three-phase set of first outputs.
+/// One three-phase set of first outputs, by their indices in CStep::outPara.
 struct ThreePhaseSet
 {
-    Output a;
-    Output b;
-    Output c;
+    std::size_t a;
+    std::size_t b;
+    std::size_t c;
 };
-constexpr ThreePhaseSet kThreePhaseSets[] = {{Va1, Vb1, Vc1}, {Ia1, Ib1, Ic1}};
+constexpr ThreePhaseSet kThreePhaseSets[] = {{indexOf("Va1"), indexOf("Vb1"), indexOf("Vc1")},
+                                             {indexOf("Ia1"), indexOf("Ib1"), indexOf("Ic1")}};
 
 bool isStep(int index)
 {
-    return index >= 0 && index < 5;
+    return index >= 0 && index < limits::kSteps;
 }
 
 void setUnits(CStep &step, float voltsPerCount, float amperesPerCount)
 {
-    for (int i = 0; i < kOutputs; ++i) {
-        const bool isCurrent = i >= kFirstCurrent;
+    for (std::size_t i = 0; i < kAnalogOutputs.size(); ++i) {
+        const bool isCurrent = kAnalogOutputs[i].isCurrent;
         step.outPara[i].scaleFactor = isCurrent ? amperesPerCount : voltsPerCount;
         step.outPara[i].isCurrent = isCurrent ? 1 : 0;
     }
@@ -45,7 +44,7 @@ void silence(OutChannelPara_tag &output)
 /// long as a step lasts whole seconds.
 float angleTurned(quint32 seconds)
 {
-    const auto cycles = static_cast<float>(50U * seconds);
+    const auto cycles = float(50U * seconds);
     return (cycles - std::trunc(cycles)) * 360.0F;
 }
 
@@ -53,7 +52,7 @@ float angleTurned(quint32 seconds)
 
 void LumtarEngine::SetProtocal(int protocolNumber)
 {
-    protocol = static_cast<quint8>(protocolNumber);
+    protocol = quint8(protocolNumber);
     for (CStep &step : steps) {
         if (protocol == 0)
             setUnits(step, 0.01F, 0.001F);
@@ -72,7 +71,7 @@ void LumtarEngine::SetVIInputWay(int way, int voltageFactor, int currentFactor)
 void LumtarEngine::SetDoubleAD()
 {
     for (CStep &step : steps) {
-        for (int first = 0; first < kOutputs; first += 2) {
+        for (std::size_t first = 0; first < kAnalogOutputs.size(); first += 2) {
             OutChannelPara_tag &second = step.outPara[first + 1];
             const quint8 isCurrent = second.isCurrent;
             second = step.outPara[first];
@@ -84,7 +83,10 @@ void LumtarEngine::SetDoubleAD()
 void LumtarEngine::ReSetPhase(int step, int nextStep)
 {
     if (!isStep(step) || !isStep(nextStep)) {
-        qDebug() << "ReSetPhase: refused, steps" << step << "and" << nextStep << "must be 0 to 4";
+        refuse(QStringLiteral("ReSetPhase: refused, steps %1 and %2 must be 0 to %3")
+                   .arg(step)
+                   .arg(nextStep)
+                   .arg(limits::kSteps - 1));
         return;
     }
     constexpr float kThird = 120.0F;
@@ -92,7 +94,7 @@ void LumtarEngine::ReSetPhase(int step, int nextStep)
     constexpr int kAnchorB = 4;
     CStep &a = steps[step];
     CStep &b = steps[nextStep];
-    const auto phase = [](CStep &of, Output output) -> float & {
+    const auto phase = [](CStep &of, std::size_t output) -> float & {
         return of.outPara[output].phasePosition;
     };
     const float turned = angleTurned(a.stateTime);
@@ -109,7 +111,7 @@ void LumtarEngine::ReSetPhase(int step, int nextStep)
         }
         phase(a, set.b) = phase(a, set.a) - kThird;
         phase(a, set.c) = phase(a, set.a) + kThird;
-        for (const Output output : {set.a, set.b, set.c})
+        for (const std::size_t output : {set.a, set.b, set.c})
             b.outPara[output].phaseJump = phase(b, output) - (phase(a, output) + turned);
     }
     SetDoubleAD();
@@ -128,7 +130,9 @@ void LumtarEngine::InitSignal()
 void LumtarEngine::OffSignal(int step)
 {
     if (!isStep(step)) {
-        qDebug() << "OffSignal: refused, step" << step << "is outside 0 to 4";
+        refuse(QStringLiteral("OffSignal: refused, step %1 is outside 0 to %2")
+                   .arg(step)
+                   .arg(limits::kSteps - 1));
         return;
     }
     for (OutChannelPara_tag &output : steps[step].outPara)

@@ -1,69 +1,32 @@
-#include "lumtarengine.h"
+#include "engine/lumtarengine.h"
 
-#include "hexfield.h"
+#include "protocol/envelope.h"
 
 #include <QDebug>
+#include <QElapsedTimer>
 #include <QNetworkProxy>
 
 #include <algorithm>
-#include <array>
-#include <cstring>
+
+using envelope::kDatagramSize;
+using envelope::kMaxFrame;
+
+static_assert(sizeof LumtarEngine::rxBuffer == kDatagramSize);
 
 namespace {
 
-constexpr quint16 kBoardPort = 2001;
 constexpr int kTries = 3;
 constexpr int kBindAttempts = 10;
 constexpr int kReceiveTimeout = 1500; // milliseconds
-constexpr int kDatagramSize = 1600; // the most that the engine sends or receives
-
-// An outgoing datagram: marker, a zero byte, the length twice, the padded frame, two check bytes.
-constexpr int kFrameOffset = 9;
-constexpr int kCheckBytes = 2;
-constexpr int kMaxFrame = (kDatagramSize - kFrameOffset - kCheckBytes) & ~1;
-
-constexpr std::array<char, 4> kAcknowledgement{'\x0f', '\x5a', '\xf0', '\xa5'};
-constexpr std::array<char, 4> kDataReply{'\x5a', '\x5a', '\x5a', '\x5a'};
-
-// A data reply, counted from its pattern.
-constexpr int kReplyLengthOffset = 5;
-constexpr int kReplyPayloadOffset = 9;
-
-/// Wraps \a frame into \a datagram; returns the datagram's size.
-int wrap(const QByteArray &frame, std::array<char, kDatagramSize> &datagram)
-{
-    const int frameSize = static_cast<int>(frame.size());
-    const int paddedSize = frameSize + frameSize % 2;
-    std::fill_n(datagram.begin(), 4, '\xa5');
-    datagram[4] = '\0';
-    hexfield::putLittleEndian16(&datagram[5], paddedSize + kCheckBytes);
-    hexfield::putLittleEndian16(&datagram[7], paddedSize + kCheckBytes);
-
-    char *padded = &datagram[kFrameOffset];
-    std::memcpy(padded, frame.constData(), static_cast<size_t>(frameSize));
-    std::fill(padded + frameSize, padded + paddedSize, '\0');
-
-    char *check = padded + paddedSize;
-    check[0] = check[1] = '\0';
-    for (int i = 0; i < paddedSize; ++i)
-        check[i % 2] = static_cast<char>(check[i % 2] ^ padded[i]);
-    return kFrameOffset + paddedSize + kCheckBytes;
-}
-
-/// Position of \a pattern in the first \a size bytes of \a buffer, -1 if it is not there.
-int indexOf(const std::array<char, 4> &pattern, const char *buffer, int size)
-{
-    const char *end = buffer + size;
-    const char *found = std::search(buffer, end, pattern.begin(), pattern.end());
-    return found == end ? -1 : static_cast<int>(found - buffer);
-}
+constexpr int kCancelInterval = 50; // milliseconds, after which a wait looks whether to go on
+static_assert(kReceiveTimeout % kCancelInterval == 0);
 
 } // namespace
 
 int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
 {
     if (port < 1 || port > 65535) {
-        qDebug() << "SetUdpConnect: refused, port" << port << "is outside 1 to 65535";
+        refuse(QStringLiteral("SetUdpConnect: refused, port %1 is outside 1 to 65535").arg(port));
         return 0;
     }
     // A copy: peer may be what closeLink() deletes. An IPv4 address in IPv6 clothes is an IPv4
@@ -78,20 +41,21 @@ int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
         : QHostAddress::AnyIPv4;
     udpSocket = new QUdpSocket;
     udpSocket->setProxy(QNetworkProxy::NoProxy); // a direct link, whatever the application uses
-    udpSocket->bind(any, static_cast<quint16>(port));
+    udpSocket->bind(any, quint16(port));
     for (int i = 0; i < kBindAttempts && udpSocket->state() == QAbstractSocket::UnconnectedState;
          ++i) {
-        udpSocket->bind(any, static_cast<quint16>(port + 1),
+        udpSocket->bind(any, quint16(port + 1),
                         QUdpSocket::ShareAddress | QUdpSocket::ReuseAddressHint);
     }
     if (udpSocket->state() == QAbstractSocket::UnconnectedState) {
-        qDebug() << "SetUdpConnect: cannot bind port" << port
-                 << "or the next one:" << udpSocket->errorString();
+        refuse(QStringLiteral("SetUdpConnect: cannot bind port %1 or the next one: %2")
+                   .arg(port)
+                   .arg(udpSocket->errorString()));
         closeLink();
         return 0;
     }
     peerAddress = new QHostAddress(board);
-    localPort = static_cast<quint16>(port);
+    localPort = quint16(port);
     return 1;
 }
 
@@ -103,28 +67,62 @@ void LumtarEngine::closeLink()
     peerAddress = nullptr;
 }
 
+void LumtarEngine::SetObserver(const EngineObserver &newObserver)
+{
+    observer = newObserver;
+}
+
+void LumtarEngine::Cancel()
+{
+    cancelled = true;
+}
+
+void LumtarEngine::Resume()
+{
+    cancelled = false;
+}
+
+void LumtarEngine::refuse(const QString &text) const
+{
+    qDebug().noquote() << text;
+    if (observer.refused)
+        observer.refused(text);
+}
+
 void LumtarEngine::CommWith2001(QByteArray frame)
 {
     if (!udpSocket)
         return;
     if (frame.size() > kMaxFrame) {
-        qDebug() << "CommWith2001: refused, frame of" << frame.size() << "bytes is above"
-                 << kMaxFrame;
+        refuse(QStringLiteral("CommWith2001: refused, frame of %1 bytes is above %2")
+                   .arg(frame.size())
+                   .arg(kMaxFrame));
         return;
     }
-    std::array<char, kDatagramSize> datagram;
-    const int size = wrap(frame, datagram);
-    udpSocket->writeDatagram(datagram.data(), size, *peerAddress, kBoardPort);
+    envelope::Datagram datagram;
+    const int size = envelope::wrap(frame, datagram);
+    udpSocket->writeDatagram(datagram.data(), size, *peerAddress, envelope::kBoardPort);
+}
+
+/// Waits until a datagram is there; not to the end if the exchange is cancelled.
+bool LumtarEngine::waitForDatagram()
+{
+    for (int left = kReceiveTimeout; left > 0 && !cancelled; left -= kCancelInterval) {
+        if (udpSocket->waitForReadyRead(kCancelInterval))
+            return true;
+        if (udpSocket->error() != QAbstractSocket::SocketTimeoutError)
+            return false;
+    }
+    return false;
 }
 
 int LumtarEngine::recv2001(int mode)
 {
-    if (!udpSocket || !udpSocket->waitForReadyRead(kReceiveTimeout))
+    if (!udpSocket || !waitForDatagram())
         return 0;
     QHostAddress sender;
     quint16 senderPort = 0;
-    const int size =
-        static_cast<int>(udpSocket->readDatagram(rxBuffer, kDatagramSize, &sender, &senderPort));
+    const int size = int(udpSocket->readDatagram(rxBuffer, kDatagramSize, &sender, &senderPort));
     if (size < 0) // nothing was received after all, and nobody sent it
         return 0;
     *peerAddress = sender;
@@ -132,28 +130,23 @@ int LumtarEngine::recv2001(int mode)
     if (size < 1)
         return 0;
     if (mode == 0)
-        return indexOf(kAcknowledgement, rxBuffer, size) >= 0 ? 1 : 0;
+        return envelope::isAcknowledgement(rxBuffer, size) ? 1 : 0;
     if (mode != 1)
         return 0;
 
-    const int i = indexOf(kDataReply, rxBuffer, size);
-    if (i < 0)
+    const auto reply = envelope::findDataReply(rxBuffer, size);
+    if (!reply)
         return 0;
-    const auto byteAt = [this, size](int position) {
-        return position < size ? static_cast<unsigned char>(rxBuffer[position]) : 0;
-    };
-    const int len = byteAt(i + kReplyLengthOffset) | byteAt(i + kReplyLengthOffset + 1) << 8;
-    const int payload = i + kReplyPayloadOffset;
-    if (payload + len > size) {
+    if (reply->end() > size) {
         const QByteArray hex = QByteArray(rxBuffer, size).toHex();
-        qDebug() << "lost data!" << size << ",i:" << i << ",len:" << len
-                 << ",rvlen:" << payload + len;
-        qDebug() << "lost data!" << hex << ",i:" << i << ",len:" << len
-                 << ",rvlen:" << payload + len;
+        qDebug() << "lost data!" << size << ",i:" << reply->position << ",len:" << reply->length
+                 << ",rvlen:" << reply->end();
+        qDebug() << "lost data!" << hex << ",i:" << reply->position << ",len:" << reply->length
+                 << ",rvlen:" << reply->end();
         return 0;
     }
-    replyOffset = static_cast<quint16>(payload);
-    replyLength = static_cast<quint16>(len);
+    replyOffset = quint16(reply->payload);
+    replyLength = quint16(reply->length);
     return 1;
 }
 
@@ -162,20 +155,40 @@ int LumtarEngine::SendCommand(const QByteArray &frame)
     const bool wantsData = expectDataReply != 0;
     expectDataReply = 0;
     lastResult = 0;
+    QElapsedTimer clock;
+    if (observer.ended)
+        clock.start();
+    const int tries = exchange(frame, wantsData);
+    if (observer.ended)
+        observer.ended(
+            {frame, lastResult != 0, tries, std::chrono::nanoseconds(clock.nsecsElapsed())});
+    return lastResult;
+}
+
+/// The tries of SendCommand(), which leave their result in lastResult. Returns their number.
+int LumtarEngine::exchange(const QByteArray &frame, bool wantsData)
+{
     if (!udpSocket) {
-        qDebug() << "SendCommand: refused, the device link is not open";
+        refuse(QStringLiteral("SendCommand: refused, the device link is not open"));
         return 0;
     }
     if (frame.size() > kMaxFrame) {
-        qDebug() << "SendCommand: refused, frame of" << frame.size() << "bytes is above"
-                 << kMaxFrame;
+        refuse(QStringLiteral("SendCommand: refused, frame of %1 bytes is above %2")
+                   .arg(frame.size())
+                   .arg(kMaxFrame));
         return 0;
     }
-    for (int i = 0; i < kTries && lastResult == 0; ++i) {
+    int tries = 0;
+    while (tries < kTries && lastResult == 0 && !cancelled) {
+        if (observer.sending)
+            observer.sending(frame, tries + 1);
+        if (cancelled) // by the observer
+            break;
+        ++tries;
         CommWith2001(frame);
         lastResult = recv2001(0) && (!wantsData || recv2001(1)) ? 1 : 0;
     }
-    if (lastResult == 0)
+    if (lastResult == 0 && !cancelled)
         qDebug() << "Send command failure";
-    return lastResult;
+    return tries;
 }

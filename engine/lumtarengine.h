@@ -12,6 +12,14 @@
 #include <QObject>
 #include <QUdpSocket>
 
+#include <atomic>
+#include <chrono>
+#include <functional>
+
+namespace testconfiguration {
+class Document;
+}
+
 /// Setting of one analog output in one step.
 struct LUMTAR_EXPORT OutChannelPara_tag
 {
@@ -56,6 +64,30 @@ struct OutputGooseEntry
 /// Loading fills them; the state sequence reads records 0 to 3.
 extern LUMTAR_EXPORT GooseDataOffsetAddr gblGooseDataOffsetAddr[6];
 
+/// What an application may want to know of the exchanges of an engine; each may be left empty.
+///
+/// The functions are called on the thread of the exchange, while the engine waits: they may call
+/// LumtarEngine::Cancel(), and no other operation of the engine.
+struct LUMTAR_EXPORT EngineObserver
+{
+    /// How an exchange has ended.
+    struct Exchange
+    {
+        QByteArray command; ///< the command frame
+        bool succeeded; ///< the board acknowledged, and sent the data reply that was waited for
+        int tries; ///< datagrams sent for it, 0 to 3
+        std::chrono::nanoseconds time; ///< from the first of them to the end
+    };
+
+    /// A datagram with \a command is about to be sent, for the \a attempt th time, from 1.
+    std::function<void(const QByteArray &command, int attempt)> sending;
+    /// An exchange has ended: called once for each SendCommand(), also for one that was refused.
+    std::function<void(const Exchange &exchange)> ended;
+    /// An operation has refused or skipped something; \a text is what it wrote to the debug
+    /// channel.
+    std::function<void(const QString &text)> refused;
+};
+
 /// Drives the board: opens the device link, loads a test configuration, executes a state sequence,
 /// reads status, stops.
 ///
@@ -91,6 +123,16 @@ public:
     /// an acknowledgement (\a mode 0) or a whole data reply (\a mode 1), else 0.
     int recv2001(int mode);
 
+    /// Sets who is told of every exchange from now on; an empty observer ends that. Not during an
+    /// operation of the engine.
+    void SetObserver(const EngineObserver &newObserver);
+    /// Makes the exchange that is going on, and all later ones, fail as soon as possible without
+    /// sending anything more, until Resume(): an operation that is running ends with its usual
+    /// result, after a few milliseconds. May be called from any thread.
+    void Cancel();
+    /// Lets exchanges happen again. May be called from any thread.
+    void Resume();
+
     /// @}
     /// \name Test configuration
     /// @{
@@ -101,6 +143,9 @@ public:
     /// counter changes. The result does not say whether the board accepted the commands. Events of
     /// the application are processed once per child of the root.
     int InitGPP(char *configPath);
+    /// Loads a document that has been read already, as InitGPP() does: for a program that checks it
+    /// first (testconfiguration.h). Returns 1; 0 for an empty document, sending nothing.
+    int LoadConfiguration(const testconfiguration::Document &document);
     /// Publishes one sampled-value stream, number smvCount: frame template, then stream
     /// description. \a work receives each command. Refused, sending nothing: chNums outside 0 to
     /// 255, a 65th stream.
@@ -184,16 +229,21 @@ public:
     qint32 startParam8 = 2; ///< byte 8 of the start command; bytes 9 and 10 are its multiples
     OutputGooseEntry outputGooseMap[4]; ///< what carries binary outputs 1 to 4
 
-private slots:
+private Q_SLOTS:
     /// Wraps \a frame into one datagram and sends it to port 2001 of the board. Does nothing
     /// without an open link or for a frame above 1588 bytes.
     void CommWith2001(QByteArray frame);
 
 private:
+    class Loader;
+
     void closeLink();
-    void resetCounters();
+    bool waitForDatagram();
+    int exchange(const QByteArray &frame, bool wantsData);
+    void refuse(const QString &text) const;
     void sendStepCommands(int step);
-    void sendStream(const QByteArray &download, const QByteArray &description, QByteArray &work);
 
     bool logicChannelsUsedUp = false; ///< logicChannel has wrapped from 255 to 0
+    EngineObserver observer;
+    std::atomic<bool> cancelled{false};
 };

@@ -1,6 +1,6 @@
-#include "boardsetup.h"
+#include "protocol/boardsetup.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 QByteArray DSP_command::data() const
 {

@@ -1,6 +1,6 @@
-#include "controlcommands.h"
+#include "protocol/controlcommands.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 using hexfield::joined;
 

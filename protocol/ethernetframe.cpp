@@ -1,4 +1,4 @@
-#include "ethernetframe.h"
+#include "protocol/ethernetframe.h"
 
 namespace ethernetframe {
 
@@ -11,9 +11,9 @@ bool setVlanId(QByteArray &tci, const QString &hex)
 {
     bool ok = false;
     const uint id = hex.toUInt(&ok, 16) & 0xfffU;
-    const uint upperBits = static_cast<uint>(hexfield::byteAt(tci, 0)) & 0xf0U;
-    hexfield::setByte(tci, 0, static_cast<int>(upperBits | id >> 8));
-    hexfield::setByte(tci, 1, static_cast<int>(id & 0xffU));
+    const uint upperBits = uint(hexfield::byteAt(tci, 0)) & 0xf0U;
+    hexfield::setByte(tci, 0, int(upperBits | id >> 8));
+    hexfield::setByte(tci, 1, int(id & 0xffU));
     return ok;
 }
 
@@ -21,17 +21,17 @@ bool setPriority(QByteArray &tci, const QString &hex)
 {
     bool ok = false;
     const uint priority = hex.toUInt(&ok, 16) & 0x07U;
-    const uint lowerBits = static_cast<uint>(hexfield::byteAt(tci, 0)) & 0x1fU;
-    hexfield::setByte(tci, 0, static_cast<int>(priority << 5 | lowerBits));
+    const uint lowerBits = uint(hexfield::byteAt(tci, 0)) & 0x1fU;
+    hexfield::setByte(tci, 0, int(priority << 5 | lowerBits));
     return ok;
 }
 
 QByteArray portSelector(int port)
 {
     // Unsigned, so that the smallest int has a predecessor too.
-    const uint portBits = (static_cast<uint>(port) - 1U) & 0x07U;
+    const uint portBits = (uint(port) - 1U) & 0x07U;
     QByteArray selector(2, '\0');
-    selector[0] = static_cast<char>(portBits << 2 | 1U);
+    selector[0] = char(portBits << 2 | 1U);
     return selector;
 }
 
@@ -40,22 +40,12 @@ void setLength(QByteArray &field, int reservedAndApdu)
     constexpr int kAppIdAndLength = 4;
     if (reservedAndApdu >= -kAppIdAndLength
         && reservedAndApdu <= hexfield::kMax16 - kAppIdAndLength)
-        hexfield::setFixedWidth(field, static_cast<quint64>(reservedAndApdu + kAppIdAndLength), 2);
+        hexfield::setFixedWidth(field, quint64(reservedAndApdu + kAppIdAndLength), 2);
 }
 
 void setFrameLength(QByteArray &field, int frameSize)
 {
     hexfield::setLittleEndian16(field, frameSize); // refuses one above 65535
-}
-
-QByteArray downloadHeader(const QByteArray &messageCount, const QByteArray &messageFlag,
-                          const QByteArray &messageLength, int frameSize)
-{
-    const QByteArray code = QByteArrayLiteral("\x8c\x91\x8c\x91");
-    QByteArray command;
-    command.reserve(hexfield::sizeOf(code, messageCount, messageFlag, messageLength) + frameSize);
-    hexfield::append(command, code, messageCount, messageFlag, messageLength);
-    return command;
 }
 
 } // namespace ethernetframe

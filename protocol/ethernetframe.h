@@ -6,7 +6,7 @@
 /// byte of the destination MAC address.
 #pragma once
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 namespace ethernetframe {
 
@@ -31,9 +31,34 @@ void setLength(QByteArray &field, int reservedAndApdu);
 /// Sets the download header's frame length, low byte first. A length above 65535 changes nothing.
 void setFrameLength(QByteArray &field, int frameSize);
 
-/// Starts a download command: the code 8c 91 8c 91 and the three header fields, with room for
-/// \a frameSize more bytes.
-QByteArray downloadHeader(const QByteArray &messageCount, const QByteArray &messageFlag,
-                          const QByteArray &messageLength, int frameSize);
+/// Starts the download command of a frame template: sets the template's lengths, then appends the
+/// code 8c 91 8c 91, the three header fields and the frame up to its Length, with room for the
+/// \a reservedAndApdu bytes that follow.
+template <typename Frame>
+QByteArray startDownload(Frame &frame, int reservedAndApdu)
+{
+    const auto ethernetHead = std::tie(frame.Destination_Mac, frame.Source_Mac, frame.TPID,
+                                       frame.TCI, frame.EtherType, frame.APPID, frame.Length);
+    setLength(frame.Length, reservedAndApdu);
+    const int frameSize = hexfield::sizeOf(ethernetHead) + reservedAndApdu;
+    setFrameLength(frame.Message_length, frameSize);
+
+    const QByteArray code = QByteArrayLiteral("\x8c\x91\x8c\x91");
+    const auto header =
+        std::tie(code, frame.Message_count, frame.Message_flag, frame.Message_length);
+    QByteArray command;
+    command.reserve(hexfield::sizeOf(header) + frameSize);
+    hexfield::append(command, header);
+    hexfield::append(command, ethernetHead);
+    return command;
+}
+
+/// Bytes of a download command before its frame, as startDownload() makes them.
+template <typename Frame>
+int headerSize(const Frame &frame)
+{
+    constexpr int kCode = 4;
+    return kCode + hexfield::sizeOf(frame.Message_count, frame.Message_flag, frame.Message_length);
+}
 
 } // namespace ethernetframe

@@ -1,6 +1,6 @@
-#include "ft3frame.h"
+#include "protocol/ft3frame.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 #include <algorithm>
 
@@ -36,9 +36,9 @@ void FT3Message::setFlag(unsigned char flag)
 
 void FT3Message::setlength(int length, bool extended)
 {
-    const auto bytes = static_cast<uint>(length);
-    hexfield::setByte(DataSet_length, 1, static_cast<int>(bytes & 0xffU));
-    hexfield::setByte(Header_length, 0, static_cast<int>((bytes + (extended ? 4U : 2U)) & 0xffU));
+    const auto bytes = uint(length);
+    hexfield::setByte(DataSet_length, 1, int(bytes & 0xffU));
+    hexfield::setByte(Header_length, 0, int((bytes + (extended ? 4U : 2U)) & 0xffU));
 }
 
 void FT3Message::setLNname(unsigned char name)

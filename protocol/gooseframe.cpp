@@ -1,8 +1,9 @@
-#include "gooseframe.h"
+#include "protocol/gooseframe.h"
 
-#include "ethernetframe.h"
-#include "textcodec.h"
-#include "warningbox.h"
+#include "protocol/ethernetframe.h"
+#include "protocol/goosetypes.h"
+#include "protocol/textcodec.h"
+#include "protocol/warningbox.h"
 
 #include <QDateTime>
 #include <QStringList>
@@ -16,10 +17,8 @@ using namespace std::string_view_literals;
 
 namespace {
 
-constexpr int kInteger = 0x85;
-constexpr int kUtcTime = 0x91;
-
-/// Data tags whose length and first value never vary; kInteger and kUtcTime have their own rules.
+/// Data tags whose length and first value never vary; kIntegerTag and kUtcTimeTag have their own
+/// rules.
 struct TagDefault
 {
     int tag;
@@ -38,29 +37,11 @@ constexpr std::array kTagDefaults{
     TagDefault{0x8e, "\0\0\0"sv}, // boolean array
 };
 
-/// What a configuration's type code stands for.
-struct DataType
-{
-    int code;
-    int tag;
-    int width; ///< bytes of the value; setData_tag() looks at it for integers only
-};
-
-constexpr std::array kDataTypes{
-    DataType{1, kBooleanTag, 1},    DataType{2, 0x86, 1}, // unsigned
-    DataType{3, kInteger, 4},       DataType{4, kInteger, 4},
-    DataType{5, kUtcTime, 8},       DataType{7, 0x87, 5}, // floating point
-    DataType{12, 0x8a, 2}, // visible string
-    DataType{13, kBitStringTag, 2}, DataType{15, kInteger, 1},
-    DataType{16, kInteger, 2},      DataType{137, 0x89, 2}, // octet string
-    DataType{141, 0x8d, 2}, // BCD
-};
-
 /// UTC time as IEC 61850-8-1 (8.1.3.7) has it: seconds since 1970, fraction, time quality.
 QByteArray utcNow()
 {
     QByteArray stamp;
-    hexfield::setFixedWidth(stamp, static_cast<quint64>(QDateTime::currentSecsSinceEpoch()), 4);
+    hexfield::setFixedWidth(stamp, quint64(QDateTime::currentSecsSinceEpoch()), 4);
     return stamp + QByteArrayLiteral("\x00\x00\x00\x50");
 }
 
@@ -78,9 +59,9 @@ void appendEntries(QByteArray &command, int frameStart, const QVector<SetdataGoo
     for (const SetdataGoose &entry : entries) {
         hexfield::append(command, entry.Data_tag, entry.Data_len);
         if (slot < record.Num) {
-            record.DataTag[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_tag, 0));
-            record.DataLen[slot] = static_cast<quint8>(hexfield::byteAt(entry.Data_len, 0));
-            record.DataOffset[slot] = static_cast<quint16>(hexfield::sizeOf(command) - frameStart);
+            record.DataTag[slot] = quint8(hexfield::byteAt(entry.Data_tag, 0));
+            record.DataLen[slot] = quint8(hexfield::byteAt(entry.Data_len, 0));
+            record.DataOffset[slot] = quint16(hexfield::sizeOf(command) - frameStart);
             ++slot;
         }
         hexfield::append(command, entry.Data_value);
@@ -91,18 +72,18 @@ void appendEntries(QByteArray &command, int frameStart, const QVector<SetdataGoo
 
 int SetdataGoose::setData_tag(int tag, int width)
 {
-    if (tag == kInteger && width != 1 && width != 2 && width != 4)
+    if (tag == kIntegerTag && width != 1 && width != 2 && width != 4)
         return -1;
     hexfield::setNumber(Data_tag, tag);
 
     const auto fixed = std::find_if(kTagDefaults.begin(), kTagDefaults.end(),
                                     [tag](const TagDefault &row) { return row.tag == tag; });
-    if (tag == kInteger)
+    if (tag == kIntegerTag)
         Data_value = QByteArray(width, '\0');
-    else if (tag == kUtcTime)
+    else if (tag == kUtcTimeTag)
         Data_value = utcNow();
     else if (fixed != kTagDefaults.end())
-        Data_value = QByteArray(fixed->value.data(), static_cast<int>(fixed->value.size()));
+        Data_value = QByteArray(fixed->value.data(), int(fixed->value.size()));
     else
         return 0;
     hexfield::setNumber(Data_len, Data_value.size());
@@ -130,8 +111,6 @@ QByteArray Message_goose::data(GooseDataOffsetAddr &record)
     using hexfield::append;
     using hexfield::sizeOf;
 
-    const auto ethernetHead =
-        std::tie(Destination_Mac, Source_Mac, TPID, TCI, EtherType, APPID, Length);
     const auto pduHead = std::tie(Reserved1, Reserved2, GoosePdu_Tag, GoosePdu_Length);
     const auto beforeT =
         std::tie(gocbRef_Tag, gocbRef_Length, gocbRef_Value, TimeAllowedtoLive_Tag,
@@ -149,20 +128,15 @@ QByteArray Message_goose::data(GooseDataOffsetAddr &record)
     for (const SetdataGoose &entry : std::as_const(Data_Vector))
         size += sizeOf(entry.Data_tag, entry.Data_len, entry.Data_value);
     setData_length(size);
-    setNumDatSetEntries(static_cast<int>(Data_Vector.size()));
+    setNumDatSetEntries(int(Data_Vector.size()));
     size += sizeOf(beforeT) + sizeOf(fromT) + sizeOf(fromStNum) + sizeOf(fromSqNum);
     setGoosePdu(size);
     size += sizeOf(pduHead);
-    setLength(size);
-    size += sizeOf(ethernetHead);
-    ethernetframe::setFrameLength(Message_length, size);
 
     // Then one pass forward. An offset is where its field begins.
-    QByteArray command =
-        ethernetframe::downloadHeader(Message_count, Message_flag, Message_length, size);
-    const int frameStart = sizeOf(command);
+    QByteArray command = ethernetframe::startDownload(*this, size);
+    const int frameStart = ethernetframe::headerSize(*this);
     const auto offset = [&command, frameStart] { return sizeOf(command) - frameStart; };
-    append(command, ethernetHead);
     append(command, pduHead);
     append(command, beforeT);
     t_Offset = offset();
@@ -173,7 +147,7 @@ QByteArray Message_goose::data(GooseDataOffsetAddr &record)
     append(command, fromSqNum);
     DataHead = command.mid(frameStart);
 
-    record.StNumOffset = static_cast<quint8>(stNum_Offset);
+    record.StNumOffset = quint8(stNum_Offset);
     appendEntries(command, frameStart, Data_Vector, record);
     return command;
 }
@@ -249,7 +223,7 @@ int Message_goose::setTimeAllowedtoLive_value(int milliseconds)
     // The limit is 0x8000 on purpose: 32768 itself still takes two bytes, more takes at least
     // three.
     constexpr quint32 kLargestOfTwoBytes = 0x8000;
-    const auto value = static_cast<quint32>(milliseconds);
+    const auto value = quint32(milliseconds);
     hexfield::setNumber(TimeAllowedtoLive_value, value, value > kLargestOfTwoBytes ? 3 : 1);
     hexfield::setNumber(TimeAllowedtoLive_Length, TimeAllowedtoLive_value.size());
     return 0;
@@ -267,12 +241,10 @@ int Message_goose::setData_value(int type, int index)
 {
     if (index < 0 || index >= Data_Vector.size())
         return -1;
-    const auto known = std::find_if(kDataTypes.begin(), kDataTypes.end(),
-                                    [type](const DataType &row) { return row.code == type; });
-    if (known == kDataTypes.end())
-        warnUnsupportedGooseType();
-    else
+    if (const goosetypes::DataType *const known = goosetypes::find(type))
         Data_Vector[index].setData_tag(known->tag, known->width);
+    else
+        warnUnsupportedGooseType();
     return 0;
 }
 
@@ -291,8 +263,7 @@ int Message_goose::setNumDatSetEntries(int n)
     constexpr int kFirstOfTwoBytes = 0x7f;
     if (n < 0 || n > hexfield::kMax16)
         return -1;
-    hexfield::setFixedWidth(NumDatSetEntries_Value, static_cast<quint64>(n),
-                            n < kFirstOfTwoBytes ? 1 : 2);
+    hexfield::setFixedWidth(NumDatSetEntries_Value, quint64(n), n < kFirstOfTwoBytes ? 1 : 2);
     hexfield::setNumber(NumDatSetEntries_Length, NumDatSetEntries_Value.size());
     return 0;
 }

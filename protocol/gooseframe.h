@@ -13,6 +13,8 @@
 constexpr int kBooleanTag = 0x83;
 /// MMS data tag of a bit string, which can carry a binary output too: 06 40 off, 06 80 on.
 constexpr int kBitStringTag = 0x84;
+constexpr int kIntegerTag = 0x85; ///< MMS data tag of an integer
+constexpr int kUtcTimeTag = 0x91; ///< MMS data tag of a UTC time
 
 /// One entry of a GOOSE dataset: tag, length and value, written one after the other.
 class LUMTAR_EXPORT SetdataGoose

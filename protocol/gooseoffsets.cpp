@@ -1,6 +1,6 @@
-#include "gooseoffsets.h"
+#include "protocol/gooseoffsets.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 #include <QDebug>
 
@@ -18,7 +18,7 @@ void GooseDataOffsetAddr::SetPara(int n)
         return;
     }
     // All three before any old one goes, or a failed allotment would leave the record half freed.
-    const auto count = static_cast<size_t>(qMax(n, 0));
+    const auto count = std::size_t(qMax(n, 0));
     std::unique_ptr<quint8[]> tags(count ? new quint8[count]() : nullptr);
     std::unique_ptr<quint8[]> lengths(count ? new quint8[count]() : nullptr);
     std::unique_ptr<quint16[]> offsets(count ? new quint16[count]() : nullptr);
@@ -28,5 +28,5 @@ void GooseDataOffsetAddr::SetPara(int n)
     DataTag = tags.release();
     DataLen = lengths.release();
     DataOffset = offsets.release();
-    Num = static_cast<int>(count);
+    Num = int(count);
 }

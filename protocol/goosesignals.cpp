@@ -1,6 +1,6 @@
-#include "goosesignals.h"
+#include "protocol/goosesignals.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 #include <algorithm>
 #include <utility>
@@ -55,7 +55,7 @@ int GseSignal_Data::setShiftData(QString hex)
 QByteArray GseSignal_Contral_UP::data() const
 {
     QByteArray command = hexfield::joined(head, code, StateNum, Group, Num_tag);
-    const int count = std::min(DatavalueSize, static_cast<int>(Data.size()));
+    const int count = std::min(DatavalueSize, int(Data.size()));
     for (int i = 0; i < count; ++i)
         command.append(Data.at(i).data());
     return command;

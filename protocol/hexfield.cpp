@@ -1,4 +1,6 @@
-#include "hexfield.h"
+#include "protocol/hexfield.h"
+
+#include <QtEndian>
 
 #include <algorithm>
 #include <cstring>
@@ -29,7 +31,7 @@ quint32 nibbleOf(quint32 character)
 /// none.
 quint64 decimal(const QString &text)
 {
-    return static_cast<quint64>(text.toLongLong());
+    return quint64(text.toLongLong());
 }
 
 } // namespace
@@ -69,7 +71,7 @@ void setDecimalLowHigh(QByteArray &low, QByteArray &high, const QString &text)
 
 void setNumber(QByteArray &field, qint64 value, int minimumWidth)
 {
-    const auto bits = static_cast<quint64>(value);
+    const auto bits = quint64(value);
     setFixedWidth(field, bits, std::max(bytesNeeded(bits), minimumWidth));
 }
 
@@ -84,13 +86,12 @@ void setFixedWidth(QByteArray &field, quint64 value, int width)
     field.resize(width);
     char *bytes = field.data();
     for (int i = width - 1; i >= 0; --i, value >>= 8)
-        bytes[i] = static_cast<char>(value & 0xff);
+        bytes[i] = char(value & 0xff);
 }
 
 void putLittleEndian16(char *out, int value)
 {
-    out[0] = static_cast<char>(value & 0xff);
-    out[1] = static_cast<char>(value >> 8 & 0xff);
+    qToLittleEndian(quint16(value), out);
 }
 
 int setLittleEndian16(QByteArray &field, int value)
@@ -106,13 +107,13 @@ int setBerLength(QByteArray &field, int length)
 {
     if (length < 0)
         return -1;
-    const auto bits = static_cast<quint64>(length);
+    const auto bits = quint64(length);
     if (length < 0x80) {
         setFixedWidth(field, bits, 1);
         return 0;
     }
     const int width = bytesNeeded(bits);
-    const quint64 prefix = 0x80U + static_cast<quint64>(width);
+    const quint64 prefix = 0x80U + quint64(width);
     setFixedWidth(field, prefix << (8 * width) | bits, width + 1);
     return 0;
 }
@@ -121,20 +122,20 @@ int setFloat(QByteArray &field, float value)
 {
     if (field.size() != sizeof value)
         return -1;
-    field.clear();
+    field.resize(0); // which keeps the room of a field of our own
     appendFloat(field, value);
     return 0;
 }
 
 void appendByte(QByteArray &out, quint32 value)
 {
-    out.append(static_cast<char>(value & 0xff));
+    out.append(char(value & 0xff));
 }
 
 void appendLittleEndian16(QByteArray &out, quint32 value)
 {
     char bytes[2];
-    putLittleEndian16(bytes, static_cast<int>(value & 0xffff));
+    putLittleEndian16(bytes, int(value & 0xffff));
     out.append(bytes, sizeof bytes);
 }
 
@@ -144,19 +145,16 @@ void appendFloat(QByteArray &out, float value)
     static_assert(sizeof bits == sizeof value);
     std::memcpy(&bits, &value, sizeof bits);
     char bytes[sizeof bits];
-    for (char &byte : bytes) {
-        byte = static_cast<char>(bits & 0xff);
-        bits >>= 8;
-    }
+    qToLittleEndian(bits, bytes);
     out.append(bytes, sizeof bytes);
 }
 
 void setByte(QByteArray &field, int index, int value, char filler)
 {
-    const int missing = index + 1 - static_cast<int>(field.size());
+    const int missing = index + 1 - int(field.size());
     if (missing > 0)
         field.append(missing, filler);
-    const char byte = static_cast<char>(value & 0xff);
+    const char byte = char(value & 0xff);
     if (field.at(index) != byte) // or else a default value would be copied to be left as it is
         field[index] = byte;
 }

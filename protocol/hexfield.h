@@ -75,7 +75,7 @@ int byteAt(const QByteArray &field, int index);
 template <typename... Fields>
 int sizeOf(const Fields &...fields)
 {
-    return static_cast<int>((fields.size() + ... + 0));
+    return int((fields.size() + ... + 0));
 }
 
 /// Appends the given fields to \a out in order.

@@ -1,6 +1,6 @@
-#include "stepcommands.h"
+#include "protocol/stepcommands.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 QByteArray StepCondition::packetdata() const
 {
@@ -23,10 +23,9 @@ int StepCondition::setCtlCondition(int v)
 int StepCondition::setStateTime(float seconds)
 {
     const float milliseconds = seconds * 1000.0F;
-    if (!(milliseconds < static_cast<float>(hexfield::kMax16 + 1))) // false for not-a-number too
+    if (!(milliseconds < float(hexfield::kMax16 + 1))) // false for not-a-number too
         return -1;
-    return hexfield::setLittleEndian16(StateTime,
-                                       milliseconds > 0.0F ? static_cast<int>(milliseconds) : 0);
+    return hexfield::setLittleEndian16(StateTime, milliseconds > 0.0F ? int(milliseconds) : 0);
 }
 
 int StepCondition::setStateTime_jump(int v)

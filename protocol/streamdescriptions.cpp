@@ -1,18 +1,9 @@
-#include "streamdescriptions.h"
+#include "protocol/streamdescriptions.h"
 
-#include "hexfield.h"
+#include "protocol/analogoutputs.h"
+#include "protocol/hexfield.h"
 
-#include <algorithm>
-#include <array>
-
-namespace {
-
-/// Index = kind code.
-constexpr std::array<const char *, 16> kChannelKinds{"Ia1", "Ia2", "Ib1", "Ib2", "Ic1", "Ic2",
-                                                     "In1", "In2", "Va1", "Va2", "Vb1", "Vb2",
-                                                     "Vc1", "Vc2", "Vn1", "Vn2"};
-
-} // namespace
+using analogoutputs::kAnalogOutputs;
 
 QByteArray SMV_MessageStructure::data() const
 {
@@ -45,9 +36,9 @@ int SMV_MessageStructure::setChannelCount(int n)
     if (n < 0 || n > hexfield::kMax16)
         return -1;
     hexfield::setNumber(ChannelCount, n);
-    const int missing = n - static_cast<int>(ChannelProperty.size());
+    const int missing = n - int(ChannelProperty.size());
     if (missing > 0)
-        ChannelProperty.append(missing, static_cast<char>(kNoAnalogSource));
+        ChannelProperty.append(missing, char(kNoAnalogSource));
     else
         ChannelProperty.truncate(n);
     return 0;
@@ -63,10 +54,12 @@ int SMV_MessageStructure::setChannelProperty(int kind, int index)
 
 int SMV_MessageStructure::setChannelProperty(QString name, int index)
 {
-    const auto found = std::find(kChannelKinds.begin(), kChannelKinds.end(), name);
-    const bool known = found != kChannelKinds.end();
-    const auto kind = static_cast<int>(found - kChannelKinds.begin());
-    const int result = setChannelProperty(known ? kind : kNoAnalogSource, index);
+    const QByteArray latin1 = name.toLatin1();
+    const std::size_t output =
+        analogoutputs::indexOf({latin1.constData(), std::size_t(latin1.size())});
+    const bool known = output < kAnalogOutputs.size();
+    const int kind = known ? kAnalogOutputs[output].wireChannel : kNoAnalogSource;
+    const int result = setChannelProperty(kind, index);
     if (known && result == 0)
         MaxChannelProperty_ |= 1 << kind;
     return result;

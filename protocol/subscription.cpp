@@ -1,6 +1,6 @@
-#include "subscription.h"
+#include "protocol/subscription.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 QByteArray Goose_command::data() const
 {

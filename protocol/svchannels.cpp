@@ -1,6 +1,6 @@
-#include "svchannels.h"
+#include "protocol/svchannels.h"
 
-#include "hexfield.h"
+#include "protocol/hexfield.h"
 
 QByteArray SMV_CH_Command::data() const
 {
@@ -45,7 +45,7 @@ int SMV_CMB_Command::setLightPort(int port)
 {
     if (port < 0)
         return -1;
-    const int portBits = static_cast<int>(static_cast<uint>(port) << 4 & 0xf0U);
+    const int portBits = int(uint(port) << 4 & 0xf0U);
     hexfield::setByte(LightPort, 0, (hexfield::byteAt(LightPort, 0) & 0x0f) | portBits);
     return 0;
 }
@@ -81,7 +81,7 @@ int SMV_CMB_Command::setChamount(int n)
     if (n < 0 || n > hexfield::kMax16)
         return -1;
     hexfield::setNumber(Chamount, n);
-    const int missing = 2 * n - static_cast<int>(ChannelEntries.size());
+    const int missing = 2 * n - int(ChannelEntries.size());
     if (missing > 0)
         ChannelEntries.append(missing, '\0');
     else

@@ -1,13 +1,13 @@
-#include "svframe.h"
+#include "protocol/svframe.h"
 
-#include "ethernetframe.h"
-#include "textcodec.h"
+#include "protocol/ethernetframe.h"
+#include "protocol/textcodec.h"
 
 #include <utility>
 
 int SeqData::setVlaue(QString text)
 {
-    hexfield::setFixedWidth(Value, static_cast<quint64>(text.toInt()), 4);
+    hexfield::setFixedWidth(Value, quint64(text.toInt()), 4);
     return 0;
 }
 
@@ -19,7 +19,7 @@ int SeqData::setQuality(QString hex)
     if (bytes < 0)
         return -1;
     for (int i = kWidth - bytes; i < kWidth; ++i, value >>= 8) // from the text's last byte
-        hexfield::setByte(Quality, i, static_cast<int>(value & 0xff));
+        hexfield::setByte(Quality, i, int(value & 0xff));
     return 1;
 }
 
@@ -36,8 +36,6 @@ QByteArray Message_9_2::data()
     using hexfield::append;
     using hexfield::sizeOf;
 
-    const auto ethernetHead =
-        std::tie(Destination_Mac, Source_Mac, TPID, TCI, EtherType, APPID, Length);
     const auto pduHead = std::tie(Reserved1, Reserved2, savPdu_Tag, savPdu_Length);
     const auto asduCount =
         std::tie(noASDU_Tag, noASDU_Length, noASDU_Value, seqASDU_Tag, seqASDU_Length);
@@ -60,15 +58,10 @@ QByteArray Message_9_2::data()
     size += sizeOf(asduCount);
     setsavPdu_Length(size);
     size += sizeOf(pduHead);
-    setLength(size);
-    size += sizeOf(ethernetHead);
-    ethernetframe::setFrameLength(Message_length, size);
 
     // Then one pass forward. An offset is where its field begins.
-    QByteArray command =
-        ethernetframe::downloadHeader(Message_count, Message_flag, Message_length, size);
-    const int frameStart = sizeOf(command);
-    append(command, ethernetHead);
+    QByteArray command = ethernetframe::startDownload(*this, size);
+    const int frameStart = ethernetframe::headerSize(*this);
     append(command, pduHead);
     append(command, asduCount);
     append(command, asduHead);
@@ -135,7 +128,7 @@ void Message_9_2::setconfRevValue(QString text)
 
 int Message_9_2::setSmpSynch_value(int value)
 {
-    hexfield::setFixedWidth(SmpSynch_value, static_cast<quint64>(value), 1);
+    hexfield::setFixedWidth(SmpSynch_value, quint64(value), 1);
     return value;
 }
 

@@ -1,4 +1,4 @@
-#include "textcodec.h"
+#include "protocol/textcodec.h"
 
 #include <QTextCodec>
 
@@ -21,6 +21,13 @@ void setCodecForCStrings(QTextCodec *codec)
 void setCodecForTr(QTextCodec *codec)
 {
     trCodec = codec;
+}
+
+void installDefaultCodecs()
+{
+    QTextCodec *const gbk = QTextCodec::codecForName("GBK");
+    setCodecForTr(gbk);
+    setCodecForCStrings(gbk);
 }
 
 QString fromCString(const char *bytes)

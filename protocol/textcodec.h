@@ -24,6 +24,9 @@ LUMTAR_EXPORT void setCodecForCStrings(QTextCodec *codec);
 /// state, GBK, in which those texts are stored.
 LUMTAR_EXPORT void setCodecForTr(QTextCodec *codec);
 
+/// Installs both as the engine does: GBK.
+LUMTAR_EXPORT void installDefaultCodecs();
+
 /// Text of a zero-terminated C string; empty for a null pointer.
 LUMTAR_EXPORT QString fromCString(const char *bytes);
 

@@ -1,6 +1,6 @@
-#include "warningbox.h"
+#include "protocol/warningbox.h"
 
-#include "textcodec.h"
+#include "protocol/textcodec.h"
 
 #include <QApplication>
 #include <QDebug>

@@ -6,10 +6,13 @@
 set -euo pipefail
 
 folder=$1
-[ ! -e "$folder/usr/lib/arm-linux-gnueabihf/libQt6Core.so" ] || exit 0
-
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 gcc_major=$(g++ -dumpversion | cut -d. -f1)
+packages="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libpcap-dev,libc6-dev,libstdc++-$gcc_major-dev"
+packages+=",libexpected-dev,libreaderwriterqueue-dev"
+unpacked=$folder.packages # written last, so that an interrupted run starts again
+[ "$(cat "$unpacked" 2>/dev/null)" != "$release $packages" ] || exit 0
+
 mirror=$(apt-get indextargets --format '$(CODENAME) $(COMPONENT) $(REPO_URI)' 'Created-By: Packages' |
     awk -v release="$release" '$1 == release && $2 == "main" { print $3; exit }')
 if [ -z "$mirror" ]; then
@@ -17,9 +20,9 @@ if [ -z "$mirror" ]; then
     exit 1
 fi
 
-rm -rf "$folder"
+rm -rf "$folder" "$unpacked"
 mkdir -p "$(dirname "$folder")"
 echo "arm-sysroot.sh: unpacking armhf packages of $release into $folder"
 mmdebstrap --quiet --variant=extract --architectures=armhf \
-    --include="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libpcap-dev,libc6-dev,libstdc++-$gcc_major-dev" \
-    "$release" "$folder" "$mirror"
+    --include="$packages" "$release" "$folder" "$mirror"
+echo "$release $packages" >"$unpacked"

@@ -23,8 +23,8 @@ readonly seconds=60 # the most that any part may take
 [[ $(id -u) -eq 0 ]] ||
     fail "network namespaces and raw sockets need root: run \`sudo make demo-live\`" 2
 command -v ip >/dev/null || fail "the program \"ip\" (package iproute2) is not there"
-for program in tools/lumtarctl tools/lumtar-board tests/standinrelay; do
-    [[ -x $build/$program ]] || fail "$build/$program is not there; build the project first"
+for program in tools/lumtarctl/lumtarctl tools/lumtar-board/lumtar-board tests/standinrelay; do
+    [[ -f $build/$program ]] || fail "$build/$program is not there; build the project first"
 done
 
 mkdir -p "$build/demo"
@@ -70,7 +70,7 @@ TEXT
 relay=$!
 sleep 0.2
 kill -0 "$relay" 2>/dev/null || { cat "$relay_log" >&2; fail "the relay did not start"; }
-"${at_board[@]}" "$build/tools/lumtar-board" --listen "$address" --interface process-bus --once \
+"${at_board[@]}" "$build/tools/lumtar-board/lumtar-board" --listen "$address" --interface process-bus --once \
     --timeout "$seconds" --capture "$capture" >"$log" 2>&1 &
 board=$!
 for ((i = 0; i < 100; ++i)); do
@@ -81,10 +81,10 @@ done
 grep -q '^ready' "$log" || { cat "$log" >&2; fail "the board did not start"; }
 
 echo "\$ lumtarctl run --board $address --config examples/feeder-bay.xml --sequence examples/earth-fault.json --watch"
-timeout --foreground "$seconds" "${at_board[@]}" "$build/tools/lumtarctl" run --board "$address" \
+timeout --foreground "$seconds" "${at_board[@]}" "$build/tools/lumtarctl/lumtarctl" run --board "$address" \
     --config "$examples/feeder-bay.xml" --sequence "$examples/earth-fault.json" --watch |
     tee "$watched"
-"${at_board[@]}" "$build/tools/lumtarctl" stop --board "$address" >/dev/null
+"${at_board[@]}" "$build/tools/lumtarctl/lumtarctl" stop --board "$address" >/dev/null
 
 status=0
 wait "$board" || status=$?
@@ -95,7 +95,7 @@ sed -n '/^── Problems/,$p' "$log"
 trip=$(sed -n 's/^binary input: logic channel 0, \([0-9.]* ms\) after entry into .*(fault).*/\1/p' "$watched")
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
 echo
-"$build/tools/lumtarctl" plot "$capture" --sequence "$examples/earth-fault.json" -o "$picture"
+"$build/tools/lumtarctl/lumtarctl" plot "$capture" --sequence "$examples/earth-fault.json" -o "$picture"
 echo
 echo "The relay tripped $trip after the fault began."
 echo "Capture, for Wireshark: $capture"

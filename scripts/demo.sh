@@ -36,7 +36,7 @@ readonly expected=(
 )
 
 for program in lumtarctl lumtar-board; do
-    [[ -x $build/tools/$program ]] || fail "$build/tools/$program is not there; build the project first"
+    [[ -f $build/tools/$program/$program ]] || fail "$build/tools/$program/$program is not there; build the project first"
 done
 
 mkdir -p "$output"
@@ -54,7 +54,7 @@ trap cleanup EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-"${launcher[@]}" "$build/tools/lumtar-board" --listen "$address" --once --timeout "$seconds" \
+"${launcher[@]}" "$build/tools/lumtar-board/lumtar-board" --listen "$address" --once --timeout "$seconds" \
     --capture "$capture" --inputs "$examples/relay.txt" --start-time 2026-01-01T00:00:00Z \
     "${expected[@]}" >"$log" 2>&1 &
 board=$!
@@ -71,7 +71,7 @@ fi
 show() {
     local shown=("${@/#"$examples"/examples}") # the reader is in the project's directory
     echo "\$ lumtarctl" "${shown[@]}"
-    timeout --foreground "$seconds" "${launcher[@]}" "$build/tools/lumtarctl" "$@" ||
+    timeout --foreground "$seconds" "${launcher[@]}" "$build/tools/lumtarctl/lumtarctl" "$@" ||
         fail "lumtarctl $1 failed with exit status $?"
     echo
 }

@@ -7,9 +7,11 @@
 # LUMTAR_SETUP=no skips it, for systems whose packages go by other names.
 set -euo pipefail
 
+either_qt="g++ make cmake ninja-build libpcap-dev libexpected-dev libreaderwriterqueue-dev"
+either_qt+=" gnuplot-nox"
 declare -A packages=(
-    [qt6]="g++ make cmake ninja-build qt6-base-dev qt6-5compat-dev qt6-qpa-plugins libpcap-dev gnuplot-nox"
-    [qt5]="g++ make cmake ninja-build qtbase5-dev libpcap-dev gnuplot-nox"
+    [qt6]="$either_qt qt6-base-dev qt6-5compat-dev qt6-qpa-plugins"
+    [qt5]="$either_qt qtbase5-dev"
     [test]="tshark dpkg-dev file pkg-config"
     [live]="iproute2"
     [arm]="g++-arm-linux-gnueabihf mmdebstrap qemu-user"

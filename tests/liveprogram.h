@@ -2,7 +2,7 @@
 /// Programs for a live board, built of commands as they come over the link.
 #pragma once
 
-#include <testprogram.h>
+#include "virtualboard/play/testprogram.h"
 
 #include <QByteArray>
 #include <QVector>
@@ -10,9 +10,9 @@
 
 namespace liveprogram {
 
-constexpr int svAppId = 0x4000, gooseAppId = 0x1000; ///< of stream 0; the others follow
-constexpr int deviceAppId = 0x3000; ///< of the GOOSE stream that is subscribed to, at port 1
-constexpr int channels = 8; ///< of every SV stream
+constexpr int kSvAppId = 0x4000, kGooseAppId = 0x1000; ///< of stream 0; the others follow
+constexpr int kDeviceAppId = 0x3000; ///< of the GOOSE stream that is subscribed to, at port 1
+constexpr int kChannels = 8; ///< of every SV stream
 
 inline QByteArray be(qint64 value, int size)
 {
@@ -35,12 +35,12 @@ inline QByteArray ethernet(int type, int appId, const QByteArray &apdu, bool tag
 inline QByteArray svFrame(int stream)
 {
     const QByteArray asdu = ber(0x80, "MU" + be(0x3030 + stream, 2)) + ber(0x82, be(0, 2))
-        + ber(0x83, be(1, 4)) + ber(0x85, be(2, 1)) + ber(0x87, QByteArray(8 * channels, 0));
-    return ethernet(0x88ba, svAppId + stream,
+        + ber(0x83, be(1, 4)) + ber(0x85, be(2, 1)) + ber(0x87, QByteArray(8 * kChannels, 0));
+    return ethernet(0x88ba, kSvAppId + stream,
                     ber(0x60, ber(0x80, be(1, 1)) + ber(0xa2, ber(0x30, asdu))));
 }
 
-/// @param value  of the one entry of the dataset
+/// \param value of the one entry of the dataset
 inline QByteArray gooseFrame(int appId, bool value, int stNum = 1, bool tagged = true)
 {
     const QByteArray pdu = ber(0x80, "IED/LLN0$GO$cb") + ber(0x81, be(2000, 2))
@@ -52,7 +52,7 @@ inline QByteArray gooseFrame(int appId, bool value, int stNum = 1, bool tagged =
 
 /// Where the run-time fields lie in these frames.
 const int smpCntOffset = int(svFrame(0).indexOf(QByteArray("\x82\x02", 2), 30)) + 2;
-const int dataOffset = int(svFrame(0).size()) - 8 * channels;
+const int dataOffset = int(svFrame(0).size()) - 8 * kChannels;
 const int tOffset = int(gooseFrame(0, false).indexOf(QByteArray("\x84\x08", 2))) + 2;
 const int sqNumOffset = tOffset + 16;
 
@@ -63,7 +63,7 @@ inline virtualboard::DecodedCommand decoded(const virtualboard::Command &command
     return result;
 }
 
-/// The stream with number @p stream, whose kind the EtherType tells; at port 1 or, if odd, 2.
+/// The stream with number \a stream, whose kind the EtherType tells; at port 1 or, if odd, 2.
 inline virtualboard::DecodedCommand download(int stream, const QByteArray &frame)
 {
     const int kind = frame.mid(16, 2) == be(0x88b8, 2);
@@ -89,23 +89,23 @@ inline virtualboard::TestProgram program(const Shape &shape)
     QVector<DecodedCommand> commands;
     for (int i = 0; i < shape.svStreams; ++i) {
         commands << download(i, svFrame(i))
-                 << decoded(SvDescription{i, 0, i, smpCntOffset, 0, 4000, dataOffset,
-                                          QByteArray::fromHex("0001020304050607")});
+                 << decoded(SvDescriptionCommand{i, 0, i, smpCntOffset, 0, 4000, dataOffset,
+                                                 QByteArray::fromHex("0001020304050607")});
     }
     for (int i = 0; i < shape.gooseStreams; ++i) {
-        commands << download(i, gooseFrame(gooseAppId + i, false))
-                 << decoded(GooseDescription{i, sqNumOffset, tOffset});
+        commands << download(i, gooseFrame(kGooseAppId + i, false))
+                 << decoded(GooseDescriptionCommand{i, sqNumOffset, tOffset});
     }
     float amplitude = 100;
     for (int step = 0; step < shape.milliseconds.size(); ++step, amplitude *= 100) {
         const int leaves = shape.inputsLeave;
-        commands << decoded(StepCondition{step, 0, shape.milliseconds[step], step + 1, leaves,
-                                          step + 1, leaves, step + 1});
-        for (int channel = 0; channel < channels; ++channel)
-            commands << decoded(ChannelSignal{step, channel, 1, 0, 50, amplitude, 90, 0.0F});
+        commands << decoded(StepConditionCommand{step, 0, shape.milliseconds[step], step + 1,
+                                                 leaves, step + 1, leaves, step + 1});
+        for (int channel = 0; channel < kChannels; ++channel)
+            commands << decoded(ChannelSignalCommand{step, channel, 1, 0, 50, amplitude, 90, 0.0F});
     }
-    commands << decoded(Subscription{0, 1, 0, deviceAppId, 0, 1, {1}})
-             << decoded(StartStop{true, 250, {}});
+    commands << decoded(SubscriptionCommand{0, 1, 0, kDeviceAppId, 0, 1, {1}})
+             << decoded(StartStopCommand{true, 250, {}});
     TestProgram result;
     QStringList problems;
     for (const DecodedCommand &each : std::as_const(commands))

@@ -2,7 +2,7 @@
 /// Loads the test configuration that the command line names, without a board. Exit status 0 if the
 /// loader takes it, sends streams and has nothing to remark.
 
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
 
 #include <cstdio>
 

@@ -1,9 +1,9 @@
 // Stands in for a protection relay on a real network interface: watches one channel of a
 // sampled-value stream and publishes a GOOSE stream in which one boolean is the trip.
 
-#include "liveprogram.h"
+#include "tests/liveprogram.h"
 
-#include <ethernetframes.h>
+#include "virtualboard/wire/ethernetframes.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>

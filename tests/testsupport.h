@@ -2,7 +2,7 @@
 /// What the test programs share: byte literals, comparison of frames, debug lines, addresses.
 #pragma once
 
-#include <virtualboard.h>
+#include "virtualboard/board/linkresponder.h"
 
 #include <QByteArray>
 #include <QFile>
@@ -32,7 +32,7 @@ inline QByteArray bytes(const QByteArray &literal)
     QByteArray result;
     for (int at = 0; at < literal.size();) {
         if (literal.at(at) == '\'') {
-            const int end = static_cast<int>(literal.indexOf('\'', at + 1));
+            const int end = int(literal.indexOf('\'', at + 1));
             result += literal.mid(at + 1, end - at - 1);
             at = end + 1;
         } else if (literal.at(at) == '*') {
@@ -51,6 +51,13 @@ inline QByteArray bytes(const QByteArray &literal)
         }
     }
     return result;
+}
+
+/// Why there is no value; empty if there is one.
+template <typename T>
+QString failure(const virtualboard::Expected<T> &result)
+{
+    return result ? QString() : result.error();
 }
 
 /// Empty when both are equal, else where they differ and both in full.
@@ -100,7 +107,7 @@ inline Frames padded(Frames frames)
 
 /// The padded command frames that the board received, retries included; for a damaged envelope the
 /// board's complaint.
-inline Frames received(const virtualboard::VirtualBoard &board)
+inline Frames received(const virtualboard::LinkResponder &board)
 {
     Frames frames;
     for (const virtualboard::Reception &reception : board.receptions()) {
@@ -117,11 +124,11 @@ class DebugLines
 {
 public:
     DebugLines()
-        : previous(qInstallMessageHandler(handle))
+        : m_previous(qInstallMessageHandler(handle))
     {
         lines().clear();
     }
-    ~DebugLines() { qInstallMessageHandler(previous); }
+    ~DebugLines() { qInstallMessageHandler(m_previous); }
     DebugLines(const DebugLines &) = delete;
     DebugLines &operator=(const DebugLines &) = delete;
 
@@ -137,7 +144,7 @@ private:
     {
         lines() += type == QtDebugMsg ? line : QStringLiteral("not a debug line: ") + line;
     }
-    QtMessageHandler previous;
+    QtMessageHandler m_previous;
 };
 
 /// One refusal: a single debug line that names the operation and the value.
@@ -152,17 +159,17 @@ class SingleRun
 {
 public:
     SingleRun()
-        : file(open(("/tmp/lumtar-test-" + std::to_string(BOARD_NUMBER)).c_str(),
-                    O_CREAT | O_CLOEXEC, 0666))
+        : m_file(open(("/tmp/lumtar-test-" + std::to_string(BOARD_NUMBER)).c_str(),
+                      O_CREAT | O_CLOEXEC, 0666))
     {
-        flock(file, LOCK_EX);
+        flock(m_file, LOCK_EX);
     }
-    ~SingleRun() { close(file); }
+    ~SingleRun() { close(m_file); }
     SingleRun(const SingleRun &) = delete;
     SingleRun &operator=(const SingleRun &) = delete;
 
 private:
-    int file;
+    int m_file;
 };
 
 /// Loopback address \a n, 0 to 9, of this program.

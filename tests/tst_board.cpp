@@ -1,13 +1,13 @@
 // The board as a whole: what it does on each command and says about itself, in process; and the
 // program lumtar-board over the device link.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <boardlogic.h>
-#include <capturefile.h>
-#include <capturemarks.h>
-#include <lumtarengine.h>
-#include <virtualtime.h>
+#include "engine/lumtarengine.h"
+#include "virtualboard/board/boardstatus.h"
+#include "virtualboard/board/virtualboard.h"
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/capture/capturemarks.h"
 
 #include <QDateTime>
 #include <QProcess>
@@ -16,6 +16,7 @@
 #include <QTest>
 #include <QUdpSocket>
 
+#include <atomic>
 #include <csignal>
 #include <map>
 
@@ -24,8 +25,7 @@ using namespace virtualboard;
 
 namespace {
 
-constexpr qint64 kMs = 1000000, kSecond = 1000 * kMs; // ns
-constexpr qint64 kStart = 1000 * kSecond + 500 * kMs;
+constexpr WallTime kStart{1000500ms};
 
 /// Words of the scripts below. "sv1" and "sv2" are a stream of one channel, fed by Va1; "halt"
 /// stops with the start/stop command; "truncated" is a step condition without its end.
@@ -64,13 +64,15 @@ QByteArray command(const QString &word)
         + number(3) + jump(4) + jump(5);
 }
 
-const auto milliseconds = [](qint64 ns) { return QString::number(double(ns) / kMs, 'g', 12); };
+const auto milliseconds = [](Duration time) {
+    return QString::number(double(time.count()) / 1e6, 'g', 12);
+};
 const auto split = [](const QString &text) { return text.split(' ', Qt::SkipEmptyParts); };
 
 /// "-0 start 0, 0- time 1000": step left, step entered, cause and its time in ms.
 QString text(const QVector<Transition> &changes)
 {
-    const auto step = [](int number) { return number == noStep ? "-" : QString::number(number); };
+    const auto step = [](int number) { return number == kNoStep ? "-" : QString::number(number); };
     QStringList texts;
     for (const Transition &each : changes)
         texts << step(each.left) + step(each.entered) + ' ' + causeName(each.cause) + ' '
@@ -90,18 +92,35 @@ bool matches(const QString &text, const QString &pattern)
     QVERIFY2(matches(text, pattern), \
              qPrintable(QStringLiteral("%1\nis not: %2").arg(text, pattern)))
 
-/// When sequences began, in ms.
-struct Begins : FrameSink
+/// Asks for the status as any application does; \a engine is connected.
+QByteArray readStatus(LumtarEngine &engine, int which)
 {
-    QStringList times;
+    QByteArray status(1600, '\0');
+    return engine.CheckSeqExec(which, reinterpret_cast<quint8 *>(status.data())) == 1
+        ? status
+        : QByteArray();
+}
 
-    void publish(qint64, const OutgoingFrame *, int) override { }
-    void note(qint64 time, const Transition &transition) override
-    {
-        if (transition.cause == Cause::Start)
-            times << milliseconds(time);
-    }
+struct Recorded
+{
+    WallTime time;
+    Transition transition;
 };
+
+/// The changes of steps in a capture.
+QVector<Recorded> changesIn(const QString &path)
+{
+    QVector<Recorded> result;
+    CaptureReader capture;
+    if (!capture.open(path))
+        return result;
+    while (const auto frame = capture.next()) {
+        const auto mark = decodeMark(frame->bytes);
+        if (const auto *const step = mark ? std::get_if<StepMark>(&*mark) : nullptr)
+            result << Recorded{frame->time, step->transition};
+    }
+    return result;
+}
 
 QByteArray content(const QString &path)
 {
@@ -148,7 +167,7 @@ void TestBoard::obeys_data()
         end                | 5 | sv1 sv2 0:1000>255 go250 end | finished 0 1000 1000 4000 | 2: -0 start 0, 0- time 1000 | 1000500 | 0
         between instants   | 5 | sv1 sv2 0:1>1 1:1>255 go255 end | finished 1 1.02 2.04 8 | 3: -0 start 0, 01 time 1, 1- time 2.02 | 1000500 | 0
         limit              | 5 | sv1 sv2 0:0>0 go250 end | stopped 0 5000 5000 20000 | 2: -0 start 0, 0- limit 5000 | 1000500 | 1
-        many changes       | 5 | 0:1>1 1:1>0 go250 end | stopped 1 1 5000 0 | 5001: 01 time 4937, 10 time 4938, *, 01 time 4999, 1- limit 5000 | 1000500 | 1
+        many changes       | 5 | 0:1>1 1:1>0 go250 end | stopped 1 1 5000 0 | 5001: 01 time 4953, 10 time 4954, *, 01 time 4999, 1- limit 5000 | 1000500 | 1
         running            | 1000000 | 0:0>0 go250 begun | running 0 * * 0 | 1: -0 start 0 | 1000500 | 0
         stop               | 1000000 | 0:0>0 go250 begun stop | stopped 0 * * 0 | 2: -0 start 0, 0- stop * | 1000500 | 0
         stop after the end | 5 | 0:9>255 go250 end stop | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 | 0
@@ -167,34 +186,44 @@ void TestBoard::obeys_data()
 void TestBoard::obeys()
 {
     QFETCH(QStringList, row);
-    Begins begins;
-    ReportCounter reports([](const QString &) {});
-    VirtualTimePerformer performer({kStart, row[1].toLongLong() * kSecond, {}, &begins},
-                                   [&](const QString &line) { reports.report(line); });
-    BoardLogic board(performer, reports);
-    const auto shownLog = [&board] { return decodeLog(board.status(LogStatus)).value(); };
+    VirtualBoardOptions options;
+    options.address = boardAddress();
+    options.capture = m_capture;
+    options.startTime = kStart;
+    options.limit = std::chrono::seconds(row[1].toLongLong());
+    std::atomic<int> notices = 0;
+    VirtualBoard board(options, [&notices](const QString &) { ++notices; });
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
     for (const QString &word : split(row[2])) {
         if (word == "begun")
-            QTRY_VERIFY(shownLog().total > 0);
+            QTRY_VERIFY(board.log().total > 0);
         else if (word == "end")
             QTRY_VERIFY(board.state() != PlayState::Running);
         else
-            board.obey(decodeCommand(padded({command(word)}).first()));
+            QCOMPARE(engine.SendCommand(command(word)), 1);
     }
-    const DecodedState state = decodeState(board.status(StateStatus)).value();
+    const DecodedState state = decodeState(readStatus(engine, StateStatus)).value();
     const PlayStatus &status = state.status;
     const QStringList shown = {stateName(status.state), QString::number(status.step),
                                milliseconds(status.timeInStep), milliseconds(status.totalTime),
                                QString::number(status.framesSent)};
     VERIFY_MATCH(shown.join(' '), row[3]);
-    const TransitionLog log = shownLog();
+    const TransitionLog log = decodeLog(readStatus(engine, LogStatus)).value();
     VERIFY_MATCH((QString::number(log.total) + ": " + text(log.last)).trimmed(), row[4]);
-    QCOMPARE(int(log.last.size()), int(qMin(log.total, 64U)));
+    QCOMPARE(int(log.last.size()), int(qMin(log.total, 48U)));
     for (const int which : {2, 255})
-        COMPARE_BYTES(board.status(which), bytes("'LVB' 01"));
-    performer.stop();
-    VERIFY_MATCH(begins.times.join(' '), row[5]);
-    QCOMPARE(int(reports.count()), row[6].toInt());
+        COMPARE_BYTES(readStatus(engine, which).left(5), bytes("'LVB' 02 00"));
+    board.stop();
+    QCOMPARE(board.state(), status.state == PlayState::Running ? PlayState::Stopped : status.state);
+    QStringList begins;
+    for (const Recorded &each : changesIn(m_capture)) {
+        if (each.transition.cause == Cause::Start)
+            begins << milliseconds(each.time.time_since_epoch());
+    }
+    VERIFY_MATCH(begins.join(' '), row[5]);
+    QCOMPARE(notices.load(), row[6].toInt());
     QCOMPARE(int(state.problems), row[6].toInt());
 }
 
@@ -262,7 +291,8 @@ void TestBoard::plays()
     CaptureReader capture;
     QVERIFY(capture.open(m_capture));
     QVector<Transition> changes;
-    qint64 last = QDateTime::fromString(time, Qt::ISODate).toMSecsSinceEpoch() * kMs;
+    WallTime last(
+        std::chrono::milliseconds(QDateTime::fromString(time, Qt::ISODate).toMSecsSinceEpoch()));
     int published = 0; // in the last sequence
     while (const auto frame = capture.next()) {
         QVERIFY2(!changes.isEmpty() || frame->time == last, "the start is not at --start-time");

@@ -1,10 +1,10 @@
 // The bytes of every command builder, and what their setters refuse.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <Protocal.h>
-#include <lumtarengine.h>
-#include <textcodec.h>
+#include "engine/lumtarengine.h"
+#include "protocol/Protocal.h"
+#include "protocol/textcodec.h"
 
 #include <QDateTime>
 #include <QTest>
@@ -110,7 +110,7 @@ bool blankPresentTime(QByteArray &frame, int at)
 Message_goose gooseWithTypes(const QVector<int> &types)
 {
     Message_goose frame;
-    frame.setCountData_value(static_cast<int>(types.size()));
+    frame.setCountData_value(int(types.size()));
     for (int i = 0; i < types.size(); ++i)
         frame.setData_value(types.at(i), i);
     return frame;
@@ -504,7 +504,7 @@ void TestBuilders::svFrameTooLong()
     COMPARE_BYTES(frame.data().mid(7, 2), bytes("f8ff"));
     frame.setSizeSeqData_VectorValue(8184); // 65472 bytes of entries: the frame has 65536
     const QByteArray command = frame.data();
-    QCOMPARE(static_cast<int>(command.size()), 9 + 65536);
+    QCOMPARE(int(command.size()), 9 + 65536);
     COMPARE_BYTES(command.mid(7, 2), bytes("f8ff"));
     COMPARE_BYTES(frame.SeqData_length, bytes("82ffc0"));
 }
@@ -520,7 +520,7 @@ void TestBuilders::gooseFrame()
         QCOMPARE(frame.t_Offset, 58);
         QCOMPARE(frame.stNum_Offset, 68);
         QCOMPARE(frame.sqNum_Offset, 74);
-        QCOMPARE(static_cast<int>(record.StNumOffset), 68);
+        QCOMPARE(int(record.StNumOffset), 68);
         COMPARE_BYTES(frame.DataHeadValue(), bytes(kDefaultGooseFrame).mid(9));
     }
 }
@@ -541,9 +541,9 @@ void TestBuilders::gooseFrameWithEntries()
                         "ab 11 83 01 00 84 02 0640 91 08 00000000 00000050"));
     const QVector<int> tags = {0x83, 0x84, 0x91}, lengths = {1, 2, 8}, offsets = {94, 97, 101};
     for (int i = 0; i < 3; ++i) {
-        QCOMPARE(static_cast<int>(record.DataTag[i]), tags.at(i));
-        QCOMPARE(static_cast<int>(record.DataLen[i]), lengths.at(i));
-        QCOMPARE(static_cast<int>(record.DataOffset[i]), offsets.at(i));
+        QCOMPARE(int(record.DataTag[i]), tags.at(i));
+        QCOMPARE(int(record.DataLen[i]), lengths.at(i));
+        QCOMPARE(int(record.DataOffset[i]), offsets.at(i));
     }
     COMPARE_BYTES(frame.DataHeadValue(), command.mid(9, 92));
 }
@@ -558,17 +558,17 @@ void TestBuilders::gooseFrameFillsItsRecordOnly()
     record.SetPara(2);
     frame.data(record);
     QCOMPARE(record.Num, 2);
-    QCOMPARE(static_cast<int>(record.DataTag[0]), 0);
-    QCOMPARE(static_cast<int>(record.DataLen[0]), 1);
-    QCOMPARE(static_cast<int>(record.DataOffset[0]), 94);
-    QCOMPARE(static_cast<int>(record.DataTag[1]), 0x85);
-    QCOMPARE(static_cast<int>(record.DataOffset[1]), 99);
+    QCOMPARE(int(record.DataTag[0]), 0);
+    QCOMPARE(int(record.DataLen[0]), 1);
+    QCOMPARE(int(record.DataOffset[0]), 94);
+    QCOMPARE(int(record.DataTag[1]), 0x85);
+    QCOMPARE(int(record.DataOffset[1]), 99);
     record.SetPara(4);
     frame.data(record);
-    QCOMPARE(static_cast<int>(record.DataOffset[2]), 103);
-    QCOMPARE(static_cast<int>(record.DataTag[3]), 0);
-    QCOMPARE(static_cast<int>(record.DataOffset[3]), 0);
-    QCOMPARE(static_cast<int>(record.ChangeCount), 9);
+    QCOMPARE(int(record.DataOffset[2]), 103);
+    QCOMPARE(int(record.DataTag[3]), 0);
+    QCOMPARE(int(record.DataOffset[3]), 0);
+    QCOMPARE(int(record.ChangeCount), 9);
 }
 
 void TestBuilders::gooseLengthForms_data()
@@ -596,13 +596,13 @@ void TestBuilders::gooseLengthForms()
     const QByteArray command = frame.data(record);
 
     const int data = 3 * entries + rest;
-    const int ethernet = static_cast<int>(command.size()) - 9;
+    const int ethernet = int(command.size()) - 9;
     COMPARE_BYTES(frame.DataHeadValue().right(counts.size()), counts);
     COMPARE_BYTES(command.mid(9), frame.DataHeadValue() + command.right(data));
-    QCOMPARE(static_cast<uchar>(command.at(7)) + 256 * static_cast<uchar>(command.at(8)), ethernet);
+    QCOMPARE(uchar(command.at(7)) + 256 * uchar(command.at(8)), ethernet);
     QCOMPARE(command.mid(9 + 20, 2).toHex().toInt(nullptr, 16), ethernet - 18);
-    QCOMPARE(static_cast<int>(record.DataOffset[0]), ethernet - data + 2);
-    QCOMPARE(static_cast<int>(record.DataOffset[entries]), ethernet - rest + 2);
+    QCOMPARE(int(record.DataOffset[0]), ethernet - data + 2);
+    QCOMPARE(int(record.DataOffset[entries]), ethernet - rest + 2);
 }
 
 void TestBuilders::addressWidthMovesOffsets()
@@ -615,7 +615,7 @@ void TestBuilders::addressWidthMovesOffsets()
     QCOMPARE(frame.t_Offset, 57);
     QCOMPARE(frame.stNum_Offset, 67);
     QCOMPARE(frame.sqNum_Offset, 73);
-    QCOMPARE(static_cast<int>(record.StNumOffset), 67);
+    QCOMPARE(int(record.StNumOffset), 67);
 
     Message_9_2 sv;
     sv.setSource_Mac(QString());
@@ -642,14 +642,14 @@ void TestBuilders::offsetRecord()
     }
     record.SetPara(INT_MAX);
     QCOMPARE(record.Num, 65535);
-    QCOMPARE(static_cast<int>(record.DataOffset[65534]), 9);
+    QCOMPARE(int(record.DataOffset[65534]), 9);
     for (const int n : {0, -1, INT_MIN}) {
         record.SetPara(1);
         record.SetPara(n);
         QCOMPARE(record.Num, 0);
     }
-    QCOMPARE(static_cast<int>(record.ChangeCount), 7);
-    QCOMPARE(static_cast<int>(record.StNumOffset), 8);
+    QCOMPARE(int(record.ChangeCount), 7);
+    QCOMPARE(int(record.StNumOffset), 8);
 }
 
 void TestBuilders::textsAreInTheCStringCodec()
@@ -694,7 +694,7 @@ void TestBuilders::longTexts()
     QFETCH(QByteArray, length);
     const QString text(size, QLatin1Char('x'));
     const QByteArray value(size, 'x');
-    const int grown = size + static_cast<int>(length.size()); // length and value together
+    const int grown = size + int(length.size()); // length and value together
 
     Message_9_2 sv;
     sv.setSVID(text);
@@ -713,10 +713,9 @@ void TestBuilders::longTexts()
     const QByteArray command = goose.data(record);
     const QByteArray references = bytes("80") + length + value + bytes("81020fa0 82") + length
         + value + bytes("83") + length + value + bytes("8408");
-    COMPARE_BYTES(
-        command.mid(9 + goose.t_Offset - static_cast<int>(references.size()), references.size()),
-        references);
-    QCOMPARE(static_cast<int>(record.StNumOffset), (goose.t_Offset + 10) % 256);
+    COMPARE_BYTES(command.mid(9 + goose.t_Offset - int(references.size()), references.size()),
+                  references);
+    QCOMPARE(int(record.StNumOffset), (goose.t_Offset + 10) % 256);
 }
 
 // This process has no application object at all.

@@ -1,6 +1,9 @@
-// "lumtarctl check": what it shows of a configuration, what it says about faulty ones, and where.
+// The check of a configuration: what it says about faulty ones, and where; how "lumtarctl" shows
+// it.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
+
+#include "configuration/testconfiguration.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -10,6 +13,7 @@
 #include <QTest>
 
 using namespace testsupport;
+using namespace testconfiguration;
 
 namespace {
 
@@ -53,6 +57,8 @@ QStringList takeMarks(QString &text)
     return places;
 }
 
+const QString kMismatch = QStringLiteral("Opening and ending tag mismatch.");
+
 /// The members of \a object that \a keys names.
 QJsonArray members(const QJsonValue &object, const char *keys)
 {
@@ -78,7 +84,6 @@ private slots:
 
 private:
     void lumtarctl(const QStringList &arguments);
-    QJsonObject check(const QString &file);
 
     QTemporaryDir m_directory;
     const QString m_file = m_directory.filePath(QString::fromUtf8("\u95f4\u9694.xml"));
@@ -96,13 +101,6 @@ void TestCheck::lumtarctl(const QStringList &arguments)
         : -1;
     m_output = process.readAllStandardOutput();
     m_errors = QString::fromLocal8Bit(process.readAllStandardError());
-}
-
-/// The JSON document, which has to be all that is printed.
-QJsonObject TestCheck::check(const QString &file)
-{
-    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), file});
-    return m_errors.isEmpty() ? QJsonDocument::fromJson(m_output).object() : QJsonObject();
 }
 
 void TestCheck::tellsProblems_data()
@@ -164,48 +162,59 @@ void TestCheck::tellsProblems()
     text.replace(QLatin1String("LONG"), QString(150, QLatin1Char('x')));
     const QStringList places = takeMarks(text);
     QCOMPARE(places.size(), row.size() - 2);
-    QVERIFY(writeFile(m_file, text.toUtf8()));
 
-    const QJsonArray problems = check(m_file)[QLatin1String("problems")].toArray();
-    const bool hasErrors = row.mid(2).join(QLatin1Char('|')).contains(QLatin1String("error: "));
-    QCOMPARE(m_exitStatus, hasErrors ? 2 : 1);
-    const QByteArray all = QJsonDocument(problems).toJson();
-    QVERIFY2(problems.size() == places.size(), all.constData());
-    lumtarctl({QStringLiteral("check"), m_file});
-    for (int i = 0; i < places.size(); ++i) {
-        const QJsonArray told = members(problems[i], "line column severity text");
-        const QString place = QStringLiteral("%1:%2").arg(told[0].toInt()).arg(told[1].toInt());
-        const QString line = QStringLiteral(": %1: %2").arg(told[2].toString(), told[3].toString());
-        const QStringList expected = row[i + 2].split(QLatin1String(": "));
-        QVERIFY2(place == places[i] && line.startsWith(QLatin1String(": ") + expected[0])
-                     && line.contains(expected[1]),
-                 all.constData());
-        QVERIFY2(m_output.contains((m_file + QLatin1Char(':') + place + line).toUtf8()),
-                 m_output.constData());
+    QString withReturns = text;
+    withReturns.replace(QLatin1Char('\n'), QLatin1String("\r\n"));
+    QString inUtf16 = text;
+    inUtf16.replace(QLatin1String("encoding=\"UTF-8\""), QLatin1String("encoding='UTF16'"));
+    const QByteArray utf16(reinterpret_cast<const char *>(inUtf16.utf16()),
+                           2 * int(inUtf16.size()));
+    for (const QByteArray &file : {text.toUtf8(), withReturns.toUtf8(), utf16}) {
+        QVERIFY(writeFile(m_file, file));
+        const CheckedConfiguration checked = check(Document::read(m_file), 4000);
+        QStringList lines;
+        for (const Remark &each : checked.remarks)
+            lines += toString(each, QStringLiteral("F"));
+        const QByteArray all = lines.join(QLatin1Char('\n')).toUtf8();
+        QVERIFY2(lines.size() == places.size(), all.constData());
+        for (int i = 0; i < places.size(); ++i) {
+            const QStringList expected = row[i + 2].split(QLatin1String(": "));
+            const QString start = QStringLiteral("F:%1: %2: ").arg(places[i], expected[0]);
+            QVERIFY2(lines[i].startsWith(start) && lines[i].contains(expected[1]), all.constData());
+        }
+        QCOMPARE(checked.errors, int(lines.filter(QLatin1String(": error: ")).size()));
+        QCOMPARE(checked.errors + checked.warnings, int(lines.size()));
     }
 }
 
 void TestCheck::refusesUnreadableFiles()
 {
-    for (const char *content : {"<ied>\n<goose></ied>", "\n<scl/>"}) {
-        QVERIFY(writeFile(m_file, content));
-        const QJsonArray problems = check(m_file)[QLatin1String("problems")].toArray();
-        QCOMPARE(m_exitStatus, 2);
-        QCOMPARE(problems.size(), 1);
-        QCOMPARE(problems[0].toObject()[QLatin1String("line")].toInt(), 2);
-    }
-    QFile::remove(m_file);
-    lumtarctl({QStringLiteral("check"), m_file});
+    const auto error = [this](const QByteArray &content) {
+        const CheckedConfiguration checked = writeFile(m_file, content)
+            ? check(Document::read(m_file), 4000)
+            : CheckedConfiguration();
+        return checked.errors == 1 && !checked.isRead()
+            ? toString(checked.remarks.first(), QStringLiteral("F"))
+            : QString();
+    };
+    QCOMPARE(error("<ied>\n<goose></ied>"), QStringLiteral("F:2:8: error: ") + kMismatch);
+    QCOMPARE(error("\n <scl/>"), QStringLiteral("F:2:2: error: the root element is scl, not ied"));
+
+    lumtarctl({QStringLiteral("check"), QStringLiteral("none")});
     QCOMPARE(m_exitStatus, 2);
-    QVERIFY(m_output.startsWith(m_file.toUtf8() + ": error: no such file\n"));
+    QVERIFY(m_output.startsWith("none: error: no such file\n"));
 }
 
 void TestCheck::countsWhatItDoesNotShow()
 {
     QVERIFY(writeFile(m_file, "<ied>" + QByteArray("<x/>").repeated(3000) + "<goose/></ied>"));
-    const QJsonObject result = check(m_file);
-    QCOMPARE(members(result, "errors warnings"), QJsonArray({1, 3000 + 3}));
-    QCOMPARE(result[QLatin1String("problems")].toArray().size(), 1000 + 1);
+    const CheckedConfiguration checked = check(Document::read(m_file), 4000);
+    QCOMPARE(checked.errors, 1);
+    QCOMPARE(checked.warnings, 3000 + 3);
+    QCOMPARE(int(checked.remarks.size()), 1000 + 1);
+    lumtarctl({QStringLiteral("check"), m_file});
+    QCOMPARE(m_exitStatus, 2);
+    QVERIFY(m_output.endsWith("and 2003 more\n\n 1 error, 3003 warnings\n"));
 }
 
 void TestCheck::showsTheExample()
@@ -229,7 +238,8 @@ Group 2 entry→logic input 1→4 3→5
     for (const QString &each : expected)
         QVERIFY2(QString::fromUtf8(m_output).simplified().contains(each), qPrintable(each));
 
-    const QJsonObject all = check(example);
+    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), example});
+    const QJsonObject all = QJsonDocument::fromJson(m_output).object(); // all that is printed
     QCOMPARE(members(all, "errors warnings problems"), QJsonArray({0, 0, QJsonArray()}));
     QCOMPARE(members(all[QLatin1String("gooseStreams")].toArray()[1],
                      "port destinationMac vlanId appId gocbRef stNumOffset frameSize"),
@@ -239,7 +249,7 @@ Group 2 entry→logic input 1→4 3→5
 void TestCheck::runTellsWarningsAndGoesOn()
 {
     const SingleRun alone;
-    virtualboard::VirtualBoard board(boardAddress());
+    virtualboard::LinkResponder board(boardAddress());
     QVERIFY(
         board.start()
         && writeFile(m_file, QByteArray(kGood).replace("01-0C-CD-04-00-01", "01:0C:CD:04:00:01")));
@@ -251,6 +261,8 @@ void TestCheck::runTellsWarningsAndGoesOn()
     QVERIFY2(m_errors.startsWith(QStringLiteral("lumtarctl: %1:4:11: warning: mac of").arg(m_file)),
              qPrintable(m_errors));
     QCOMPARE(m_errors.count(QLatin1Char('\n')), 1);
+    lumtarctl({QStringLiteral("check"), m_file});
+    QCOMPARE(m_exitStatus, 1);
 }
 
 QTEST_GUILESS_MAIN(TestCheck)

@@ -1,11 +1,11 @@
 // The commands that an application builds itself: their bytes, what they refuse, and what a board
 // makes of them at the far end of the link.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <Protocal.h>
-#include <commands.h>
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
+#include "protocol/Protocal.h"
+#include "virtualboard/wire/commands.h"
 
 #include <QtTest>
 
@@ -178,7 +178,7 @@ void TestCommands::frames_data()
     row("combination, every field", build<Combination>([](Combination &c) {
             return c.setGroupNUM(1) + c.setCurrentLigthGROUP(5) + c.setLightPort(2)
                 + c.setAppId(QStringLiteral("16385")) + c.setProtocol(4) + c.setStartLogicNUM(6)
-                + c.setChamount(3) + c.setProperty(1, static_cast<char>(0xf7), true)
+                + c.setChamount(3) + c.setProperty(1, char(0xf7), true)
                 + c.setProperty(2, 7, false);
         }),
         1, "9c129c12 01 25 0140 04 06 03 0000 20f7 1f00");
@@ -257,15 +257,15 @@ void TestCommands::ft3Extended()
     frame.setSmpCnt(0x1234);
     COMPARE_BYTES(frame.date2_5(), bytes("8c918c91 00 19 3000 002c 02 01 00*40 1234 0000"));
     frame.setChn(65536); // refused
-    QCOMPARE(static_cast<int>(frame.date5().size()), 52);
+    QCOMPARE(int(frame.date5().size()), 52);
 }
 
 // The board decodes with tables of its own.
 void TestCommands::boardReadsWhatWasMeant()
 {
     const testsupport::SingleRun singleRun;
-    virtualboard::VirtualBoard board(testsupport::boardAddress());
-    QVERIFY2(board.start(), qPrintable(board.errorString()));
+    virtualboard::LinkResponder board(testsupport::boardAddress());
+    QCOMPARE(testsupport::failure(board.start()), QString());
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(testsupport::localPort(), testsupport::boardAddress()), 1);
 
@@ -292,7 +292,7 @@ void TestCommands::boardReadsWhatWasMeant()
         QCOMPARE(engine.SendCommand(command), 1);
 
     const auto receptions = board.receptions();
-    QCOMPARE(static_cast<int>(receptions.size()), 8);
+    QCOMPARE(int(receptions.size()), 8);
     for (const auto &reception : receptions)
         QVERIFY2(reception.decoded.problems.isEmpty(),
                  qPrintable(reception.decoded.problems.join(QLatin1Char(';'))));
@@ -300,35 +300,35 @@ void TestCommands::boardReadsWhatWasMeant()
     const auto read = [&](auto kind) {
         return std::get<decltype(kind)>(receptions.at(next++).decoded.command);
     };
-    const auto readStep = read(virtualboard::StepCondition());
+    const auto readStep = read(virtualboard::StepConditionCommand());
     QCOMPARE(readStep.step, 3);
     QCOMPARE(readStep.milliseconds, 1500);
     QCOMPARE(readStep.binaryInput, 1);
     QCOMPARE(readStep.binaryInputJump, 4);
-    const auto readSignal = read(virtualboard::ChannelSignal());
+    const auto readSignal = read(virtualboard::ChannelSignalCommand());
     QCOMPARE(readSignal.step, 2);
     QCOMPARE(readSignal.channel, 9);
     QCOMPARE(readSignal.frequency, 60.0F);
     QVERIFY(!readSignal.phaseJump);
-    const auto readControl = read(virtualboard::GooseControl());
+    const auto readControl = read(virtualboard::GooseControlCommand());
     QCOMPARE(readControl.group, 3);
-    QCOMPARE(static_cast<int>(readControl.items.size()), 1);
+    QCOMPARE(int(readControl.items.size()), 1);
     QCOMPARE(readControl.items.first().offset, 0x12c);
     COMPARE_BYTES(readControl.items.first().data, bytes("0680"));
-    const auto readFt3 = read(virtualboard::Ft3Template());
+    const auto readFt3 = read(virtualboard::Ft3TemplateCommand());
     QCOMPARE(readFt3.group, 6);
     QCOMPARE(readFt3.time, 750);
-    const auto readChannel = read(virtualboard::SvChannel());
+    const auto readChannel = read(virtualboard::SvChannelCommand());
     QCOMPARE(readChannel.logicChannel, 9);
     COMPARE_BYTES(readChannel.properties, bytes("06 01ff 7f ff"));
-    const auto readCombination = read(virtualboard::SvCombination());
+    const auto readCombination = read(virtualboard::SvCombinationCommand());
     QCOMPARE(readCombination.appId, 16385);
     QCOMPARE(readCombination.lightPort, 2);
     COMPARE_BYTES(readCombination.entries.first(), bytes("2007"));
-    const auto readDsp = read(virtualboard::DspConfiguration());
+    const auto readDsp = read(virtualboard::DspConfigurationCommand());
     QCOMPARE(readDsp.digitalNumber, 300);
     QCOMPARE(readDsp.gooseNumber, 6);
-    QCOMPARE(read(virtualboard::FpgaReset()).select2, 0xff);
+    QCOMPARE(read(virtualboard::FpgaResetCommand()).select2, 0xff);
 }
 
 QTEST_GUILESS_MAIN(TestCommands)

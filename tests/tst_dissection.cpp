@@ -1,8 +1,9 @@
 // What an independent protocol analyser reads in the frame templates of a configuration.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
+#include "tests/writecapture.h"
 
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
 
 #include <QMap>
 #include <QProcess>
@@ -11,7 +12,7 @@
 #include <QTest>
 
 using namespace testsupport;
-using virtualboard::VirtualBoard;
+using virtualboard::LinkResponder;
 
 namespace {
 
@@ -77,22 +78,6 @@ const QStringList kFields = {"_ws.malformed",
                              "goose.octet_string",
                              "goose.bcd"};
 
-/// A capture of Ethernet frames in the libpcap file format, version 2.4.
-QByteArray capture(const Frames &frames)
-{
-    const auto word = [](quint32 n) {
-        return QByteArray(reinterpret_cast<const char *>(&n), sizeof n);
-    };
-    QByteArray file = word(0xa1b2c3d4); // in the host's byte order, as all that follows
-    // Version, time zone, accuracy, snapshot length, link type Ethernet.
-    file += word(0x00040002) + word(0) + word(0) + word(65535) + word(1);
-    for (const QByteArray &frame : frames) {
-        const QByteArray size = word(static_cast<quint32>(frame.size()));
-        file += word(0) + word(0) + size + size + frame; // at second 0
-    }
-    return file;
-}
-
 } // namespace
 
 class TestDissection : public QObject
@@ -105,7 +90,7 @@ private slots:
     void fields();
 
 private:
-    QVector<QStringList> packets; ///< values of kFields per packet
+    QVector<QStringList> m_packets; ///< values of kFields per packet
 };
 
 void TestDissection::initTestCase()
@@ -121,7 +106,7 @@ void TestDissection::initTestCase()
     xml.replace("%1", QByteArray("<e gstype_tp='1'/>").repeated(200))
         .replace("%2", kLongSvId.toLatin1());
     QVERIFY(writeFile(configuration, xml));
-    VirtualBoard board(boardAddress());
+    LinkResponder board(boardAddress());
     QVERIFY(board.start());
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
@@ -129,12 +114,11 @@ void TestDissection::initTestCase()
     Frames ethernet;
     for (const QByteArray &command : received(board)) {
         if (command.startsWith(bytes("8c918c91"))) {
-            const int size =
-                static_cast<uchar>(command.at(7)) + 256 * static_cast<uchar>(command.at(8));
+            const int size = uchar(command.at(7)) + 256 * uchar(command.at(8));
             ethernet += command.mid(9, size);
         }
     }
-    QVERIFY(writeFile(pcap, capture(ethernet)));
+    QVERIFY(writeCapture(pcap, DLT_EN10MB, ethernet));
 
     QStringList arguments = {
         QStringLiteral("-r"), pcap,
@@ -148,8 +132,8 @@ void TestDissection::initTestCase()
              analyser.readAllStandardError().constData());
     const QString output = QString::fromUtf8(analyser.readAllStandardOutput());
     for (const QString &line : output.split(QLatin1Char('\n')))
-        packets += line.split(QLatin1Char('\t'));
-    QCOMPARE(static_cast<int>(packets.size()), 4 + 1); // the last line is empty
+        m_packets += line.split(QLatin1Char('\t'));
+    QCOMPARE(int(m_packets.size()), 4 + 1); // the last line is empty
 }
 
 void TestDissection::fields_data()
@@ -247,7 +231,7 @@ void TestDissection::fields()
     QFETCH(int, packet);
     QFETCH(Values, values);
     for (int i = 0; i < kFields.size(); ++i)
-        QCOMPARE(kFields.at(i) + '=' + packets.at(packet).value(i),
+        QCOMPARE(kFields.at(i) + '=' + m_packets.at(packet).value(i),
                  kFields.at(i) + '=' + values.value(kFields.at(i)));
 }
 

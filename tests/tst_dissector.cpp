@@ -1,11 +1,12 @@
 // The Wireshark dissector, run by tshark over a load and a sequence as they passed between the
 // engine and the board, over the application's own commands, and over damaged datagrams.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
+#include "tests/writecapture.h"
 
-#include <capturefile.h>
-#include <capturemarks.h>
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/capture/capturemarks.h"
 
 #include <QDataStream>
 #include <QNetworkDatagram>
@@ -51,7 +52,7 @@ protected:
                 passed.append({fromBoard, datagram.data()});
                 if (fromBoard) {
                     socket.writeDatagram(datagram.data(), command.senderAddress(),
-                                         static_cast<quint16>(command.senderPort()));
+                                         quint16(command.senderPort()));
                 } else {
                     command = datagram;
                     socket.writeDatagram(datagram.data(), boardAddress(1), 2001);
@@ -62,27 +63,26 @@ protected:
     }
 };
 
-/// A pcap file of raw IPv4 packets.
-QByteArray pcap(const Capture &capture)
+Frames ipPackets(const Capture &capture)
 {
-    constexpr quint32 engine = 0x7f000001, board = 0x7f000002, rawIp = 101;
-    constexpr quint16 enginePort = 20000, boardPort = 2001;
-    QByteArray file;
-    QDataStream out(&file, QIODevice::WriteOnly);
-    out << quint32(0xa1b2c3d4) << quint16(2) << quint16(4) << quint64(0) << quint32(65535) << rawIp;
+    constexpr quint32 kEngine = 0x7f000001, kBoard = 0x7f000002;
+    constexpr quint16 kEnginePort = 20000, kBoardPort = 2001;
+    Frames packets;
     for (const Datagram &datagram : capture) {
-        const auto udpSize = static_cast<quint16>(8 + datagram.bytes.size());
-        const auto ipSize = static_cast<quint16>(20 + udpSize);
-        out << quint64(0) << quint32(ipSize) << quint32(ipSize); // the time, the sizes
+        const auto udpSize = quint16(8 + datagram.bytes.size());
+        const auto ipSize = quint16(20 + udpSize);
+        QByteArray packet;
+        QDataStream out(&packet, QIODevice::WriteOnly);
         out << quint16(0x4500) << ipSize << quint32(0) << quint16(0x4011) << quint16(0);
         if (datagram.fromBoard)
-            out << board << engine << boardPort << enginePort;
+            out << kBoard << kEngine << kBoardPort << kEnginePort;
         else
-            out << engine << board << enginePort << boardPort;
+            out << kEngine << kBoard << kEnginePort << kBoardPort;
         out << udpSize << quint16(0);
-        out.writeRawData(datagram.bytes.constData(), static_cast<int>(datagram.bytes.size()));
+        out.writeRawData(datagram.bytes.constData(), int(datagram.bytes.size()));
+        packets += packet;
     }
-    return file;
+    return packets;
 }
 
 /// A packet, found by the first bytes of its command frame, and what must be shown of it.
@@ -237,16 +237,16 @@ private:
     int packetOf(const Row &row) const;
     QString value(int packet, const QString &field) const
     {
-        return shown.at(packet).value(fieldNames.indexOf(field));
+        return m_shown.at(packet).value(m_fieldNames.indexOf(field));
     }
     QVector<QStringList> dissect(const Capture &packets, const QStringList &fields);
     QVector<QStringList> dissectFile(const QString &file, const QStringList &fields);
 
-    QString tshark;
-    QTemporaryDir folder;
-    Capture capture;
-    QStringList fieldNames;
-    QVector<QStringList> shown; ///< per packet the values of fieldNames
+    QString m_tshark;
+    QTemporaryDir m_folder;
+    Capture m_capture;
+    QStringList m_fieldNames;
+    QVector<QStringList> m_shown; ///< per packet the values of m_fieldNames
 };
 
 /// Where in the capture it is; beyond its end when it is not there.
@@ -254,29 +254,30 @@ int DissectorTest::packetOf(const Row &row) const
 {
     const QByteArray frame = bytes(row.frame);
     int packet = 0;
-    while (packet < capture.size() && capture.at(packet).bytes.mid(9, frame.size()) != frame)
+    while (packet < m_capture.size() && m_capture.at(packet).bytes.mid(9, frame.size()) != frame)
         ++packet;
     return packet + row.later;
 }
 
 QVector<QStringList> DissectorTest::dissect(const Capture &packets, const QStringList &fields)
 {
-    const QString file = folder.filePath(QStringLiteral("link.pcap"));
-    return writeFile(file, pcap(packets)) ? dissectFile(file, fields) : QVector<QStringList>();
+    const QString file = m_folder.filePath(QStringLiteral("link.pcap"));
+    return writeCapture(file, DLT_RAW, ipPackets(packets)) ? dissectFile(file, fields)
+                                                           : QVector<QStringList>();
 }
 
 /// The values of the fields per packet, as tshark gives them; none when it fails.
 QVector<QStringList> DissectorTest::dissectFile(const QString &file, const QStringList &fields)
 {
-    QStringList arguments = {"-r", file,     "-X", "lua_script:" DISSECTOR,
+    QStringList arguments = {"-r", file,     "-X", QStringLiteral("lua_script:" DISSECTOR),
                              "-T", "fields", "-o", "sv.decode_data_as_phsmeas:TRUE"};
     for (const QString &field : fields)
         arguments << QStringLiteral("-e") << field;
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("HOME"), folder.path()); // none of the user's plugins
+    environment.insert(QStringLiteral("HOME"), m_folder.path()); // none of the user's plugins
     QProcess process;
     process.setProcessEnvironment(environment);
-    process.start(tshark, arguments);
+    process.start(m_tshark, arguments);
     if (!process.waitForFinished(60000) || process.exitCode() != 0)
         qWarning("tshark: %s", process.readAllStandardError().constData());
 
@@ -289,8 +290,8 @@ QVector<QStringList> DissectorTest::dissectFile(const QString &file, const QStri
 
 void DissectorTest::record()
 {
-    virtualboard::VirtualBoard board(boardAddress(1));
-    QVERIFY2(board.start(), qPrintable(board.errorString()));
+    virtualboard::LinkResponder board(boardAddress(1));
+    QCOMPARE(testsupport::failure(board.start()), QString());
     QVERIFY(board.setStatus(bytes("a1b2c3")));
     Tap tap;
     tap.start();
@@ -306,31 +307,31 @@ void DissectorTest::record()
     tap.quit();
     tap.wait();
     QVERIFY(done);
-    capture = tap.passed;
+    m_capture = tap.passed;
     for (const Row &row : damagedRows) {
-        QByteArray datagram = capture.at(packetOf(row)).bytes;
-        datagram[row.damaged] = static_cast<char>(datagram.at(row.damaged) ^ 1);
-        capture.append({false, datagram});
+        QByteArray datagram = m_capture.at(packetOf(row)).bytes;
+        datagram[row.damaged] = char(datagram.at(row.damaged) ^ 1);
+        m_capture.append({false, datagram});
     }
 }
 
 void DissectorTest::initTestCase()
 {
-    tshark = QStandardPaths::findExecutable(QStringLiteral("tshark"));
-    if (tshark.isEmpty())
+    m_tshark = QStandardPaths::findExecutable(QStringLiteral("tshark"));
+    if (m_tshark.isEmpty())
         QSKIP("tshark is not installed (Debian package tshark): the dissector cannot be tested");
     record();
     if (QTest::currentTestFailed())
         return;
-    fieldNames = QStringList{"lumtar.command", "lumtar.checksum.status", "_ws.expert.severity",
-                             "lumtar.response_to", "eth.dst"};
+    m_fieldNames = QStringList{"lumtar.command", "lumtar.checksum.status", "_ws.expert.severity",
+                               "lumtar.response_to", "eth.dst"};
     for (const Row &row : engineRows + applicationRows + wrongRows + damagedRows) {
         for (const QString &field : fieldsOf(row.fields))
-            fieldNames << nameOf(field);
+            m_fieldNames << nameOf(field);
     }
-    fieldNames.removeDuplicates();
-    shown = dissect(capture, fieldNames);
-    QCOMPARE(shown.size(), capture.size());
+    m_fieldNames.removeDuplicates();
+    m_shown = dissect(m_capture, m_fieldNames);
+    QCOMPARE(m_shown.size(), m_capture.size());
 }
 
 void DissectorTest::packet_data()
@@ -339,7 +340,7 @@ void DissectorTest::packet_data()
     QTest::addColumn<QByteArray>("fields");
     for (const Row &row : engineRows + applicationRows + wrongRows)
         QTest::newRow(row.name) << packetOf(row) << QByteArray(row.fields);
-    int packet = static_cast<int>(capture.size() - damagedRows.size());
+    int packet = int(m_capture.size() - damagedRows.size());
     for (const Row &row : damagedRows)
         QTest::newRow(row.name) << packet++ << QByteArray(row.fields);
 }
@@ -348,7 +349,7 @@ void DissectorTest::packet()
 {
     QFETCH(int, packet);
     QFETCH(QByteArray, fields);
-    QVERIFY2(packet < shown.size(), "the command was not sent");
+    QVERIFY2(packet < m_shown.size(), "the command was not sent");
     for (const QString &field : fieldsOf(fields))
         QCOMPARE(nameOf(field) + '=' + value(packet, nameOf(field)), field);
 }
@@ -357,13 +358,13 @@ void DissectorTest::packet()
 void DissectorTest::wholeConversation()
 {
     const int end = packetOf(wrongRows.first());
-    QVERIFY(end > 100 && end < capture.size());
+    QVERIFY(end > 100 && end < m_capture.size());
     QString command;
     for (int packet = 0; packet < end; ++packet) {
         const QString severity = value(packet, "_ws.expert.severity");
         const QByteArray where = "packet " + QByteArray::number(packet + 1) + ' '
-            + shown.at(packet).join(QLatin1Char(' ')).toUtf8();
-        if (capture.at(packet).fromBoard) {
+            + m_shown.at(packet).join(QLatin1Char(' ')).toUtf8();
+        if (m_capture.at(packet).fromBoard) {
             QVERIFY2(value(packet, "lumtar.response_to") == command, where);
         } else {
             command = QString::number(packet + 1);
@@ -382,11 +383,10 @@ void DissectorTest::anyBytes()
     QRandomGenerator random(61850);
     Capture damaged;
     while (damaged.size() < 4000) {
-        Datagram datagram = capture.at(random.bounded(static_cast<int>(capture.size())));
+        Datagram datagram = m_capture.at(random.bounded(int(m_capture.size())));
         for (int i = random.bounded(6); i > 0; --i)
-            datagram.bytes[random.bounded(static_cast<int>(datagram.bytes.size()))] =
-                static_cast<char>(random.bounded(256));
-        datagram.bytes.truncate(random.bounded(static_cast<int>(datagram.bytes.size())) + 1);
+            datagram.bytes[random.bounded(int(datagram.bytes.size()))] = char(random.bounded(256));
+        datagram.bytes.truncate(random.bounded(int(datagram.bytes.size())) + 1);
         damaged << datagram;
     }
     const QVector<QStringList> lines = dissect(damaged, {"_ws.expert.message", "_ws.col.Info"});
@@ -399,27 +399,27 @@ void DissectorTest::anyBytes()
 void DissectorTest::marks()
 {
     using namespace virtualboard;
-    const QString file = folder.filePath(QStringLiteral("bus.pcap"));
+    const QString file = m_folder.filePath(QStringLiteral("bus.pcap"));
     const StreamMark stream = {1, QStringLiteral("MU\u00fc\"01"), {QStringLiteral("Ia1"), {}}};
     const QVector<QByteArray> frames = {
         encodeMark(stream), bytes("00*12 88b5 '{\"Mark\":1}' 00*40"), encodeMark(stream).left(31)};
     const QVector<Transition> changes = {
-        {noStep, 0, Cause::Start, noChannel, 0, 0},
-        {0, 1, Cause::Time, noChannel, 1000000000, 1000000000},
-        {1, noStep, Cause::BinaryInput, 7, 1030000001, 1030250000}};
+        {kNoStep, 0, Cause::Start, kNoChannel, 0s, 0s},
+        {0, 1, Cause::Time, kNoChannel, 1s, 1s, 160ms},
+        {1, kNoStep, Cause::BinaryInput, 7, 1030000001ns, 1030250us}};
     CaptureSink sink;
-    QVERIFY2(sink.open(file), qPrintable(sink.errorString()));
+    QVERIFY(sink.open(file));
     for (const Transition &change : changes)
-        sink.note(1700000000000000001 + change.entryTime, change);
+        sink.note(WallTime(1700000000000000001ns) + change.entryTime, change);
     for (const QByteArray &frame : frames) {
         const OutgoingFrame outgoing = {reinterpret_cast<const uchar *>(frame.constData()),
-                                        static_cast<int>(frame.size()), 1};
-        sink.publish(1700000001999999999, &outgoing, 1);
+                                        int(frame.size()), 1};
+        sink.publish(WallTime(1700000001999999999ns), &outgoing, 1);
     }
-    QVERIFY2(sink.flush(), qPrintable(sink.errorString()));
+    QVERIFY(sink.flush());
     const QVector<QStringList> expected = {
         {"1700000000.000000001", "Step 0 (start) at 0.000000 s", "step", ""},
-        {"1700000001.000000001", "Step 0 -> 1 (time) at 1.000000 s", "step", ""},
+        {"1700000001.000000001", "Step 0 -> 1 (time) at 1.000000 s, 160.000 ms late", "step", ""},
         {"1700000001.030250001", "Step 1 -> end (binary input 7) at 1.030000 s", "step", ""},
         {"1700000001.999999999", "Stream MU\u00fc\\\"01", "stream", ""},
         {"1700000001.999999999", "Local Experimental Ethertype 1", "", "7b"},

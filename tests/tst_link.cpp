@@ -1,8 +1,8 @@
 // The device link: the envelope, the exchange under every misbehaviour of the board, the socket.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
 
 #include <QElapsedTimer>
 #include <QMetaMethod>
@@ -17,7 +17,7 @@
 
 using namespace testsupport;
 using virtualboard::Behaviour;
-using virtualboard::VirtualBoard;
+using virtualboard::LinkResponder;
 
 namespace {
 
@@ -32,12 +32,12 @@ public:
     explicit ScriptedPeer(const QHostAddress &address, Script script)
     {
         std::atomic<bool> ready{false};
-        thread = std::thread([this, address, script = std::move(script), &ready] {
+        m_thread = std::thread([this, address, script = std::move(script), &ready] {
             QUdpSocket socket;
             bound = socket.bind(address, 2001);
             ready = true;
             QByteArray buffer(65536, '\0');
-            while (bound && !stopping) {
+            while (bound && !m_stopping) {
                 if (!socket.waitForReadyRead(10))
                     continue;
                 QHostAddress sender;
@@ -52,8 +52,8 @@ public:
     }
     ~ScriptedPeer()
     {
-        stopping = true;
-        thread.join();
+        m_stopping = true;
+        m_thread.join();
     }
     ScriptedPeer(const ScriptedPeer &) = delete;
     ScriptedPeer &operator=(const ScriptedPeer &) = delete;
@@ -62,8 +62,8 @@ public:
     std::atomic<int> count{0}; ///< datagrams received
 
 private:
-    std::atomic<bool> stopping{false};
-    std::thread thread;
+    std::atomic<bool> m_stopping{false};
+    std::thread m_thread;
 };
 
 /// One exchange against a misbehaving board, and what came of it.
@@ -87,12 +87,17 @@ void Exchange::run(const QHostAddress &address, int port)
     std::unique_lock<std::mutex> lock(construction);
     LumtarEngine engine;
     lock.unlock();
-    VirtualBoard board(address);
+    LinkResponder board(address);
     board.setDefaultBehaviour(behaviour);
     if (!board.start() || !board.setStatus(status) || !engine.SetUdpConnect(port, address)) {
         complaint = QStringLiteral("no link");
         return;
     }
+    QVector<int> attempts;
+    QVector<EngineObserver::Exchange> ended;
+    engine.SetObserver({[&](const QByteArray &, int attempt) { attempts << attempt; },
+                        [&](const EngineObserver::Exchange &exchange) { ended << exchange; },
+                        [this](const QString &text) { complaint += text; }});
     const DebugLines caught;
     QByteArray out(1600, '\x77');
     QElapsedTimer timer;
@@ -104,9 +109,8 @@ void Exchange::run(const QHostAddress &address, int port)
     const bool failureLine =
         !lines.isEmpty() && lines.last() == QLatin1String("Send command failure");
     const auto lost = lines.filter(QLatin1String("lost data! ")).size();
-    const QByteArray expectedOut = result
-        ? status + QByteArray(1600 - static_cast<int>(status.size()), '\x77')
-        : QByteArray(1600, '\x77');
+    const QByteArray expectedOut =
+        result ? status + QByteArray(1600 - int(status.size()), '\x77') : QByteArray(1600, '\x77');
     if (result != statusResult || engine.lastResult != statusResult)
         complaint += QStringLiteral("result %1; ").arg(result);
     if (engine.expectDataReply != 0)
@@ -117,6 +121,14 @@ void Exchange::run(const QHostAddress &address, int port)
             QStringLiteral("debug lines: ") + lines.join(QLatin1Char('|')) + QStringLiteral("; ");
     if (board.receptions().size() != datagrams)
         complaint += QStringLiteral("%1 datagrams; ").arg(board.receptions().size());
+    if (attempts != QVector<int>{1, 2, 3}.mid(0, datagrams))
+        complaint += QStringLiteral("told of %1 attempts; ").arg(attempts.size());
+    using Milliseconds = std::chrono::duration<double, std::milli>;
+    if (ended.size() != 1 || ended[0].command != bytes("8c928c92 01")
+        || ended[0].succeeded != bool(statusResult) || ended[0].tries != datagrams
+        || Milliseconds(ended[0].time).count() < atLeastMs
+        || Milliseconds(ended[0].time).count() > double(elapsed + 1))
+        complaint += QStringLiteral("told of another end; ");
     if (elapsed < atLeastMs || elapsed > atLeastMs + 1400)
         complaint += QStringLiteral("%1 ms; ").arg(elapsed);
     if (out != expectedOut)
@@ -126,7 +138,7 @@ void Exchange::run(const QHostAddress &address, int port)
 QUdpSocket *occupy(QObject *parent, int port)
 {
     auto *socket = new QUdpSocket(parent);
-    socket->bind(QHostAddress::AnyIPv4, static_cast<quint16>(port), QUdpSocket::DontShareAddress);
+    socket->bind(QHostAddress::AnyIPv4, quint16(port), QUdpSocket::DontShareAddress);
     return socket;
 }
 
@@ -150,6 +162,7 @@ private slots:
     void answersTheLastSender();
     void closedLink();
     void frameSizeLimit();
+    void cancelling();
     void refusedPorts_data();
     void refusedPorts();
     void takenPort();
@@ -187,10 +200,9 @@ void TestLink::envelope()
     QByteArray actual(4096, '\0');
     QHostAddress sender;
     quint16 port = 0;
-    actual.truncate(
-        static_cast<int>(board.readDatagram(actual.data(), actual.size(), &sender, &port)));
+    actual.truncate(int(board.readDatagram(actual.data(), actual.size(), &sender, &port)));
     COMPARE_BYTES(actual, datagram);
-    QCOMPARE(static_cast<int>(port), localPort());
+    QCOMPARE(int(port), localPort());
     QVERIFY(!board.hasPendingDatagrams());
 }
 
@@ -310,11 +322,11 @@ void TestLink::dataReply()
     const DebugLines caught;
     const int result = engine.SendCommand(bytes("8c928c92 00"));
     QCOMPARE(result, offset >= 0 ? 1 : 0);
-    QCOMPARE(static_cast<int>(engine.lastResult), result);
+    QCOMPARE(int(engine.lastResult), result);
     QCOMPARE(peer.count.load(), result ? 1 : 3);
-    QCOMPARE(static_cast<int>(engine.replyOffset), result ? offset : 4321);
-    QCOMPARE(static_cast<int>(engine.replyLength), result ? length : 1234);
-    QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+    QCOMPARE(int(engine.replyOffset), result ? offset : 4321);
+    QCOMPARE(int(engine.replyLength), result ? length : 1234);
+    QCOMPARE(int(engine.expectDataReply), 0);
     if (!reply.isEmpty())
         COMPARE_BYTES(QByteArray(engine.rxBuffer, reply.size()), reply);
 
@@ -357,7 +369,7 @@ void TestLink::acknowledgement()
     engine.lastResult = result ? 0 : 1;
     const DebugLines caught;
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), result);
-    QCOMPARE(static_cast<int>(engine.lastResult), result);
+    QCOMPARE(int(engine.lastResult), result);
     QCOMPARE(peer.count.load(), result ? 1 : 3);
     QCOMPARE(caught.lines(),
              result ? QStringList() : QStringList(QStringLiteral("Send command failure")));
@@ -393,7 +405,7 @@ void TestLink::staleDatagrams()
     QUdpSocket other;
     QVERIFY(other.bind(boardAddress(1), 2001)); // never answers
     const auto push = [&](const QByteArray &datagram) {
-        other.writeDatagram(datagram, boardAddress(), static_cast<quint16>(localPort()));
+        other.writeDatagram(datagram, boardAddress(), quint16(localPort()));
     };
     push(kAcknowledgement);
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
@@ -411,24 +423,24 @@ void TestLink::staleDatagrams()
 
 void TestLink::answersTheLastSender()
 {
-    VirtualBoard second(boardAddress(1));
+    LinkResponder second(boardAddress(1));
     QVERIFY(second.start());
     QUdpSocket first;
     QVERIFY(first.bind(boardAddress(), 2001));
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
-    QCOMPARE(static_cast<int>(engine.localPort), localPort());
+    QCOMPARE(int(engine.localPort), localPort());
     QUdpSocket sender;
-    QVERIFY(sender.bind(boardAddress(1), static_cast<quint16>(localPort(1))));
-    sender.writeDatagram(kAcknowledgement, boardAddress(), static_cast<quint16>(localPort()));
+    QVERIFY(sender.bind(boardAddress(1), quint16(localPort(1))));
+    sender.writeDatagram(kAcknowledgement, boardAddress(), quint16(localPort()));
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
     QVERIFY(first.waitForReadyRead(2000));
     QCOMPARE(*engine.peerAddress, boardAddress(1));
-    QCOMPARE(static_cast<int>(engine.localPort), localPort(1));
+    QCOMPARE(int(engine.localPort), localPort(1));
 
     QCOMPARE(engine.SendCommand(bytes("8c908c90 02")), 1);
     COMPARE_BYTES(received(second), Frames{bytes("8c908c90 02 00")});
-    QCOMPARE(static_cast<int>(engine.localPort), 2001);
+    QCOMPARE(int(engine.localPort), 2001);
 }
 
 void TestLink::closedLink()
@@ -440,21 +452,21 @@ void TestLink::closedLink()
     timer.start();
     const DebugLines caught;
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 0);
-    QCOMPARE(static_cast<int>(engine.lastResult), 0);
-    QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+    QCOMPARE(int(engine.lastResult), 0);
+    QCOMPARE(int(engine.expectDataReply), 0);
     QVERIFY(QMetaObject::invokeMethod(&engine, "CommWith2001", Q_ARG(QByteArray, QByteArray("x"))));
     QCOMPARE(engine.recv2001(0), 0);
     QCOMPARE(engine.recv2001(1), 0);
     QCOMPARE(engine.StopExec(), 0);
     unsigned char out = 5;
     QCOMPARE(engine.CheckSeqExec(0, &out), 0);
-    QCOMPARE(static_cast<int>(out), 5);
+    QCOMPARE(int(out), 5);
     QVERIFY(timer.elapsed() < 1000);
 }
 
 void TestLink::frameSizeLimit()
 {
-    VirtualBoard board(boardAddress());
+    LinkResponder board(boardAddress());
     QVERIFY(board.start());
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
@@ -467,8 +479,8 @@ void TestLink::frameSizeLimit()
         timer.start();
         QCOMPARE(engine.SendCommand(largest + QByteArray(size - 1588, '\x32')), 0);
         QVERIFY(timer.elapsed() < 1000);
-        QCOMPARE(static_cast<int>(engine.lastResult), 0);
-        QCOMPARE(static_cast<int>(engine.expectDataReply), 0);
+        QCOMPARE(int(engine.lastResult), 0);
+        QCOMPARE(int(engine.expectDataReply), 0);
         QVERIFY2(isRefusal(caught.lines(), QStringLiteral("SendCommand"), QString::number(size)),
                  qPrintable(caught.lines().join(QLatin1Char('|'))));
         QMetaObject::invokeMethod(&engine, "CommWith2001",
@@ -477,6 +489,43 @@ void TestLink::frameSizeLimit()
     QCOMPARE(engine.SendCommand(largest), 1);
     QCOMPARE(engine.SendCommand(largest.left(1587)), 1);
     COMPARE_BYTES(received(board), padded({largest, largest.left(1587)}));
+}
+
+/// From another thread, while the engine waits for a silent board: nothing more is sent, whatever
+/// is called, until it may go on.
+void TestLink::cancelling()
+{
+    LinkResponder board(boardAddress());
+    board.setDefaultBehaviour({Behaviour::NoAcknowledgement});
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    int refused = 0;
+    int failed = 0;
+    engine.SetObserver({{},
+                        [&](const EngineObserver::Exchange &each) { failed += !each.succeeded; },
+                        [&](const QString &) { ++refused; }});
+    QElapsedTimer timer;
+    timer.start();
+    std::thread other([&] {
+        (void)board.waitForReceptions(1, 5000);
+        engine.Cancel();
+    });
+    engine.samplesPerCycle = 0;
+    QCOMPARE(engine.ExecSeq(), 0); // is told of
+    engine.samplesPerCycle = 80;
+    QCOMPARE(engine.ExecSeq(), 1); // whatever the single exchanges gave
+    other.join();
+    QVERIFY(timer.elapsed() < 1400);
+    QCOMPARE(board.receptions().size(), 1);
+    QCOMPARE(refused, 1);
+    QCOMPARE(failed, 5 * 18 + 1);
+
+    board.setDefaultBehaviour({});
+    QCOMPARE(engine.StopExec(), 0);
+    engine.Resume();
+    QCOMPARE(engine.StopExec(), 1);
+    QCOMPARE(board.receptions().size(), 2);
 }
 
 void TestLink::refusedPorts_data()
@@ -500,22 +549,22 @@ void TestLink::refusedPorts()
         QVERIFY(isRefusal(caught.lines(), QStringLiteral("SetUdpConnect"), QString::number(port)));
         QCOMPARE(engine.udpSocket, socket);
         QCOMPARE(engine.peerAddress, peer);
-        QCOMPARE(static_cast<int>(engine.localPort), open ? localPort() : 0);
+        QCOMPARE(int(engine.localPort), open ? localPort() : 0);
     }
     QCOMPARE(*engine.peerAddress, boardAddress());
-    QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort());
+    QCOMPARE(int(engine.udpSocket->localPort()), localPort());
 }
 
 void TestLink::takenPort()
 {
     QObject owner;
-    VirtualBoard board(boardAddress());
+    LinkResponder board(boardAddress());
     QVERIFY(board.start());
     LumtarEngine engine;
     QCOMPARE(occupy(&owner, localPort())->state(), QAbstractSocket::BoundState);
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
-    QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort(1));
-    QCOMPARE(static_cast<int>(engine.localPort), localPort()); // the one asked for
+    QCOMPARE(int(engine.udpSocket->localPort()), localPort(1));
+    QCOMPARE(int(engine.localPort), localPort()); // the one asked for
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
 
     QCOMPARE(occupy(&owner, localPort(3))->state(), QAbstractSocket::BoundState);
@@ -533,13 +582,13 @@ void TestLink::takenPort()
 
 void TestLink::reopening()
 {
-    VirtualBoard first(boardAddress()), second(boardAddress(1));
+    LinkResponder first(boardAddress()), second(boardAddress(1));
     QVERIFY(first.start() && second.start());
     LumtarEngine engine;
     for (int round = 0; round < 3; ++round) {
-        for (VirtualBoard *board : {&first, &second}) {
+        for (LinkResponder *board : {&first, &second}) {
             QCOMPARE(engine.SetUdpConnect(localPort(), board->address()), 1);
-            QCOMPARE(static_cast<int>(engine.udpSocket->localPort()), localPort());
+            QCOMPARE(int(engine.udpSocket->localPort()), localPort());
             QVERIFY(!engine.udpSocket->parent());
             QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
         }
@@ -552,16 +601,17 @@ void TestLink::reopening()
 
 void TestLink::ipv6()
 {
-    VirtualBoard board(QHostAddress(QHostAddress::LocalHostIPv6));
-    if (!board.start())
-        QSKIP(qPrintable(QLatin1String("no IPv6 loopback: ") + board.errorString()));
+    LinkResponder board((QHostAddress(QHostAddress::LocalHostIPv6)));
+    const QString failed = failure(board.start());
+    if (!failed.isEmpty())
+        QSKIP(qPrintable(QLatin1String("no IPv6 loopback: ") + failed));
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), board.address()), 1);
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);
     QCOMPARE(engine.SendCommand(bytes("8c908c90 02")), 1); // to the sender of the answer
     COMPARE_BYTES(received(board), padded({bytes("8c938c93"), bytes("8c908c90 02")}));
     // An IPv4 peer afterwards needs another family.
-    VirtualBoard other(boardAddress());
+    LinkResponder other(boardAddress());
     QVERIFY(other.start());
     QCOMPARE(engine.SetUdpConnect(localPort(), other.address()), 1);
     QCOMPARE(engine.SendCommand(bytes("8c938c93")), 1);

@@ -1,9 +1,9 @@
 // Whole test configurations against the commands that the board receives.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <lumtarengine.h>
-#include <textcodec.h>
+#include "engine/lumtarengine.h"
+#include "protocol/textcodec.h"
 
 #include <QDomDocument>
 #include <QElapsedTimer>
@@ -14,7 +14,7 @@
 #include <sys/resource.h>
 
 using namespace testsupport;
-using virtualboard::VirtualBoard;
+using virtualboard::LinkResponder;
 
 namespace {
 
@@ -103,7 +103,7 @@ QByteArray numbered(const char *literal, int number, const QVector<int> &positio
 {
     QByteArray frame = padded({bytes(literal)}).first();
     for (const int position : positions)
-        frame[position] = static_cast<char>(frame.at(position) + number);
+        frame[position] = char(frame.at(position) + number);
     return frame;
 }
 
@@ -130,7 +130,7 @@ class TestLoader : public QObject
 
 private slots:
     void initTestCase();
-    void init() { board.clear(); }
+    void init() { m_board.clear(); }
 
     void configuration_data();
     void configuration();
@@ -168,19 +168,19 @@ private:
     int load(LumtarEngine &engine, const QByteArray &content);
     int loadPath(LumtarEngine &engine, const QString &path);
 
-    VirtualBoard board{boardAddress()};
-    QTemporaryDir directory;
+    LinkResponder m_board{boardAddress()};
+    QTemporaryDir m_directory;
 };
 
 void TestLoader::initTestCase()
 {
-    QVERIFY(board.start());
-    QVERIFY(directory.isValid());
+    QVERIFY(m_board.start());
+    QVERIFY(m_directory.isValid());
 }
 
 int TestLoader::load(LumtarEngine &engine, const QByteArray &content)
 {
-    const QString path = directory.filePath(QStringLiteral("configuration.xml"));
+    const QString path = m_directory.filePath(QStringLiteral("configuration.xml"));
     return writeFile(path, content) ? loadPath(engine, path) : -1;
 }
 
@@ -263,7 +263,7 @@ void TestLoader::configuration_data()
          "61 38 80 00 81 01 00 82 00 83 00 84 08 0000000000000050 85 04 00000001 86 04 00000000"
          "87 01 00 88 01 00 89 01 00 8a 01 03 ab 0b 86 01 00 00 0000 00 00 0000 00",
          kEmptyGooseDescription},
-        goose1, 1);
+        goose1, 2); // a remark with its place, and the text of the box
 
     row("subscriptions",
         ied("<goose appid='4097' datCount='4' portIndex='1'>"
@@ -328,7 +328,7 @@ void TestLoader::configuration()
     std::fill_n(engine.lightGroup, 5, quint8(77));
     const DebugLines caught;
     QCOMPARE(load(engine, file), 1);
-    COMPARE_BYTES(received(board), expected);
+    COMPARE_BYTES(received(m_board), expected);
     QTEST(counters(engine), "counters");
     QVERIFY2(caught.lines().size() == debugLines,
              qPrintable(caught.lines().join(QLatin1Char('|'))));
@@ -341,7 +341,7 @@ void TestLoader::streamNumbers()
     QByteArray file = ied(QByteArray(kSv) + "<in_goose/>" + kSv + kGoose + "<in_smv/>");
     QCOMPARE(load(engine, file), 1);
     COMPARE_BYTES(
-        received(board),
+        received(m_board),
         Frames({numbered(kReset, 0, {}), numbered(kSvFrame, 0, {}), numbered(kSvDescription, 0, {}),
                 numbered(kEmptyGooseFrame, 0, {}), numbered(kEmptyGooseDescription, 0, {}),
                 numbered(kSvFrame, 1, {4}), numbered(kSvDescription, 1, {5, 6}),
@@ -357,7 +357,7 @@ void TestLoader::sampleRate()
     engine.samplesPerCycle = 1300;
     engine.nominalFrequency = 60; // 78000 samples per second: the low 16 bits are 12464
     QCOMPARE(load(engine, "<ied><in_smv/></ied>"), 1);
-    COMPARE_BYTES(received(board).value(2), bytes("8c908c90 04 00 00 2100 0000 b030 2e00 00"));
+    COMPARE_BYTES(received(m_board).value(2), bytes("8c908c90 04 00 00 2100 0000 b030 2e00 00"));
 }
 
 void TestLoader::offsetRecords()
@@ -385,7 +385,7 @@ void TestLoader::offsetRecords()
                    << records[stream].DataOffset[i];
         }
         QCOMPARE(actual, expected.at(stream));
-        QCOMPARE(static_cast<int>(records[stream].ChangeCount), 3);
+        QCOMPARE(int(records[stream].ChangeCount), 3);
     }
     QCOMPARE(records[3].Num, 1); // not reached by this load
 }
@@ -396,16 +396,16 @@ void TestLoader::loadAgain()
     const QByteArray full = ied(QByteArray(kSv) + kGoose
                                 + "<goose datCount='1' portIndex='1'><mapinfo Pos='1'/></goose>");
     QCOMPARE(load(engine, full), 1);
-    const Frames first = received(board);
+    const Frames first = received(m_board);
     const QString after = counters(engine);
-    board.clear();
+    m_board.clear();
     QCOMPARE(load(engine, full), 1);
-    COMPARE_BYTES(received(board), first);
+    COMPARE_BYTES(received(m_board), first);
     QCOMPARE(counters(engine), after);
 
     QCOMPARE(load(engine, "<ied/>"), 1);
     QCOMPARE(counters(engine), QLatin1String(kCountersAtStart));
-    QCOMPARE(static_cast<int>(engine.outputGooseMap[1].position), 2); // only the stream is reset
+    QCOMPARE(int(engine.outputGooseMap[1].position), 2); // only the stream is reset
 }
 
 void TestLoader::surplusStreams()
@@ -427,10 +427,10 @@ void TestLoader::surplusStreams()
                  << numbered(i < 4 ? kGooseDescription : kEmptyGooseDescription, i, {5});
     }
     expected += padded({bytes("ac12ac12 01 01 0000 0000 0100 04")});
-    COMPARE_BYTES(received(board), expected);
+    COMPARE_BYTES(received(m_board), expected);
     QCOMPARE(counters(engine),
              QStringLiteral("sv 64 goose 6 group 2 logic 1 light 2 1 1 1 1 outputs - 3:2 - 3:1"));
-    QCOMPARE(static_cast<int>(caught.lines().size()), 2 + 3);
+    QCOMPARE(int(caught.lines().size()), 2 + 3);
 }
 
 // A light port has 31 groups.
@@ -440,13 +440,13 @@ void TestLoader::surplusSubscriptions()
     const DebugLines caught;
     const QByteArray one = "<goose datCount='1' portIndex='2'><mapinfo Pos='1'/></goose>";
     QCOMPARE(load(engine, ied(one.repeated(33) + QByteArray(one).replace("'2'", "'1'"))), 1);
-    const Frames sent = received(board);
-    QCOMPARE(static_cast<int>(sent.size()), 1 + 31 + 1);
+    const Frames sent = received(m_board);
+    QCOMPARE(int(sent.size()), 1 + 31 + 1);
     COMPARE_BYTES(sent.at(31), padded({bytes("ac12ac12 1f 3f 0000 1e00 0100 04")}).first());
     COMPARE_BYTES(sent.at(32), padded({bytes("ac12ac12 20 01 0000 1f00 0100 04")}).first());
     QCOMPARE(counters(engine),
              QStringLiteral("sv 0 goose 0 group 33 logic 32 light 2 32 1 1 1 outputs - - - -"));
-    QCOMPARE(static_cast<int>(caught.lines().size()), 2);
+    QCOMPARE(int(caught.lines().size()), 2);
 }
 
 // Logic channels 0 to 255 exist.
@@ -459,21 +459,21 @@ void TestLoader::surplusLogicChannels()
             + "</goose>";
     };
     const auto sent = [](int group, int channel, int entries) {
-        return bytes("ac12ac12") + static_cast<char>(group) + static_cast<char>(group)
-            + bytes("0000") + static_cast<char>(channel) + bytes("00 2c01")
-            + bytes("44*150").left(entries / 2) + (entries % 2 ? bytes("04") : QByteArray())
+        return bytes("ac12ac12") + char(group) + char(group) + bytes("0000") + char(channel)
+            + bytes("00 2c01") + bytes("44*150").left(entries / 2)
+            + (entries % 2 ? bytes("04") : QByteArray())
             + QByteArray(150 - (entries + 1) / 2, '\0');
     };
     LumtarEngine engine;
     const DebugLines caught;
     QCOMPARE(load(engine, ied(subscription(255) + subscription(3) + subscription(2))), 1);
-    COMPARE_BYTES(received(board), frames({kReset}) + Frames({sent(1, 0, 255), sent(2, 255, 1)}));
-    QCOMPARE(static_cast<int>(engine.groupNum), 3);
-    QCOMPARE(static_cast<int>(caught.lines().size()), 2 + 2);
+    COMPARE_BYTES(received(m_board), frames({kReset}) + Frames({sent(1, 0, 255), sent(2, 255, 1)}));
+    QCOMPARE(int(engine.groupNum), 3);
+    QCOMPARE(int(caught.lines().size()), 2 + 2);
 
-    board.clear();
+    m_board.clear();
     QCOMPARE(load(engine, ied(subscription(258))), 1); // and counting begins anew
-    COMPARE_BYTES(received(board), frames({kReset}) + Frames({sent(1, 0, 256)}));
+    COMPARE_BYTES(received(m_board), frames({kReset}) + Frames({sent(1, 0, 256)}));
 }
 
 void TestLoader::refusedDatasets_data()
@@ -496,14 +496,14 @@ void TestLoader::refusedDatasets()
     const DebugLines caught;
     QCOMPARE(load(engine, ied(element + kSv + kGoose)), 1);
     const bool isSv = element.contains("in_smv");
-    COMPARE_BYTES(received(board),
+    COMPARE_BYTES(received(m_board),
                   Frames({numbered(kReset, 0, {}), numbered(kSvFrame, isSv, {4}),
                           numbered(kSvDescription, isSv, {5, 6}), numbered(kGooseFrame, !isSv, {4}),
                           numbered(kGooseDescription, !isSv, {5})}));
-    QCOMPARE(static_cast<int>(caught.lines().size()), 1);
+    QCOMPARE(int(caught.lines().size()), 1);
     if (!isSv) {
         QCOMPARE(gblGooseDataOffsetAddr[0].Num, 0);
-        board.clear();
+        m_board.clear();
         load(engine, ied(element));
         QVERIFY(counters(engine).endsWith(QLatin1String("outputs - - - -")));
     }
@@ -519,13 +519,13 @@ void TestLoader::streamsTooLargeToSend()
                   "<in_goose><goose datCount='65535'/></in_goose><in_smv/></ied>"),
              1);
     const QByteArray tail = bytes("2700 0000 a00f 3600");
-    COMPARE_BYTES(received(board),
+    COMPARE_BYTES(received(m_board),
                   Frames({numbered(kReset, 0, {}),
                           padded({bytes("8c908c90 04 00 00") + tail + bytes("ff ff*255")}).first(),
                           padded({bytes("8c908c90 04 01 01") + tail + bytes("bf ff*191")}).first(),
                           bytes("8c908c90 05 00 34 24"), numbered(kEmptySvFrame, 2, {4}),
                           numbered(kEmptySvDescription, 2, {5, 6})}));
-    QCOMPARE(static_cast<int>(caught.lines().size()), 3);
+    QCOMPARE(int(caught.lines().size()), 3);
     QCOMPARE(gblGooseDataOffsetAddr[0].Num, 65535);
 }
 
@@ -600,13 +600,13 @@ void TestLoader::directCalls()
     COMPARE_BYTES(work, numbered(kGooseDescription, 5, {5}));
     engine.SetBinMap(subscription, work);
     COMPARE_BYTES(work, bytes("ac12ac12 ff 9f 0000 0000 0100 04"));
-    COMPARE_BYTES(received(board),
+    COMPARE_BYTES(received(m_board),
                   Frames({numbered(kSvFrame, 63, {4}), numbered(kSvDescription, 63, {5, 6}),
                           numbered(kGooseFrame, 5, {4}), numbered(kGooseDescription, 5, {5}),
                           padded({work}).first()}));
     QVERIFY(engine.smvCount == 63 && engine.gooseCount == 5); // InitGPP() counts, not these
 
-    board.clear();
+    m_board.clear();
     engine.smvCount = 64;
     engine.gooseCount = 6;
     const DebugLines caught;
@@ -616,11 +616,11 @@ void TestLoader::directCalls()
     engine.smvCount = engine.gooseCount = 255;
     engine.SetSMV(sv, work);
     engine.SetGoose(goose, work);
-    QVERIFY(board.receptions().isEmpty());
-    QCOMPARE(static_cast<int>(caught.lines().size()), 5);
+    QVERIFY(m_board.receptions().isEmpty());
+    QCOMPARE(int(caught.lines().size()), 5);
     QDomElement null;
     engine.SetBinMap(null, work);
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 }
 
 void TestLoader::eventsRunOncePerElement()
@@ -628,7 +628,7 @@ void TestLoader::eventsRunOncePerElement()
     LumtarEngine engine;
     QVector<int> seen;
     std::function<void()> event = [&] {
-        seen += static_cast<int>(board.receptions().size());
+        seen += int(m_board.receptions().size());
         QMetaObject::invokeMethod(this, event, Qt::QueuedConnection);
     };
     QMetaObject::invokeMethod(this, event, Qt::QueuedConnection);
@@ -669,14 +669,14 @@ void TestLoader::refusedFiles()
     const DebugLines caught;
     QCOMPARE(load(engine, file), 0);
     QCOMPARE(counters(engine), before);
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 }
 
 void TestLoader::refusedPaths_data()
 {
     QTest::addColumn<QByteArray>("path");
-    QTest::newRow("missing") << directory.filePath(QStringLiteral("missing.xml")).toLatin1();
-    QTest::newRow("directory") << directory.path().toLatin1();
+    QTest::newRow("missing") << m_directory.filePath(QStringLiteral("missing.xml")).toLatin1();
+    QTest::newRow("directory") << m_directory.path().toLatin1();
     QTest::newRow("empty") << QByteArray("");
     QTest::newRow("null") << QByteArray();
     QTest::newRow("endless") << QByteArray("/dev/zero");
@@ -695,7 +695,7 @@ void TestLoader::refusedPaths()
     QCOMPARE(engine.InitGPP(path.isNull() ? nullptr : path.data()), 0);
     QVERIFY(timer.elapsed() < 10000);
     QCOMPARE(counters(engine), before);
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 }
 
 // Each of these would take more than a gigabyte when expanded.
@@ -741,7 +741,7 @@ void TestLoader::expandingEntities()
     QVERIFY(timer.elapsed() < 5000);
     QVERIFY2(peakMemoryMiB() - before < 300, qPrintable(QString::number(peakMemoryMiB() - before)));
     QCOMPARE(result, 0);
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 }
 
 void TestLoader::deepNesting_data()
@@ -771,11 +771,11 @@ void TestLoader::deepNesting()
     timer.start();
     QCOMPARE(load(engine, start + end), 0);
     QVERIFY(timer.elapsed() < 10000);
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 
     QCOMPARE(load(engine, ied(QByteArray("<a>").repeated(50) + QByteArray("</a>").repeated(50))),
              1);
-    COMPARE_BYTES(received(board), frames({kReset}));
+    COMPARE_BYTES(received(m_board), frames({kReset}));
 }
 
 // Half a megabyte in one tag must not keep the application waiting.
@@ -812,8 +812,8 @@ void TestLoader::encodings_data()
     };
     const auto encoded = [](const char *codec, const QString &content) {
         QTextCodec::ConverterState state(QTextCodec::IgnoreHeader); // no byte order mark
-        return QTextCodec::codecForName(codec)->fromUnicode(
-            content.constData(), static_cast<int>(content.size()), &state);
+        return QTextCodec::codecForName(codec)->fromUnicode(content.constData(),
+                                                            int(content.size()), &state);
     };
     QTest::newRow("UTF-8 by default") << text.toUtf8();
     QTest::newRow("UTF-8 with a byte order mark") << "\xef\xbb\xbf" + text.toUtf8();
@@ -832,7 +832,7 @@ void TestLoader::encodings()
     LumtarEngine engine;
     QCOMPARE(load(engine, file), 1);
     COMPARE_BYTES(
-        received(board).value(1),
+        received(m_board).value(1),
         padded({bytes("8c918c91 00 1d00 3200 ff*6 8100 0000 88ba 0000 0026 0000 0000"
                       "60 1c 80 01 01 a2 17 30 15 80 04 b1a3bba4 82 02 0000 83 04 00000000"
                       "85 01 01 87 00")})
@@ -841,21 +841,21 @@ void TestLoader::encodings()
 
 void TestLoader::pathInGbk()
 {
-    const QString path = directory.filePath(QString::fromUtf8("线路保护.xml"));
+    const QString path = m_directory.filePath(QString::fromUtf8("线路保护.xml"));
     QVERIFY(writeFile(path, "<ied/>"));
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
-    QByteArray gbk = directory.path().toLatin1() + "/\xcf\xdf\xc2\xb7\xb1\xa3\xbb\xa4.xml";
+    QByteArray gbk = m_directory.path().toLatin1() + "/\xcf\xdf\xc2\xb7\xb1\xa3\xbb\xa4.xml";
     QCOMPARE(engine.InitGPP(gbk.data()), 1);
     QByteArray utf8 = path.toUtf8();
     QCOMPARE(engine.InitGPP(utf8.data()), 0);
-    COMPARE_BYTES(received(board), frames({kReset}));
+    COMPARE_BYTES(received(m_board), frames({kReset}));
 }
 
 void TestLoader::withoutLink()
 {
     LumtarEngine engine;
-    const QString path = directory.filePath(QStringLiteral("configuration.xml"));
+    const QString path = m_directory.filePath(QStringLiteral("configuration.xml"));
     QVERIFY(writeFile(path, ied(QByteArray(kSv) + kGoose)));
     const DebugLines caught;
     QElapsedTimer timer;

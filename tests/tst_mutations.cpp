@@ -1,11 +1,11 @@
 // Damaged and senseless commands: the playing board reports them, plays what is left, and touches
 // nothing that is not its own (the sanitizers look).
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <envelope.h>
-#include <player.h>
-#include <testprogram.h>
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
+#include "virtualboard/wire/envelope.h"
 
 #include <QDebug>
 #include <QTest>
@@ -64,7 +64,7 @@ struct Counting : FrameSink
     int frames = 0, wrong = 0, ends = 0;
     quint64 sum = 0;
 
-    void publish(qint64, const OutgoingFrame *sent, int count) override
+    void publish(WallTime, const OutgoingFrame *sent, int count) override
     {
         for (frames += count; count-- > 0; ++sent) {
             wrong += sent->size < 26 || sent->size > 1518 || sent->port < 1 || sent->port > 8;
@@ -72,7 +72,7 @@ struct Counting : FrameSink
                 sum += sent->bytes[i];
         }
     }
-    void note(qint64, const Transition &change) override { ends += change.entered == noStep; }
+    void note(WallTime, const Transition &change) override { ends += change.entered == kNoStep; }
 };
 
 /// What a program would publish and play.
@@ -81,13 +81,13 @@ QString contents(const TestProgram &program)
     QString result;
     QDebug out(&result);
     out << program.sampleInterval();
-    for (const SvStream &each : program.svStreams())
+    for (const PlayedSv &each : program.svStreams())
         out << each.number << each.frame << each.channelKinds << each.smpCntMax;
-    for (const GooseStream &each : program.gooseStreams())
+    for (const PlayedGoose &each : program.gooseStreams())
         out << each.number << each.frame << each.tOffset << each.items[1].size();
-    for (const Subscription &each : program.subscriptions())
+    for (const SubscriptionCommand &each : program.subscriptions())
         out << each.group << each.appId << each.mappedPositions;
-    for (int i = 0; i < stepLimit && program.step(i); ++i)
+    for (int i = 0; i < kStepLimit && program.step(i); ++i)
         out << program.step(i)->milliseconds << program.step(i)->waves[8].amplitude;
     return result;
 }
@@ -95,15 +95,15 @@ QString contents(const TestProgram &program)
 /// Whether the command names something that the board does not have, or no number.
 bool isOutOfRange(const Command &command)
 {
-    if (const auto *const signal = std::get_if<ChannelSignal>(&command))
-        return signal->step >= stepLimit || signal->channel >= analogChannels
+    if (const auto *const signal = std::get_if<ChannelSignalCommand>(&command))
+        return signal->step >= kStepLimit || signal->channel >= kAnalogChannels
             || !std::isfinite(signal->amplitude) || !std::isfinite(signal->frequency)
             || !std::isfinite(signal->phase) || !std::isfinite(signal->scaleFactor)
             || !std::isfinite(signal->phaseJump.value_or(0)) || std::abs(signal->scaleFactor) <= 0;
-    if (const auto *const control = std::get_if<GooseControl>(&command))
-        return control->step >= stepLimit || control->group >= streamLimit;
-    const auto *const condition = std::get_if<StepCondition>(&command);
-    return condition && condition->step >= stepLimit;
+    if (const auto *const control = std::get_if<GooseControlCommand>(&command))
+        return control->step >= kStepLimit || control->group >= kStreamLimit;
+    const auto *const condition = std::get_if<StepConditionCommand>(&command);
+    return condition && condition->step >= kStepLimit;
 }
 
 } // namespace
@@ -118,12 +118,12 @@ private slots:
 private:
     void mutate(QByteArray &bytes);
     void play(const TestProgram &program);
-    int below(int limit) { return int(random() % unsigned(limit)); }
+    int below(int limit) { return int(m_random() % unsigned(limit)); }
     const QByteArray &any() { return kValid[below(int(kValid.size()))]; }
 
-    std::mt19937 random{20261123}; // NOLINT: the same in every run, on purpose
-    int played = 0, ended = 0, frames = 0;
-    quint64 sum = 0;
+    std::mt19937 m_random{20261123}; // NOLINT: the same in every run, on purpose
+    int m_played = 0, m_ended = 0, m_frames = 0;
+    quint64 m_sum = 0;
 };
 
 void TestMutations::mutate(QByteArray &bytes)
@@ -143,29 +143,29 @@ void TestMutations::mutate(QByteArray &bytes)
 
 void TestMutations::play(const TestProgram &program)
 {
-    Player player(program, 0, {quint64(below(2))});
+    Player player(program, WallTime(), {quint64(below(2))});
     Counting sink;
-    qint64 last = 0; // of the last input
+    WallTime last; // input
     for (int i = 0; i < 300; ++i) {
         while (below(2) == 0) {
-            last += below(int(player.nextInstant() - last) + 1);
+            last += Duration(below(int((player.nextInstant() - last).count()) + 1));
             const int channel = below(9) == 0 ? 0xffff : below(5);
-            player.input({last, InputEvent::Kind(below(3)), quint16(channel)});
+            player.input({last, InputKind(below(3)), quint16(channel)});
         }
         if (below(1000) == 0)
             player.stop(Cause::Limit);
         const int before = sink.frames;
         player.play(sink);
-        QVERIFY(player.changeCount() <= Player::maximumChanges);
+        QVERIFY(player.changeCount() <= Player::kMaximumChanges);
         QVERIFY(!player.hasEnded() || sink.frames == before);
     }
     QCOMPARE(sink.wrong, 0);
     QCOMPARE(sink.ends, player.hasEnded() ? 1 : 0);
     QCOMPARE(player.status().framesSent, quint64(sink.frames));
-    ++played;
-    ended += sink.ends;
-    frames += sink.frames;
-    sum += sink.sum;
+    ++m_played;
+    m_ended += sink.ends;
+    m_frames += sink.frames;
+    m_sum += sink.sum;
 }
 
 void TestMutations::hostileCommands()
@@ -195,15 +195,16 @@ void TestMutations::hostileCommands()
             ++refused;
             QVERIFY2(!reports.isEmpty(), envelope.frame.toHex().constData());
             // The faults of a template are those of its stream, which is replaced all the same.
-            if (compared && !std::holds_alternative<FrameTemplate>(decoded.command))
+            if (compared && !std::holds_alternative<FrameTemplateCommand>(decoded.command))
                 QVERIFY2(contents(program) == before, envelope.frame.toHex().constData());
         }
         if (i % 200 == 199 && program.whyNotPlayable().isEmpty())
             play(program);
     }
     // Otherwise the mutations are too strong or too weak to try anything.
-    QVERIFY(refused > 25000 && refused < 75000 && played > 100 && ended > 10 && ended < played);
-    QVERIFY(frames > 10000 && sum > 0);
+    QVERIFY(refused > 25000 && refused < 75000 && m_played > 100 && m_ended > 10
+            && m_ended < m_played);
+    QVERIFY(m_frames > 10000 && m_sum > 0);
 }
 
 QTEST_GUILESS_MAIN(TestMutations)

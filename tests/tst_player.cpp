@@ -1,9 +1,9 @@
 // What the playing board publishes, and when, for commands that are built by hand here.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <player.h>
-#include <testprogram.h>
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <QTest>
 #include <QtEndian>
@@ -22,7 +22,7 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 constexpr float kInfinity = std::numeric_limits<float>::infinity();
-constexpr qint64 kStart = 1767225600123456789; // ns; a fraction that rounding down must shorten
+constexpr WallTime kStart{1767225600123456789ns}; // a fraction that rounding down must shorten
 
 const auto byte = [](int n) { return QByteArray(1, char(n)); };
 const auto le16 = [](int n) { return byte(n) + byte(n >> 8); };
@@ -141,11 +141,11 @@ struct Board
     }
 };
 
-const auto milliseconds = [](qint64 ns) { return QString::number(double(ns) / 1e6); };
+const auto milliseconds = [](Duration time) { return QString::number(double(time.count()) / 1e6); };
 
 struct Sent
 {
-    qint64 time; ///< ns since the start
+    Duration time; ///< since the start
     int port;
     QByteArray bytes;
 
@@ -157,7 +157,8 @@ struct Sent
     {
         QByteArray t = bytes.mid(tAt, 8).toHex();
         for (int ms = 0; ms < 10; ++ms) {
-            const qint64 at = kStart + ms * 1000000, second = 1000000000;
+            constexpr qint64 second = 1000000000;
+            const qint64 at = (kStart + ms * 1ms).time_since_epoch().count();
             const auto wire = quint64(at / second << 24 | (at % second << 24) / second);
             if (bytes.mid(tAt, 8) == be(wire, 7) + byte(0x2a))
                 t = QByteArray::number(ms);
@@ -197,27 +198,27 @@ public:
 private:
     bool happens(const QStringList &input, Player &player) const
     {
-        const qint64 time = kStart + qRound64(input[0].toDouble() * 1e6);
+        const WallTime time = kStart + Duration(qRound64(input[0].toDouble() * 1e6));
         const QString event = input[1];
         if (time <= m_instant && event == "S")
             player.stop(Cause::Stop);
         else if (time <= m_instant)
             player.input({time,
-                          event[0] == 'T'       ? InputEvent::Trigger
-                              : event[0] == '+' ? InputEvent::ChannelOn
-                                                : InputEvent::ChannelOff,
+                          event[0] == 'T'       ? InputKind::Trigger
+                              : event[0] == '+' ? InputKind::ChannelOn
+                                                : InputKind::ChannelOff,
                           quint16(event.mid(1).toInt())});
         return time <= m_instant;
     }
-    void publish(qint64 time, const OutgoingFrame *frames, int count) override
+    void publish(WallTime time, const OutgoingFrame *frames, int count) override
     {
         for (int i = 0; i < count; ++i) {
             const QByteArray frame(reinterpret_cast<const char *>(frames[i].bytes), frames[i].size);
             (frame.mid(16, 2) == bytes("88ba") ? sv : goose)
-                << Sent{time == m_instant ? time - kStart : -1, frames[i].port, frame};
+                << Sent{time == m_instant ? time - kStart : Duration(-1), frames[i].port, frame};
         }
     }
-    void note(qint64 time, const Transition &change) override
+    void note(WallTime time, const Transition &change) override
     {
         static const char *const causes[] = {"start", "time", "trigger", "input",
                                              "stop",  "ring", "limit"};
@@ -225,13 +226,13 @@ private:
             return n == none ? QString() : QString::number(n);
         };
         const bool right = time == m_instant && time == kStart + change.entryTime;
-        changes << number(change.left, noStep) + '>' + number(change.entered, noStep) + ' '
-                + causes[int(change.cause)] + number(change.channel, noChannel) + ' '
+        changes << number(change.left, kNoStep) + '>' + number(change.entered, kNoStep) + ' '
+                + causes[int(change.cause)] + number(change.channel, kNoChannel) + ' '
                 + milliseconds(change.causeTime) + '/'
                 + (right ? milliseconds(change.entryTime) : QString("wrong time"));
     }
 
-    qint64 m_instant = 0;
+    WallTime m_instant;
 };
 
 /// The value in counts before it is rounded.
@@ -353,7 +354,7 @@ private slots:
         QCOMPARE(int(played.sv.size()), 20);
         for (int i = 0; i < 20; ++i) {
             const Sent &sent = played.sv[i];
-            QCOMPARE(sent.time, qint64(i / 2 * 250000));
+            QCOMPARE(sent.time, Duration(i / 2 * 250us));
             QCOMPARE(sent.smpCnt(), i / 2 + (sent.port == 8 ? 0 : 7));
             QCOMPARE(sent.port, 11 - played.sv[i ^ 1].port);
         }
@@ -428,7 +429,7 @@ private slots:
 
     void rounding()
     {
-        constexpr int most = std::numeric_limits<int>::max(), least = -most - 1;
+        constexpr int kMost = std::numeric_limits<int>::max(), kLeast = -kMost - 1;
         struct Case
         {
             float amplitude, scale, phase;
@@ -437,8 +438,8 @@ private slots:
         for (const Case &of :
              {Case{0.5F, 1, 90, 1}, Case{0.5F, 1, -90, -1}, Case{2.5F, 1, 90, 3},
               Case{0.4999F, 1, 90, 0}, Case{2.5F, -1, 90, -3}, Case{2147483520, 1, 90, 2147483520},
-              Case{2147483648.0F, 1, 90, most}, Case{1e30F, 1, -90, least},
-              Case{3e38F, 1e-38F, 90, most}, Case{3e38F, 1e-38F, 0, 0}}) {
+              Case{2147483648.0F, 1, 90, kMost}, Case{1e30F, 1, -90, kLeast},
+              Case{3e38F, 1e-38F, 90, kMost}, Case{3e38F, 1e-38F, 0, 0}}) {
             const Commands wave = {signal(0, 0, of.amplitude, 0, of.phase, of.scale)};
             QCOMPARE(Recording(svStream + endless + wave, 3).sv[2].value(0), of.value);
         }
@@ -462,14 +463,15 @@ private slots:
                                               signal(1, 0, 2000, 49, -60)},
                                470);
         // Entries at multiples of 78 us, not before 10, then 5, then 7 ms have passed.
-        const qint64 entries[] = {0, 10062000, 15132000, 22152000, 32214000, 37284000};
+        const Duration entries[] = {0us, 10062us, 15132us, 22152us, 32214us, 37284us};
         const double waves[3][2][3] = {{{1000, 50, 40}, {500, 60, 10}}, {{2000, 49, -60}}, {}};
         int step = 0;
         for (const Sent &sent : played.sv) {
             step += sent.time >= entries[step + 1] ? 1 : 0;
             for (int channel = 0; channel < 2; ++channel) {
                 const double *wave = waves[step % 3][channel];
-                const double since = double(sent.time - entries[step]) * 1e-9;
+                const double since =
+                    std::chrono::duration<double>(sent.time - entries[step]).count();
                 QVERIFY(std::abs(sent.value(channel) - sine(wave[0], wave[1], wave[2], since))
                         < 0.51);
             }
@@ -615,9 +617,9 @@ private slots:
         QFETCH(QString, steps);
         QFETCH(QString, inputs);
         QFETCH(QString, changes);
-        constexpr int instants = 1000;
+        constexpr int kInstants = 1000;
         const Recording played(svStream + stepCommands(interval, steps) + Commands{allInputs},
-                               instants, inputs);
+                               kInstants, inputs);
         QStringList wanted = QStringLiteral(">0 start 0/0, %1").arg(changes).split(", ");
         wanted.removeAll(QString());
         QCOMPARE(played.changes, wanted);
@@ -626,7 +628,7 @@ private slots:
         const bool ended = last.contains("> ");
         // No frame at the instant at which the sequence ended.
         const double end = last.section('/', 1).toDouble() * 1000 / interval;
-        QCOMPARE(int(played.sv.size()), ended ? qRound(end) : instants);
+        QCOMPARE(int(played.sv.size()), ended ? qRound(end) : kInstants);
         QCOMPARE(played.status.state == PlayState::Running, !ended);
         if (last.contains("> time") || last.contains("> stop"))
             QCOMPARE(played.status.state == PlayState::Stopped, last.contains("stop"));

@@ -1,9 +1,13 @@
-// lumtarctl plot: what stands in the picture, and where; what is refused.
+// Pictures of captures: what stands in them, and where; what is refused, by the workbench and by
+// lumtarctl.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <capturefile.h>
-#include <capturemarks.h>
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/capture/capturemarks.h"
+#include "workbench/plotpicture.h"
+#include "workbench/plotscript.h"
+#include "workbench/sequencefile.h"
 
 #include <QPointF>
 #include <QProcess>
@@ -17,6 +21,7 @@
 
 using namespace testsupport;
 using namespace virtualboard;
+using namespace workbench;
 
 namespace {
 
@@ -109,11 +114,15 @@ private slots:
     void drawsValuesInPlace();
     void saysWhatHappened_data();
     void saysWhatHappened();
-    void writesPng();
-    void refuses_data();
-    void refuses();
+    void findsNothingToDraw_data();
+    void findsNothingToDraw();
+    void writesPictures();
+    void refusesArguments_data();
+    void refusesArguments();
 
 private:
+    workbench::Expected<QByteArray> draw(const QString &order,
+                                         PlotFormat format = PlotFormat::Svg) const;
     void plot(const QString &arguments, const QString &path = qEnvironmentVariable("PATH"));
     [[nodiscard]] QString file(const char *name) const
     {
@@ -139,6 +148,36 @@ void TestPlot::plot(const QString &arguments, const QString &path)
     m_errors = QString::fromLocal8Bit(process.readAllStandardError());
 }
 
+/// The picture for "CAPTURE STREAM FROM TO" with "-" for what is left to the workbench.
+workbench::Expected<QByteArray> TestPlot::draw(const QString &order, PlotFormat format) const
+{
+    constexpr double kCycle = 0.02;
+    const QStringList words = order.split(QLatin1Char(' '));
+    const auto time = [&words](int i) {
+        return words[i] == QLatin1String("-") ? std::nullopt
+                                              : std::make_optional(words[i].toDouble());
+    };
+    const bool all = words.contains(QLatin1String("all"));
+    const PlotRange range = all ? PlotRange{{}, {}, true} : PlotRange{time(2), time(3)};
+    const QString path = m_directory.filePath(words[0]);
+    const workbench::Expected<PlotOutline> outline = readOutline(path);
+    if (!outline)
+        return tl::unexpected<Failure>(outline.error());
+    const workbench::Expected<Sequence> sequence = readSequence(file("sequence.json"));
+    const workbench::Expected<int> stream =
+        words[1] == QLatin1String("-") ? 0 : outline->streams.named(words[1]);
+    if (!stream)
+        return tl::unexpected<Failure>(stream.error());
+    return windowOf(range, *outline, kCycle)
+        .and_then([&](const PlotWindow &window) {
+            return readPlotData(path, *outline, *stream, window, kCycle);
+        })
+        .and_then([&](const PlotData &data) {
+            return drawPicture(*findGnuplot(),
+                               plotScript(data, format, words[0], sequence->names().mid(0, 2)));
+        });
+}
+
 QByteArray TestPlot::content(const char *name) const
 {
     QFile in(file(name));
@@ -148,34 +187,34 @@ QByteArray TestPlot::content(const char *name) const
 /// 4 s: 1 s of step 0, 30.2 ms of step 1, then step 2 until the end. The sines are in phase at 0 s.
 void TestPlot::initTestCase()
 {
-    constexpr qint64 kStart = 1795392000000000000;
-    constexpr qint64 kInterval = 250000; // ns
+    constexpr WallTime kStart{1795392000s};
+    constexpr Duration kInterval = 250us;
     CaptureSink marked;
     CaptureSink bare;
     QVERIFY(marked.open(file("marked.pcap")) && bare.open(file("bare.pcap")));
-    const auto add = [](CaptureSink &sink, qint64 time, const QByteArray &packet) {
+    const auto add = [kStart](CaptureSink &sink, Duration time, const QByteArray &packet) {
         const OutgoingFrame out{reinterpret_cast<const uchar *>(packet.constData()),
                                 int(packet.size()), 1};
         sink.publish(kStart + time, &out, 1);
     };
-    std::array<float, analogChannels> scale = {};
+    std::array<float, kAnalogChannels> scale = {};
     std::fill_n(scale.begin(), 8, 0.001f);
     std::fill_n(scale.begin() + 8, 8, 10.0f);
-    const QVector<Transition> changes = {{noStep, 0, Cause::Start, noChannel, 0, 0},
-                                         {0, 1, Cause::Time, noChannel, 1000000000, 1000000000},
-                                         {1, 2, Cause::BinaryInput, 7, 1030200000, 1030250000}};
-    add(marked, 0,
+    const QVector<Transition> changes = {{kNoStep, 0, Cause::Start, kNoChannel, 0s, 0s},
+                                         {0, 1, Cause::Time, kNoChannel, 1s, 1s},
+                                         {1, 2, Cause::BinaryInput, 7, 1030200us, 1030250us}};
+    add(marked, 0s,
         encodeMark(StreamMark{0x4001,
                               QStringLiteral("MU01"),
                               {QString(), QStringLiteral("Ia1"), QStringLiteral("Ia2"),
                                QStringLiteral("Ib1"), QStringLiteral("Va1")}}));
     for (int i = 0; i <= 16000; ++i) {
-        const qint64 time = i * kInterval;
+        const Duration time = i * kInterval;
         for (const Transition &change : changes) {
             if (change.entryTime == time)
                 add(marked, time, encodeMark(StepMark{change, scale}));
         }
-        const double sine = std::sin(2 * kPi * 50 * double(time) / 1e9);
+        const double sine = std::sin(2 * kPi * 50 * std::chrono::duration<double>(time).count());
         const QByteArray sv = svFrame(0x4001, {750, 10000 * sine, 10000 * sine, 0, 8000 * sine});
         add(marked, time, sv);
         if (i <= 400)
@@ -183,7 +222,7 @@ void TestPlot::initTestCase()
         if (i % 4 == 0)
             add(marked, time, svFrame(0x4002, {1}));
         if (i % 100 == 0)
-            add(marked, time, gooseFrame(time > 1000000000 ? 2 : 1, time > 1000000000, true));
+            add(marked, time, gooseFrame(time > 1s ? 2 : 1, time > 1s, true));
     }
     QVERIFY(marked.flush() && bare.flush());
     QVERIFY(writeFile(file("cut.pcap"), content("bare.pcap").chopped(7)));
@@ -194,23 +233,23 @@ void TestPlot::initTestCase()
 
 void TestPlot::drawsValuesInPlace_data()
 {
-    // what is drawn | options | curve | tics of both axes | its largest value | time of that
+    // what is drawn | order | curve | tics of both axes | its largest value | time of that
     addRows(R"(
-        all samples     | marked.pcap --from 0 --to 0.1    | Ia1, Ia2   | 0.02 0.08 -10 10       | 10    | 0.005
-        in thousands    | marked.pcap --from 0.1 --to 0.2  | Va1        | 0.12 0.18 -40 40       | 80    | 0.105
-        reduced         | marked.pcap --from 2 --to 2.99   | Ia1, Ia2   | 2.2 2.8 -10 10         | 10    | 2.005
-        envelope        | marked.pcap --all                | Ia1, Ia2   | 1 3 -10 10             | 10    | 0
-        around the trip | marked.pcap                      | Ia1, Ia2   | 0.95 1.1 -10 10        | 10    | 0.925
-        without marks   | bare.pcap                        | entry 2, 3 | 0.02 0.08 -10000 10000 | 10000 | 0.005
+        all samples     | marked.pcap 0x4001 0 0.1   | Ia1, Ia2   | 0.02 0.08 -10 10       | 10    | 0.005
+        in thousands    | marked.pcap 0x4001 0.1 0.2 | Va1        | 0.12 0.18 -40 40       | 80    | 0.105
+        reduced         | marked.pcap 0x4001 2 2.99  | Ia1, Ia2   | 2.2 2.8 -10 10         | 10    | 2.005
+        envelope        | marked.pcap 0x4001 all     | Ia1, Ia2   | 1 3 -10 10             | 10    | 0
+        around the trip | marked.pcap 0x4001 - -     | Ia1, Ia2   | 0.95 1.1 -10 10        | 10    | 0.925
+        without marks   | bare.pcap 0x4001 - -       | entry 2, 3 | 0.02 0.08 -10000 10000 | 10000 | 0.005
         )");
 }
 
 void TestPlot::drawsValuesInPlace()
 {
     QFETCH(QStringList, row);
-    plot(row[1] + QStringLiteral(" -o picture.svg --stream 0x4001"));
-    QCOMPARE(m_errors, QString());
-    const Svg svg(content("picture.svg"));
+    const workbench::Expected<QByteArray> picture = draw(row[1]);
+    QVERIFY2(picture, picture ? "" : qPrintable(picture.error().message));
+    const Svg svg(*picture);
     QVERIFY(svg.isWellFormed);
     const QStringList tics = row[3].split(QLatin1Char(' '));
     for (const QString &tic : tics)
@@ -234,35 +273,67 @@ void TestPlot::drawsValuesInPlace()
 
 void TestPlot::saysWhatHappened_data()
 {
-    // options | texts
+    // order | texts
     addRows(R"(
-        marked.pcap --stream 16385 --sequence sequence.json | marked.pcap: MU01 (APPID 0x4001) | 0 s = 2026-11-23 00:00:00.000 UTC | 0 prefault | 1 fault | 2 trip | trip: channel 7, 30.2 ms after entry | voltage (kV) | current (A) | zero: Ib1 | Bay '1 | stNum 1 | stNum 2 | entry 1, boolean | entry 2, double point | time since the start of the sequence (s)
-        marked.pcap --stream 0x4001 | step 0 | step 1 | step 2 | binary input: channel 7, 30.2 ms after entry
-        marked.pcap --stream 0x4001 --all | step 0 | step 2 | time since the start of the sequence (s); envelopes: smallest and largest value of every 25 ms
-        marked.pcap --stream 0x4002 --to 1 | marked.pcap: MU01 (APPID 0x4002) | value (counts) | entry 1 | step 0
-        cut.pcap | value (counts) | zero: entry 4 | time since the first packet (s)
+        marked.pcap 16385 - - | 0 s = 2026-11-23 00:00:00.000 UTC | 0 prefault | 1 fault | step 2 | binary input: channel 7, 30.200 ms after entry | voltage (kV) | current (A) | zero: Ib1 | Bay '1 | stNum 1 | stNum 2 | entry 1, boolean | entry 2, double point | time since the start of the sequence (s)
+        marked.pcap 0x4001 all | 0 prefault | step 2 | time since the start of the sequence (s); envelopes: smallest and largest value of every 25 ms
+        marked.pcap 0x4002 - 1 | value (counts) | entry 1 | 0 prefault
+        cut.pcap - - - | value (counts) | zero: entry 4 | time since the first packet (s)
         )");
 }
 
 void TestPlot::saysWhatHappened()
 {
     QFETCH(QStringList, row);
-    plot(row.takeFirst() + QStringLiteral(" -o picture.svg"));
-    QCOMPARE(m_exitStatus, 0);
-    const QStringList texts = Svg(content("picture.svg")).texts.keys();
+    const workbench::Expected<QByteArray> picture = draw(row.takeFirst());
+    QVERIFY2(picture, picture ? "" : qPrintable(picture.error().message));
+    const QStringList texts = Svg(*picture).texts.keys();
     for (const QString &text : row)
         QVERIFY2(texts.contains(text), qPrintable(text + texts.join(QLatin1Char('|'))));
 }
 
-void TestPlot::writesPng()
+void TestPlot::findsNothingToDraw_data()
 {
-    plot(QStringLiteral("marked.pcap -o picture.png"));
-    QCOMPARE(m_exitStatus, 0);
-    COMPARE_BYTES(content("picture.png").left(20),
-                  bytes("89'PNG'0d0a1a0a 0000000d'IHDR' 00000960")); // 2400 pixels wide
+    // order | part of the message
+    addRows(R"(
+        nowhere.pcap - - -              | nowhere.pcap: No such file
+        text.pcap - - -                 | text.pcap: unknown file format
+        no.pcap - - -                   | no.pcap: there are no sampled values in it
+        marked.pcap MU02 - -            | "MU02" names 0 streams of the capture; it has MU01 (AP
+        marked.pcap MU01 - -            | names 2 streams of the capture; it has MU01 (AP
+        marked.pcap - 5 -               | the capture reaches from 0 s to 4 s
+        marked.pcap - - -1              | the capture reaches from 0 s to 4 s
+        marked.pcap - 1.0001 1.0002     | no samples from 1.0001 s to 1.0002 s of MU01
+        )");
 }
 
-void TestPlot::refuses_data()
+void TestPlot::findsNothingToDraw()
+{
+    QFETCH(QStringList, row);
+    const workbench::Expected<QByteArray> picture = draw(row[0]);
+    QVERIFY(!picture && picture.error().kind == Failure::Input);
+    QVERIFY2(picture.error().message.contains(row[1]), qPrintable(picture.error().message));
+}
+
+/// The program itself.
+void TestPlot::writesPictures()
+{
+    plot(QStringLiteral("marked.pcap -o p.png --from 1 --to 2 --stream 0x4001"));
+    QCOMPARE(m_errors, QString());
+    QCOMPARE(m_exitStatus, 0);
+    COMPARE_BYTES(content("p.png").left(20),
+                  bytes("89'PNG'0d0a1a0a 0000000d'IHDR' 00000960")); // 2400 pixels wide
+    QVERIFY(QFile::remove(file("p.png")));
+    plot(QStringLiteral("cut.pcap -o p.svg --sequence sequence.json"));
+    QVERIFY2(m_errors.contains(QLatin1String("; what comes before it is drawn")),
+             qPrintable(m_errors));
+    QCOMPARE(m_exitStatus, 0);
+    const Svg svg(content("p.svg"));
+    QVERIFY(svg.texts.contains(QStringLiteral("cut.pcap: MU01 (APPID 0x4001)")));
+    QVERIFY(QFile::remove(file("p.svg")));
+}
+
+void TestPlot::refusesArguments_data()
 {
     // arguments | part of the message
     addRows(R"(
@@ -270,24 +341,18 @@ void TestPlot::refuses_data()
         marked.pcap                                      | plot needs --output
         marked.pcap -o p.jpg                             | --output "p.jpg" does not end with .svg or .png
         marked.pcap -o nowhere/p.svg                     | nowhere/p.svg: No such file
-        nowhere.pcap -o p.svg                            | nowhere.pcap: No such file
-        text.pcap -o p.svg                               | text.pcap: unknown file format
-        no.pcap -o p.svg                                 | no.pcap: there are no sampled values in it
-        marked.pcap -o p.svg --stream MU02               | "MU02" names 0 streams of the capture; it has
-        marked.pcap -o p.svg --stream MU01               | names 2 streams of the capture; it has MU01 (AP
+        marked.pcap -o p.svg --stream MU01               | --stream "MU01" names 2 streams
         marked.pcap -o p.svg --from x                    | --from "x" is no number of seconds
         marked.pcap -o p.svg --to nan                    | --to "nan" is no number of seconds
         marked.pcap -o p.svg --from 2 --to 2             | --from 2 is not before --to 2
         marked.pcap -o p.svg --from 5                    | the capture reaches from 0 s to 4 s
-        marked.pcap -o p.svg --to -1                     | the capture reaches from 0 s to 4 s
-        marked.pcap -o p.svg --from 1.0001 --to 1.0002   | no samples from 1.0001 s to 1.0002 s of MU01
         marked.pcap -o p.svg --from 1 --all              | --all goes without --from and --to
         marked.pcap -o p.svg --sequence text.pcap        | text.pcap:1:
         bare.pcap -o p.svg                               | gnuplot, which draws the picture, is not installed
         )");
 }
 
-void TestPlot::refuses()
+void TestPlot::refusesArguments()
 {
     QFETCH(QStringList, row);
     const bool lacksGnuplot = row[1].startsWith(QLatin1String("gnuplot"));

@@ -1,12 +1,12 @@
 // From configuration and state sequence over the device link to the process bus, as an independent
 // protocol analyser reads the capture of the playing board.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <capturefile.h>
-#include <lumtarengine.h>
-#include <player.h>
-#include <testprogram.h>
+#include "engine/lumtarengine.h"
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <QProcess>
 #include <QStandardPaths>
@@ -21,14 +21,14 @@ using namespace virtualboard;
 namespace {
 
 constexpr double kPi = 3.14159265358979323846;
-constexpr qint64 kSecond = 1000000000, kMillisecond = 1000000, kInterval = 250000; // ns
-constexpr qint64 kStart = 1767225600 * kSecond + 123456789; // 2026-01-01 00:00:00 UTC and a bit
+constexpr Duration kInterval = 250us;
+constexpr WallTime kStart{1767225600s + 123456789ns}; // 2026-01-01 00:00:00 UTC and a bit
 
 // The state sequence: a second each, but the relay trips 30 ms after the fault, step 1, has begun.
 enum Quantity { Va, Vb, Vc, Vn, Ia, Ib, Ic, In, Quantities, Delay, Nothing };
 constexpr int kSteps = 4;
-constexpr qint64 kTrip = kSecond + 30 * kMillisecond, kEnd = kTrip + 2 * kSecond;
-constexpr qint64 kEntries[] = {0, kSecond, kTrip, kTrip + kSecond, kEnd};
+constexpr Duration kTrip = 1030ms, kEnd = kTrip + 2s;
+constexpr Duration kEntries[] = {0s, 1s, kTrip, kTrip + 1s, kEnd};
 constexpr float kFrequencies[kSteps] = {50, 49.5F, 50, 50.2F};
 constexpr float kRms[kSteps][Quantities] = {{57.735F, 57.735F, 57.735F, 0, 1, 1, 1, 0},
                                             {10, 57.735F, 57.735F, 47.735F, 8, 1, 1, 7.631F},
@@ -66,7 +66,7 @@ const QString kOthers = QStringLiteral(" frame.time_epoch eth.type _ws.malformed
 struct Packet
 {
     QMap<QString, QString> values;
-    qint64 time = 0; ///< ns since the start
+    Duration time = {}; ///< since the start
 
     QString operator[](const char *field) const { return values[QLatin1String(field)]; }
     QString all(const QString &fields) const
@@ -78,7 +78,7 @@ struct Packet
     }
 };
 
-int stepAt(qint64 time)
+int stepAt(Duration time)
 {
     int step = kSteps - 1;
     while (kEntries[step] > time)
@@ -87,13 +87,14 @@ int stepAt(qint64 time)
 }
 
 /// Volts or amperes per count; the value before it is rounded.
-double expectedValue(Quantity q, qint64 time)
+double expectedValue(Quantity q, Duration time)
 {
     if (q >= Quantities)
         return q == Delay ? 750 : 0;
     const int step = stepAt(time);
-    const double angle = 2 * kPi * double(kFrequencies[step]) * double(time - kEntries[step]) * 1e-9
-        + double(kPhases[step][q]) * kPi / 180;
+    const double seconds = std::chrono::duration<double>(time - kEntries[step]).count();
+    const double angle =
+        2 * kPi * double(kFrequencies[step]) * seconds + double(kPhases[step][q]) * kPi / 180;
     return double(kRms[step][q]) * std::sqrt(2.0) / (q < Ia ? 0.01 : 0.001) * std::sin(angle);
 }
 
@@ -110,9 +111,9 @@ void configure(LumtarEngine &engine)
             output.phasePosition = kPhases[s][q];
         }
         for (int i = 0; i < 4; ++i)
-            step.binOut[i] = static_cast<quint8>(kOutputs[s][i]);
+            step.binOut[i] = quint8(kOutputs[s][i]);
         step.stateTime = 1;
-        step.stateTimeJump = static_cast<quint8>(s + 1);
+        step.stateTimeJump = quint8(s + 1);
     }
     engine.SetDoubleAD();
     engine.steps[1].ctlCondition = 8; // the binary input ends it
@@ -129,7 +130,7 @@ QByteArray rendered(const TestProgram &program, const QString &path)
     sink.begin(program);
     while (!player.hasEnded()) {
         if (!tripped && player.nextInstant() >= kStart + kTrip) {
-            player.input({kStart + kTrip, InputEvent::ChannelOn, 0});
+            player.input({kStart + kTrip, InputKind::ChannelOn, 0});
             tripped = true;
         }
         player.play(sink);
@@ -154,7 +155,7 @@ private slots:
 private:
     void dissect(const QString &tshark, const QString &path);
 
-    QVector<Packet> packets, svPackets[2], goosePackets[2];
+    QVector<Packet> m_packets, m_svPackets[2], m_goosePackets[2];
 };
 
 void TestProcessBus::dissect(const QString &tshark, const QString &path)
@@ -173,12 +174,13 @@ void TestProcessBus::dissect(const QString &tshark, const QString &path)
         Packet packet;
         for (int i = 0; i < int(fields.size()); ++i)
             packet.values[fields[i]] = values[i];
-        packet.time = packet["frame.time_epoch"].remove('.').toLongLong() - kStart;
-        packets << packet;
+        packet.time =
+            WallTime(Duration(packet["frame.time_epoch"].remove('.').toLongLong())) - kStart;
+        m_packets << packet;
         if (!packet["sv.appid"].isEmpty())
-            svPackets[packet["sv.appid"] == "0x4001" ? 0 : 1] << packet;
+            m_svPackets[packet["sv.appid"] == "0x4001" ? 0 : 1] << packet;
         if (!packet["goose.appid"].isEmpty())
-            goosePackets[packet["goose.appid"] == "0x0011" ? 0 : 1] << packet;
+            m_goosePackets[packet["goose.appid"] == "0x0011" ? 0 : 1] << packet;
     }
 }
 
@@ -187,7 +189,7 @@ void TestProcessBus::initTestCase()
     const QString tshark = QStandardPaths::findExecutable(QStringLiteral("tshark"));
     if (tshark.isEmpty())
         QSKIP("tshark is not installed: the capture is not dissected");
-    VirtualBoard board(boardAddress());
+    LinkResponder board(boardAddress());
     QVERIFY(board.start());
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
@@ -209,27 +211,27 @@ void TestProcessBus::initTestCase()
 void TestProcessBus::everyFrame()
 {
     int marks = 0;
-    qint64 last = 0;
-    for (const Packet &packet : packets) {
+    Duration last = {};
+    for (const Packet &packet : m_packets) {
         QVERIFY(packet["_ws.malformed"].isEmpty());
         QVERIFY2(packet["_ws.expert.severity"].isEmpty(), qPrintable(packet["frame.time_epoch"]));
-        QVERIFY(packet.time % kInterval == 0 && packet.time >= last);
+        QVERIFY(packet.time % kInterval == 0s && packet.time >= last);
         last = packet.time;
         marks += packet["eth.type"] == "0x88b5" ? 1 : 0;
     }
     QCOMPARE(marks, 2 + kSteps + 1); // streams, entries, end
-    QCOMPARE(int(packets.size()),
+    QCOMPARE(int(m_packets.size()),
              marks
-                 + int(svPackets[0].size() + svPackets[1].size() + goosePackets[0].size()
-                       + goosePackets[1].size()));
+                 + int(m_svPackets[0].size() + m_svPackets[1].size() + m_goosePackets[0].size()
+                       + m_goosePackets[1].size()));
 }
 
 void TestProcessBus::sampledValues()
 {
     for (int stream = 0; stream < 2; ++stream) {
-        QCOMPARE(int(svPackets[stream].size()), int(kEnd / kInterval));
+        QCOMPARE(int(m_svPackets[stream].size()), int(kEnd / kInterval));
         for (int i = 0; i < int(kEnd / kInterval); ++i) {
-            const Packet &packet = svPackets[stream][i];
+            const Packet &packet = m_svPackets[stream][i];
             QCOMPARE(packet.time, i * kInterval);
             QCOMPARE(packet.all(kSv), QString::fromLatin1(kSvValues[stream]));
             QCOMPARE(packet["sv.smpCnt"].toInt(), i % 4000);
@@ -255,23 +257,26 @@ void TestProcessBus::goose()
             const QString values = stream == 0
                 ? QString("%1 %2,%3").arg(on[2]).arg(position(on[0])).arg(position(on[1]))
                 : QString("0,%1 ").arg(on[3]);
-            qint64 time = kEntries[s];
-            qint64 pause = 2 * kMillisecond; // it never comes to half of timeAllowedtoLive
+            Duration time = kEntries[s];
+            Duration pause = 2ms; // it never comes to half of timeAllowedtoLive
             for (int sqNum = 0; time < kEntries[s + 1]; ++sqNum) {
-                expected << QString("%1: %2 %3 %4").arg(time).arg(s + 1).arg(sqNum).arg(values);
+                expected
+                    << QString("%1: %2 %3 %4").arg(time.count()).arg(s + 1).arg(sqNum).arg(values);
                 time += pause;
                 pause *= 2;
             }
         }
-        for (const Packet &packet : goosePackets[stream]) {
+        for (const Packet &packet : m_goosePackets[stream]) {
             QCOMPARE(packet.all(kGoose), QString::fromLatin1(kGooseValues[stream]));
-            found << QString("%1: %2").arg(packet.time).arg(packet.all(kGooseState));
-            const qint64 entry = kStart + kEntries[stepAt(packet.time)];
+            found << QString("%1: %2").arg(packet.time.count()).arg(packet.all(kGooseState));
+            const WallTime entry = kStart + kEntries[stepAt(packet.time)];
             const QString t = packet["goose.t"];
             QCOMPARE(t.section('.', 0, 0),
-                     QString("Jan  1, 2026 00:00:0%1").arg(entry / kSecond % 60));
-            const auto lost = entry % kSecond - t.section('.', 1).left(9).toLongLong();
-            QVERIFY2(lost >= 0 && lost < 60, qPrintable(t)); // 24 bits of a second, rounded down
+                     QString("Jan  1, 2026 00:00:0%1").arg(entry.time_since_epoch() / 1s % 60));
+            const Duration lost =
+                entry.time_since_epoch() % 1s - Duration(t.section('.', 1).left(9).toLongLong());
+            QVERIFY2(lost >= 0ns && lost < 60ns,
+                     qPrintable(t)); // 24 bits of a second, rounded down
         }
         QCOMPARE(found.join('\n'), expected.join('\n'));
     }

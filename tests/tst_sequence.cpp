@@ -1,8 +1,8 @@
 // The state of the engine, the commands of a state sequence, and the analog output operations.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
 
 #include <QDataStream>
 #include <QElapsedTimer>
@@ -14,7 +14,7 @@
 
 using namespace testsupport;
 using virtualboard::Behaviour;
-using virtualboard::VirtualBoard;
+using virtualboard::LinkResponder;
 
 Q_DECLARE_METATYPE(std::function<void(LumtarEngine &)>)
 
@@ -28,13 +28,13 @@ QByteArray littleEndian(float number)
     std::memcpy(&bits, &number, sizeof bits);
     QByteArray result;
     for (int shift = 0; shift < 32; shift += 8)
-        result += static_cast<char>(bits >> shift);
+        result += char(bits >> shift);
     return result;
 }
 
 QByteArray byte(int value)
 {
-    return QByteArray(1, static_cast<char>(value));
+    return QByteArray(1, char(value));
 }
 
 /// Every field of all steps, for "nothing changed".
@@ -61,20 +61,20 @@ void fill(LumtarEngine &engine)
     for (int s = 0; s < 5; ++s) {
         CStep &step = engine.steps[s];
         for (int o = 0; o < 16; ++o) {
-            const auto n = static_cast<float>(100 * s + o);
-            const auto peak = static_cast<quint8>(o % 3 == 0 ? 0 : o);
+            const auto n = float(100 * s + o);
+            const auto peak = quint8(o % 3 == 0 ? 0 : o);
             step.outPara[o] = {peak, n / 7, 50 + n / 9, n * 1.1F, n * 3 - 360, o >= 8, -n};
         }
-        const auto numbered = [s](int n) { return static_cast<quint8>(0x10 * s + n); };
+        const auto numbered = [s](int n) { return quint8(0x10 * s + n); };
         step.ctlCondition = numbered(7 + s % 2); // bit 3 in every other step
-        step.stateTime = static_cast<quint32>(s * 33 + 1);
+        step.stateTime = quint32(s * 33 + 1);
         step.stateTimeJump = numbered(1);
         step.stateTrige = numbered(2);
         step.stateTrigeJump = numbered(3);
         step.binInpJump = numbered(4);
-        step.stepOption = static_cast<quint8>(s % 3);
+        step.stepOption = quint8(s % 3);
         for (int k = 0; k < 4; ++k)
-            step.binOut[k] = static_cast<quint8>((s >> k) % 2 * 0x80);
+            step.binOut[k] = quint8((s >> k) % 2 * 0x80);
     }
 }
 
@@ -86,12 +86,12 @@ struct Entry
 void setRecord(int stream, int stNumOffset, const QVector<Entry> &entries)
 {
     GooseDataOffsetAddr &record = gblGooseDataOffsetAddr[stream];
-    record.SetPara(static_cast<int>(entries.size()));
-    record.StNumOffset = static_cast<quint8>(stNumOffset);
+    record.SetPara(int(entries.size()));
+    record.StNumOffset = quint8(stNumOffset);
     for (int i = 0; i < entries.size(); ++i) {
-        record.DataTag[i] = static_cast<quint8>(entries[i].tag);
-        record.DataLen[i] = static_cast<quint8>(entries[i].length);
-        record.DataOffset[i] = static_cast<quint16>(entries[i].offset);
+        record.DataTag[i] = quint8(entries[i].tag);
+        record.DataLen[i] = quint8(entries[i].length);
+        record.DataOffset[i] = quint16(entries[i].offset);
     }
 }
 
@@ -110,8 +110,8 @@ class TestSequence : public QObject
     Q_OBJECT
 
 private slots:
-    void initTestCase() { QVERIFY(board.start()); }
-    void init() { board.clear(); }
+    void initTestCase() { QVERIFY(m_board.start()); }
+    void init() { m_board.clear(); }
 
     void defaults();
     void sequence_data();
@@ -141,7 +141,7 @@ private slots:
     void stepsOutOfRange();
 
 private:
-    VirtualBoard board{boardAddress()};
+    LinkResponder m_board{boardAddress()};
 };
 
 void TestSequence::defaults()
@@ -151,21 +151,21 @@ void TestSequence::defaults()
         for (int o = 0; o < 16; ++o) {
             const OutChannelPara_tag &output = step.outPara[o];
             QCOMPARE(output.scaleFactor, o < 8 ? 0.01F : 0.001F);
-            QCOMPARE(static_cast<int>(output.isCurrent), o < 8 ? 0 : 1);
+            QCOMPARE(int(output.isCurrent), o < 8 ? 0 : 1);
             QCOMPARE(output.frequency, 50.0F);
             QVERIFY(output.ampIsPeak == 0 && output.amplitude == 0 && output.phasePosition == 0
                     && output.phaseJump == 0);
         }
         for (const quint8 state : step.binOut)
-            QCOMPARE(static_cast<int>(state), 0);
+            QCOMPARE(int(state), 0);
         QCOMPARE(step.ctlCondition + step.stateTimeJump + step.stateTrige + step.stateTrigeJump
                      + step.binInpJump + step.stepOption + step.phaseAnchor,
                  0);
         QCOMPARE(step.stateTime, 0U);
     }
     QCOMPARE(engine.stepCount, 5);
-    QCOMPARE(static_cast<int>(engine.samplesPerCycle), 80);
-    QCOMPARE(static_cast<int>(engine.nominalFrequency), 50);
+    QCOMPARE(int(engine.samplesPerCycle), 80);
+    QCOMPARE(int(engine.nominalFrequency), 50);
     QCOMPARE(engine.startParam7, 5);
     QCOMPARE(engine.startParam8, 2);
     QVERIFY(!engine.udpSocket && !engine.peerAddress && !engine.parent());
@@ -203,8 +203,7 @@ void TestSequence::sequence()
         const CStep &step = engine.steps[s];
         for (int k = 0; k < 16; ++k) { // voltages Va1 to Vn2 on 8 to 15, then currents on 0 to 7
             const OutChannelPara_tag &o = step.outPara[k];
-            const float sent =
-                o.ampIsPeak ? o.amplitude : static_cast<float>(o.amplitude * 1.41421);
+            const float sent = o.ampIsPeak ? o.amplitude : float(o.amplitude * 1.41421);
             expected += control + byte(1) + byte(s) + byte((k + 8) % 16)
                 + littleEndian(o.scaleFactor) + byte(o.ampIsPeak) + littleEndian(o.frequency)
                 + littleEndian(sent) + littleEndian(o.phasePosition) + littleEndian(o.phaseJump);
@@ -224,7 +223,7 @@ void TestSequence::sequence()
 
     const QByteArray before = snapshot(engine);
     QCOMPARE(engine.ExecSeq(), 1);
-    COMPARE_BYTES(received(board), padded(expected));
+    COMPARE_BYTES(received(m_board), padded(expected));
     QCOMPARE(snapshot(engine), before);
 }
 
@@ -234,8 +233,8 @@ void TestSequence::singleCommands_data()
     QTest::addColumn<int>("fromEnd"); // position of the command, counted from the last one
     QTest::addColumn<QByteArray>("expected");
     const auto row = [](const char *name, int fromEnd, const char *expected,
-                        std::function<void(LumtarEngine &)> setUp) {
-        QTest::newRow(name) << std::move(setUp) << fromEnd << bytes(expected);
+                        const std::function<void(LumtarEngine &)> &setUp) {
+        QTest::newRow(name) << setUp << fromEnd << bytes(expected);
     };
     row("start", 0, "8c908c90 03 01 fa 05020408", [](auto &) {});
     row("256 samples", 0, "8c908c90 03 01 4e 05020408", [](auto &e) { e.samplesPerCycle = 256; });
@@ -279,8 +278,8 @@ void TestSequence::singleCommands()
     engine.stepCount = 1;
     setUp(engine);
     QCOMPARE(engine.ExecSeq(), 1);
-    const Frames frames = received(board);
-    QCOMPARE(static_cast<int>(frames.size()), 19); // no GOOSE output is mapped
+    const Frames frames = received(m_board);
+    QCOMPARE(int(frames.size()), 19); // no GOOSE output is mapped
     COMPARE_BYTES(Frames{frames.at(frames.size() - 1 - fromEnd)}, padded({expected}));
 }
 
@@ -314,12 +313,12 @@ void TestSequence::amplitude()
     engine.SetVIInputWay(way, 100, -3);
     OutChannelPara_tag &para = engine.steps[0].outPara[output];
     para.amplitude = amplitude;
-    para.ampIsPeak = static_cast<quint8>(isPeak);
+    para.ampIsPeak = quint8(isPeak);
     const QByteArray command = engine.sendcmd01(para, 4, 11);
-    QCOMPARE(static_cast<int>(command.size()), 28);
+    QCOMPARE(int(command.size()), 28);
     COMPARE_BYTES(command.left(7), bytes("8c908c90 01 04 0b"));
     COMPARE_BYTES(command.mid(16, 4), littleEndian(sent));
-    COMPARE_BYTES(received(board), Frames{command});
+    COMPARE_BYTES(received(m_board), Frames{command});
     QCOMPARE(para.amplitude, amplitude);
 }
 
@@ -378,15 +377,14 @@ void TestSequence::binaryOutputs()
     engine.steps[3].binOut[0] = engine.steps[3].binOut[2] = 0x80;
     for (int k = 0; k < 4; ++k) {
         engine.steps[4].binOut[k] = 255;
-        engine.outputGooseMap[k] = {static_cast<qint8>(map[k].first),
-                                    static_cast<quint8>(map[k].second)};
+        engine.outputGooseMap[k] = {qint8(map[k].first), quint8(map[k].second)};
         gblGooseDataOffsetAddr[k].ChangeCount = 7;
     }
     const DebugLines caught;
     engine.sendcmd09(step);
-    COMPARE_BYTES(received(board), expected);
+    COMPARE_BYTES(received(m_board), expected);
     for (int g = 0; g < changes.size(); ++g)
-        QCOMPARE(static_cast<int>(gblGooseDataOffsetAddr[g].ChangeCount), changes[g]);
+        QCOMPARE(int(gblGooseDataOffsetAddr[g].ChangeCount), changes[g]);
     if (step < 0 || step > 4)
         QVERIFY(isRefusal(caught.lines(), QStringLiteral("sendcmd09"), QString::number(step)));
 }
@@ -409,11 +407,11 @@ void TestSequence::refusedSequence()
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
     engine.stepCount = stepCount;
-    engine.samplesPerCycle = static_cast<quint16>(samplesPerCycle);
+    engine.samplesPerCycle = quint16(samplesPerCycle);
     const DebugLines caught;
     QCOMPARE(engine.ExecSeq(), 0);
     QVERIFY(isRefusal(caught.lines(), QStringLiteral("ExecSeq"), value));
-    QVERIFY(board.receptions().isEmpty());
+    QVERIFY(m_board.receptions().isEmpty());
 }
 
 void TestSequence::failedExchangeDoesNotStopTheSequence()
@@ -422,12 +420,12 @@ void TestSequence::failedExchangeDoesNotStopTheSequence()
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
     engine.stepCount = 1;
     for (const int exchange : {0, 17, 18})
-        board.setBehaviour(exchange, {Behaviour::Garbage, 0, 0});
+        m_board.setBehaviour(exchange, {Behaviour::Garbage, 0, 0});
     const DebugLines caught;
     QCOMPARE(engine.ExecSeq(), 1);
-    QCOMPARE(static_cast<int>(board.receptions().size()), 16 + 3 * 3);
+    QCOMPARE(int(m_board.receptions().size()), 16 + 3 * 3);
     QCOMPARE(caught.lines().count(QStringLiteral("Send command failure")), 3);
-    COMPARE_BYTES(received(board).last(), bytes("8c908c90 03 01 fa 05020408 00"));
+    COMPARE_BYTES(received(m_board).last(), bytes("8c908c90 03 01 fa 05020408 00"));
 }
 
 void TestSequence::sequenceWithoutLink()
@@ -438,7 +436,7 @@ void TestSequence::sequenceWithoutLink()
     timer.start();
     QCOMPARE(engine.ExecSeq(), 1);
     QVERIFY(timer.elapsed() < 1000);
-    QCOMPARE(static_cast<int>(engine.lastResult), 0);
+    QCOMPARE(int(engine.lastResult), 0);
 }
 
 void TestSequence::readStatus_data()
@@ -457,16 +455,16 @@ void TestSequence::readStatus()
     QFETCH(QByteArray, command);
     LumtarEngine engine;
     QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
-    QVERIFY(board.setStatus(bytes("a1b2c3")));
+    QVERIFY(m_board.setStatus(bytes("a1b2c3")));
     QByteArray out = bytes("ee*5");
     const auto buffer = reinterpret_cast<unsigned char *>(out.data());
     QCOMPARE(engine.CheckSeqExec(which, buffer), 1);
     COMPARE_BYTES(out, bytes("a1b2c3eeee"));
     QCOMPARE(engine.CheckSeqExec(which, nullptr), 1);
-    COMPARE_BYTES(received(board), Frames(2, command));
+    COMPARE_BYTES(received(m_board), Frames(2, command));
 
-    board.setBehaviour(2, {Behaviour::ShortDataReply, 0, 0});
-    QVERIFY(board.setStatus(bytes("0102030405")));
+    m_board.setBehaviour(2, {Behaviour::ShortDataReply, 0, 0});
+    QVERIFY(m_board.setStatus(bytes("0102030405")));
     const DebugLines caught;
     QCOMPARE(engine.CheckSeqExec(which, buffer), 0);
     COMPARE_BYTES(out, bytes("a1b2c3eeee"));
@@ -480,8 +478,8 @@ void TestSequence::stop()
     engine.startParam7 = engine.startParam8 = 77;
     engine.SeqIsFinished(nullptr);
     QCOMPARE(engine.StopExec(), 1);
-    COMPARE_BYTES(received(board), Frames{bytes("8c908c90 03 00 fa 05020408 00")});
-    board.setBehaviour(1, {Behaviour::Garbage, 0, 0});
+    COMPARE_BYTES(received(m_board), Frames{bytes("8c908c90 03 00 fa 05020408 00")});
+    m_board.setBehaviour(1, {Behaviour::Garbage, 0, 0});
     const DebugLines caught;
     QCOMPARE(engine.StopExec(), 0);
 }
@@ -520,7 +518,7 @@ void TestSequence::protocolUnits()
         }
     }
     engine.SetProtocal(number);
-    QCOMPARE(static_cast<int>(engine.protocol), stored);
+    QCOMPARE(int(engine.protocol), stored);
     QCOMPARE(snapshot(engine), snapshot(expected));
 }
 
@@ -582,8 +580,8 @@ void TestSequence::continuedPhases()
         for (LumtarEngine *e : {&engine, &expected}) {
             fill(*e);
             e->steps[step].stateTime = seconds;
-            e->steps[step].phaseAnchor = static_cast<quint8>(step == nextStep ? anchor : 3);
-            e->steps[nextStep].phaseAnchor = static_cast<quint8>(anchor);
+            e->steps[step].phaseAnchor = quint8(step == nextStep ? anchor : 3);
+            e->steps[nextStep].phaseAnchor = quint8(anchor);
             for (int i = 0; i < 6; ++i)
                 e->steps[nextStep].outPara[outputs[i]].phasePosition = next[i];
         }

@@ -1,7 +1,11 @@
 // The board made of software is what other tests trust: its own faults are looked for here.
 
-#include "envelope.h"
-#include "report.h"
+#include "tests/testsupport.h"
+
+#include "virtualboard/board/boardreport.h"
+#include "virtualboard/board/crosscheck.h"
+#include "virtualboard/wire/analogchannels.h"
+#include "virtualboard/wire/envelope.h"
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
@@ -13,7 +17,7 @@ using namespace virtualboard;
 namespace {
 
 const QHostAddress boardAddress(QStringLiteral("127.0.61.1"));
-constexpr quint16 boardPort = 2001;
+constexpr quint16 kBoardPort = 2001;
 
 QByteArray bytes(const char *hex)
 {
@@ -185,7 +189,7 @@ private slots:
                 const bool accepted = decodeCommand(sample.frame.left(size)).problems.isEmpty();
                 QVERIFY2(accepted == sample.shorterForms.contains(size), sample.name);
             }
-            if (std::holds_alternative<Ft3Template>(whole.command))
+            if (std::holds_alternative<Ft3TemplateCommand>(whole.command))
                 continue; // any number of words is right
             QVERIFY2(!decodeCommand(padded(sample.frame) + "\1\2").problems.isEmpty(), sample.name);
             const char last = sample.frame.size() % 2 == 1 ? 0x7f : 0; // no pad byte either way
@@ -195,14 +199,14 @@ private slots:
 
     void fields()
     {
-        const auto signal = std::get<ChannelSignal>(decodeCommand(channelSignal).command);
+        const auto signal = std::get<ChannelSignalCommand>(decodeCommand(channelSignal).command);
         QCOMPARE(channelName(signal.channel), QStringLiteral("Va2"));
         QCOMPARE(signal.amplitude, 42.426407f);
         QCOMPARE(signal.phase, -120.0f);
-        const auto condition = std::get<StepCondition>(decodeCommand(stepCondition).command);
+        const auto condition = std::get<StepConditionCommand>(decodeCommand(stepCondition).command);
         QCOMPARE(condition.milliseconds, 0x1170);
-        QCOMPARE(std::get<FrameTemplate>(decodeCommand(gooseDownload).command).port, 3);
-        const auto subscribed = std::get<Subscription>(decodeCommand(subscription).command);
+        QCOMPARE(std::get<FrameTemplateCommand>(decodeCommand(gooseDownload).command).port, 3);
+        const auto subscribed = std::get<SubscriptionCommand>(decodeCommand(subscription).command);
         QCOMPARE(subscribed.appId, 4097);
         QCOMPARE(subscribed.mappedPositions, QVector<int>({1, 3}));
         QCOMPARE(decodeCommand(stepCondition.left(12)).problems,
@@ -214,9 +218,9 @@ private slots:
 
         // Offsets above 255 take two bytes; t may lie below that while sqNum does not.
         const auto oneWide = decodeCommand(bytes("8c908c9005 01 0105 f5 00"));
-        QCOMPARE(std::get<GooseDescription>(oneWide.command).tOffset, 0xf5);
+        QCOMPARE(std::get<GooseDescriptionCommand>(oneWide.command).tOffset, 0xf5);
         const auto bothWide = decodeCommand(bytes("8c908c9005 01 0115 0105"));
-        QCOMPARE(std::get<GooseDescription>(bothWide.command).tOffset, 0x105);
+        QCOMPARE(std::get<GooseDescriptionCommand>(bothWide.command).tOffset, 0x105);
     }
 
     void faultsInFrames_data()
@@ -292,7 +296,7 @@ private slots:
             QVERIFY(!openEnvelope(frame).problems.isEmpty());
             const DecodedCommand decoded = decodeCommand(frame);
             QVERIFY(frame.startsWith(decoded.frame));
-            QVERIFY(report(received({svDownload, gooseDownload, frame}))
+            QVERIFY(receivedReport(received({svDownload, gooseDownload, frame}))
                         .contains(QLatin1String("Problems")));
         }
     }
@@ -300,8 +304,8 @@ private slots:
     void reportShowsWhatCameIn()
     {
         const QString text =
-            report(received({svDownload, svDescription, gooseDownload, gooseDescription,
-                             gooseControl, subscription, stepCondition, channelSignal}));
+            receivedReport(received({svDownload, svDescription, gooseDownload, gooseDescription,
+                                     gooseControl, subscription, stepCondition, channelSignal}));
         for (const char *expected :
              {"0 1 FF-FF-FF-FF-FF-FF 0x000 4 0x4000 1 4000 43 56 64 ",
               "svID svid confRev 1 channels 1:delay=750 ",
@@ -311,6 +315,11 @@ private slots:
               " 0 2 bit string on (10) ", "Problems \u2500"})
             QVERIFY2(text.simplified().contains(QString::fromUtf8(expected)), expected);
         QVERIFY(text.endsWith(QLatin1String(" none\n")));
+
+        const QString emptied =
+            receivedReport(received({svDownload, svDescription, gooseDownload, gooseDescription,
+                                     gooseControl, subscription, stepCondition, resetCommand}));
+        QCOMPARE(emptied.count(QLatin1String(" none\n")), 5); // streams, steps, problems
     }
 
     void behaviours_data()
@@ -339,13 +348,13 @@ private slots:
     void behaviours()
     {
         QFETCH(Behaviour, behaviour);
-        VirtualBoard board(boardAddress, boardPort);
-        QVERIFY2(board.start(), qPrintable(board.errorString()));
+        LinkResponder board(boardAddress, kBoardPort);
+        QCOMPARE(testsupport::failure(board.start()), QString());
         board.setDefaultBehaviour(behaviour);
         QUdpSocket socket;
         QStringList found;
         for (const QByteArray &frame : {stop, statusRead, statusRead, statusRead, statusRead}) {
-            socket.writeDatagram(wrapped(frame), boardAddress, boardPort);
+            socket.writeDatagram(wrapped(frame), boardAddress, kBoardPort);
             QVERIFY(board.waitForReceptions(int(found.size()) + 1, 5000));
             found << answers(socket, 20);
         }
@@ -355,13 +364,13 @@ private slots:
 
     void lateAnswerAndRecord()
     {
-        VirtualBoard board(boardAddress, boardPort);
-        QVERIFY2(board.start(), qPrintable(board.errorString()));
+        LinkResponder board(boardAddress, kBoardPort);
+        QCOMPARE(testsupport::failure(board.start()), QString());
         board.setBehaviour(1, {Behaviour::Late, 0, 150});
         QUdpSocket socket;
         const QByteArray damaged = changed(wrapped(stop), 4, 1);
         for (const QByteArray &datagram : {damaged, wrapped(statusRead), wrapped(statusRead)})
-            socket.writeDatagram(datagram, boardAddress, boardPort);
+            socket.writeDatagram(datagram, boardAddress, kBoardPort);
         QVERIFY(board.waitForReceptions(3, 5000));
         QCOMPARE(board.frames().size(), 0);
         QCOMPARE(answers(socket, 500), QStringLiteral("AD")); // one answer to both tries
@@ -373,23 +382,49 @@ private slots:
 
         QElapsedTimer clock;
         clock.start();
-        VirtualBoard second(boardAddress, boardPort);
-        QVERIFY(!second.start());
-        QVERIFY(second.errorString().contains(QLatin1String("127.0.61.1")));
+        LinkResponder second(boardAddress, kBoardPort);
+        QVERIFY(testsupport::failure(second.start()).contains(QLatin1String("127.0.61.1")));
         board.stop();
         QVERIFY2(clock.elapsed() < 1000, "stopping takes too long");
         QVERIFY(second.start());
     }
 
+    void recordIsBounded_data()
+    {
+        QTest::addColumn<QByteArray>("datagram");
+        QTest::addColumn<qint64>("atLeast"); // bytes that one record takes
+        const QByteArray large(60000, 'x');
+        QTest::newRow("large") << wrapped(large) << qint64(large.size());
+        // Decoded, each entry is an object of its own, and so is each problem.
+        constexpr int kEntries = 15000;
+        const auto element = [](const char *tag, const QByteArray &contents) {
+            return bytes(tag) + '\x82' + char(contents.size() >> 8) + char(contents.size())
+                + contents;
+        };
+        const int begin = int(gooseFrame.indexOf('\x80', 26));
+        const int end = int(gooseFrame.indexOf('\x8a', begin));
+        const QByteArray frame = gooseFrame.left(26)
+            + element("61",
+                      gooseFrame.mid(begin, end - begin) + bytes("8a02") + char(kEntries >> 8)
+                          + char(kEntries & 0xff)
+                          + element("ab", QByteArray(kEntries, 'x').replace("x", bytes("8a00"))));
+        const QByteArray dense =
+            gooseDownload.left(7) + char(frame.size() & 0xff) + char(frame.size() >> 8) + frame;
+        QTest::newRow("many entries") << wrapped(dense) << qint64(sizeof(GooseEntry)) * kEntries;
+        QTest::newRow("many problems")
+            << wrapped(subscription.left(10) + bytes("ffff") + QByteArray(2000, '\x11'))
+            << qint64(4000) * 100;
+    }
     void recordIsBounded()
     {
-        VirtualBoard board(boardAddress, boardPort);
-        QVERIFY2(board.start(), qPrintable(board.errorString()));
+        QFETCH(QByteArray, datagram);
+        QFETCH(qint64, atLeast);
+        LinkResponder board(boardAddress, kBoardPort);
+        QCOMPARE(testsupport::failure(board.start()), QString());
         QUdpSocket socket;
-        const QByteArray large = wrapped(QByteArray(60000, 'x'));
-        const int count = int(VirtualBoard::maximumBytes / large.size());
+        const int count = int(LinkResponder::kMaximumBytes / atLeast) + 1;
         for (int i = 0; i < count; ++i) {
-            socket.writeDatagram(large, boardAddress, boardPort);
+            socket.writeDatagram(datagram, boardAddress, kBoardPort);
             QVERIFY(socket.waitForReadyRead(5000));
             socket.readDatagram(nullptr, 0);
         }

@@ -1,9 +1,9 @@
 // The warning box for an unsupported GOOSE data type, and where it must not appear.
 
-#include "testsupport.h"
+#include "tests/testsupport.h"
 
-#include <Protocal.h>
-#include <lumtarengine.h>
+#include "engine/lumtarengine.h"
+#include "protocol/Protocal.h"
 
 #include <QApplication>
 #include <QMessageBox>

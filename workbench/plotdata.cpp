@@ -1,12 +1,11 @@
-#include "plotdata.h"
+#include "workbench/plotdata.h"
 
-#include "failures.h"
-
-#include <capturefile.h>
-#include <capturemarks.h>
-#include <commands.h>
-#include <ethernetframes.h>
-#include <goosemessage.h>
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/capture/capturemarks.h"
+#include "virtualboard/play/transitions.h"
+#include "virtualboard/wire/analogchannels.h"
+#include "virtualboard/wire/ethernetframes.h"
+#include "virtualboard/wire/goosemessage.h"
 
 #include <QMap>
 #include <QtEndian>
@@ -15,6 +14,8 @@
 #include <functional>
 
 using namespace virtualboard;
+
+namespace workbench {
 
 namespace {
 
@@ -28,7 +29,6 @@ constexpr int kShownStates = 24;
 constexpr int kMostInputs = 50;
 constexpr int kCyclesOfCurve = 50; ///< of more cycles only the envelope can be seen
 constexpr double kCyclesPerColumn = 1.25; ///< of an envelope; finds the peaks from 40 Hz on
-constexpr int kSvEntrySize = 8; ///< bytes of value and quality (IEC 61850-9-2)
 
 /// At which height the state of a dataset entry is drawn; nothing if it has none.
 std::optional<double> heightOf(BinaryState state)
@@ -47,25 +47,21 @@ std::optional<double> heightOf(BinaryState state)
     return std::nullopt;
 }
 
-/// Number of the analog channel with this name, -1 if there is none.
-int analogChannel(const QString &name)
-{
-    for (int i = 0; i < analogChannels; ++i) {
-        if (channelName(i) == name)
-            return i;
-    }
-    return -1;
-}
-
 struct Channel
 {
     int entry = 0; ///< of the dataset
     QString name;
-    int analog = -1; ///< number of the analog channel, if known
+    const AnalogChannel *analog = nullptr; ///< null: unknown
     double scale = 1; ///< V, A or counts per count
     bool isScaled = false; ///< the scale is known
     PlotSamples samples;
 };
+
+/// Of the channel among the \a factors of all analog channels; 0: unknown.
+float scaleOf(const Channel &channel, const std::array<float, kAnalogChannels> &factors)
+{
+    return channel.analog ? factors[std::size_t(channel.analog->number)] : 0;
+}
 
 /// What a channel is drawn over.
 struct Quantity
@@ -78,10 +74,9 @@ constexpr std::array<Quantity, 3> kQuantities = {
 
 std::size_t quantityOf(const Channel &channel)
 {
-    constexpr int kFirstVoltage = 8;
-    if (channel.analog < 0 || (!channel.isScaled && !channel.samples.isZero()))
+    if (!channel.analog || (!channel.isScaled && !channel.samples.isZero()))
         return 2;
-    return channel.analog >= kFirstVoltage ? 0 : 1;
+    return channel.analog->isVoltage ? 0 : 1;
 }
 
 struct States
@@ -102,7 +97,7 @@ class Collector
 public:
     Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle);
     void take(const CapturedFrame &frame);
-    [[nodiscard]] PlotData finish();
+    [[nodiscard]] Expected<PlotData> finish();
 
 private:
     void addChannels(const PlotOutline &outline);
@@ -126,7 +121,7 @@ private:
     int m_states = 0;
     QMap<QByteArray, States> m_goose; ///< by what precedes the PDU, and by gocbRef
     std::optional<PlotBand> m_band; ///< the current one
-    double m_entry = 0; ///< into the current step, since the start of its sequence
+    std::optional<Transition> m_before; ///< the last change
 };
 
 /// Columns for the samples of \a entries dataset entries: as many as can be seen, or wide enough
@@ -138,7 +133,7 @@ int columnCount(const PlotWindow &window, double cycle, int entries)
     if (cycles <= kCyclesOfCurve)
         return most;
     const int mostOfEnvelope = std::min(kEnvelopeColumns, most);
-    return static_cast<int>(std::min<double>(cycles / kCyclesPerColumn, mostOfEnvelope));
+    return int(std::min<double>(cycles / kCyclesPerColumn, mostOfEnvelope));
 }
 
 Collector::Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle)
@@ -166,7 +161,7 @@ void Collector::addChannels(const PlotOutline &outline)
     const bool isMarked = !m_data.stream.channels.join(QString()).isEmpty();
     for (int i = 0; i < m_data.stream.entries; ++i) {
         Channel channel{
-            i, QStringLiteral("entry %1").arg(i + 1), -1, 1, false, PlotSamples(m_svColumns)};
+            i, QStringLiteral("entry %1").arg(i + 1), nullptr, 1, false, PlotSamples(m_svColumns)};
         if (isMarked) {
             channel.name = m_data.stream.channels.value(i);
             channel.analog = analogChannel(channel.name);
@@ -174,11 +169,10 @@ void Collector::addChannels(const PlotOutline &outline)
                 continue;
             seen += channel.name;
         }
-        const float scale =
-            channel.analog < 0 ? 0 : outline.scale[static_cast<std::size_t>(channel.analog)];
+        const float scale = scaleOf(channel, outline.scale);
         channel.isScaled = scale != 0;
         if (channel.isScaled)
-            channel.scale = static_cast<double>(scale);
+            channel.scale = double(scale);
         m_channels.append(channel);
     }
 }
@@ -187,11 +181,11 @@ void Collector::take(const CapturedFrame &frame)
 {
     const double time = m_outline.seconds(frame.time);
     const int type = etherType(frame.bytes);
-    if (type == etherTypeSampledValues && m_svColumns.contains(time)) {
+    if (type == kEtherTypeSampledValues && m_svColumns.contains(time)) {
         takeSamples(time, frame.bytes);
-    } else if (type == etherTypeGoose && time <= m_data.window.to) {
+    } else if (type == kEtherTypeGoose && time <= m_data.window.to) {
         takeStates(time, frame.bytes);
-    } else if (type == etherTypeMark) {
+    } else if (type == kEtherTypeMark) {
         if (const std::optional<Mark> mark = decodeMark(frame.bytes))
             std::visit([&](const auto &each) { take(each, time); }, *mark);
     }
@@ -228,7 +222,7 @@ void Collector::takeStates(double time, const QByteArray &frame)
         const QString name = message.goId.isEmpty() ? message.gocbRef : message.goId;
         stream = m_goose.insert(key, {name, PlotChanges(m_stateColumns), {}});
     }
-    stream->stNum.add(time, static_cast<double>(message.stNum));
+    stream->stNum.add(time, double(message.stNum));
     for (int i = 0; i < message.entries.size(); ++i) {
         const std::optional<double> height = heightOf(binaryState(message.entries[i]));
         if (!height)
@@ -253,19 +247,19 @@ void Collector::take(const StepMark &mark, double time)
 {
     const Transition &change = mark.transition;
     endBand(time);
-    if (change.entered != noStep)
+    if (change.entered != kNoStep)
         m_band = PlotBand{time, time, change.entered};
-    const double cause = time - static_cast<double>(change.entryTime - change.causeTime) / 1e9;
+    const Duration sinceCause = change.lateness + change.entryTime - change.causeTime;
+    const double cause = time - std::chrono::duration<double>(sinceCause).count();
     if (change.cause == Cause::BinaryInput && m_svColumns.contains(cause)
         && m_data.inputs.size() < kMostInputs)
-        m_data.inputs.append({cause, static_cast<double>(change.causeTime) / 1e9 - m_entry,
-                              change.channel, change.entered == noStep ? -1 : change.entered});
-    m_entry = static_cast<double>(change.entryTime) / 1e9;
+        m_data.inputs.append({cause, timeInStep(m_before ? &*m_before : nullptr, change),
+                              change.channel, change.entered == kNoStep ? -1 : change.entered});
+    m_before = change;
     for (Channel &channel : m_channels) {
-        const float scale =
-            channel.analog < 0 ? 0 : mark.scale[static_cast<std::size_t>(channel.analog)];
+        const float scale = scaleOf(channel, mark.scale);
         if (scale != 0)
-            channel.scale = static_cast<double>(scale);
+            channel.scale = double(scale);
     }
 }
 
@@ -331,7 +325,7 @@ void Collector::showStates()
 {
     int all = 0;
     for (const States &stream : m_goose)
-        all += static_cast<int>(stream.entries.size());
+        all += int(stream.entries.size());
     int shown = 0;
     for (const States &stream : m_goose) {
         PlotGoose goose{stream.name, stream.stNum.points(), {}};
@@ -348,13 +342,14 @@ void Collector::showStates()
     m_data.statesLeftOut = std::max(shown - kShownStates, 0);
 }
 
-PlotData Collector::finish()
+Expected<PlotData> Collector::finish()
 {
     if (m_samples == 0)
-        throw InputError{QStringLiteral("the capture has no samples from %1 s to %2 s of ")
-                             .arg(m_data.window.from)
-                             .arg(m_data.window.to)
-                         + m_data.stream.toString()};
+        return failure(Failure::Input,
+                       QStringLiteral("the capture has no samples from %1 s to %2 s of ")
+                               .arg(m_data.window.from)
+                               .arg(m_data.window.to)
+                           + m_data.stream.toString());
     endBand(m_outline.seconds(m_outline.last));
     m_data.thinned = m_samples > qint64(2) * m_svColumns.count();
     m_data.panels = panels();
@@ -364,14 +359,16 @@ PlotData Collector::finish()
 
 } // namespace
 
-PlotData readPlotData(const QString &path, const PlotOutline &outline, int stream,
-                      const PlotWindow &window, double cycle)
+Expected<PlotData> readPlotData(const QString &path, const PlotOutline &outline, int stream,
+                                const PlotWindow &window, double cycle)
 {
     CaptureReader capture;
-    if (!capture.open(path))
-        throw InputError{capture.errorString()};
+    if (const auto opened = capture.open(path); !opened)
+        return failure(Failure::Input, opened.error());
     Collector collector(outline, stream, window, cycle);
     while (const std::optional<CapturedFrame> frame = capture.next())
         collector.take(*frame);
     return collector.finish();
 }
+
+} // namespace workbench

@@ -3,18 +3,16 @@
 /// since the first packet of a capture without marks of steps.
 #pragma once
 
-#include "plotoutline.h"
-#include "plottrace.h"
+#include "workbench/plottrace.h"
+#include "workbench/plotwindow.h"
 
 #include <QString>
 #include <QStringList>
 #include <QVector>
 
-struct PlotWindow
-{
-    double from = 0;
-    double to = 0; ///< above `from`
-};
+#include <optional>
+
+namespace workbench {
 
 /// Channels over one axis.
 struct PlotPanel
@@ -42,7 +40,7 @@ struct PlotBand
 struct PlotInput
 {
     double time = 0; ///< of the input itself
-    double afterEntry = 0; ///< seconds since the entry into the step that it ended
+    std::optional<virtualboard::Duration> afterEntry; ///< timeInStep() of the step that it ended
     int channel = 0; ///< logic channel
     int entered = -1; ///< step; -1: the sequence ended
 };
@@ -64,7 +62,7 @@ struct PlotData
 {
     PlotStream stream;
     PlotWindow window;
-    qint64 start = 0; ///< absolute, ns: time 0
+    virtualboard::WallTime start; ///< time 0
     bool sinceSequence = false; ///< time 0 is the start of the sequence, not the first packet
     double envelope = 0; ///< seconds per column if the lines are envelopes; 0: they are curves
     bool thinned = false; ///< not all samples are among the points
@@ -76,7 +74,9 @@ struct PlotData
 };
 
 /// Reads what happens in \a window; \a stream is a number in the outline, \a cycle the length of
-/// one of the nominal frequency in seconds. Throws an InputError when the capture cannot be read,
-/// or there is nothing of the stream in the window.
-[[nodiscard]] PlotData readPlotData(const QString &path, const PlotOutline &outline, int stream,
-                                    const PlotWindow &window, double cycle);
+/// one of the nominal frequency in seconds. Fails when the capture cannot be read, or there is
+/// nothing of the stream in the window.
+[[nodiscard]] Expected<PlotData> readPlotData(const QString &path, const PlotOutline &outline,
+                                              int stream, const PlotWindow &window, double cycle);
+
+} // namespace workbench

@@ -1,64 +1,63 @@
-#include "plotoutline.h"
+#include "workbench/plotoutline.h"
 
-#include "failures.h"
-
-#include <capturefile.h>
-#include <capturemarks.h>
-#include <ethernetframes.h>
-
-#include <QtEndian>
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/capture/capturemarks.h"
+#include "virtualboard/wire/bytes.h"
+#include "virtualboard/wire/ethernetframes.h"
 
 #include <algorithm>
 
 using namespace virtualboard;
+
+namespace workbench {
 
 namespace {
 
 constexpr int kMaxStreams = 256;
 
 /// Reads the packets of a capture for what readOutline() tells.
-class Reader
+class OutlineReader
 {
 public:
     void take(const CapturedFrame &frame);
     [[nodiscard]] PlotOutline finish();
 
 private:
-    void take(const StreamMark &mark, qint64 time);
-    void take(const StepMark &mark, qint64 time);
+    void take(const StreamMark &mark, WallTime time);
+    void take(const StepMark &mark, WallTime time);
 
     PlotOutline m_outline;
     QVector<StreamMark> m_streams;
-    std::optional<qint64> m_first;
-    qint64 m_entry = 0; ///< absolute: into the current step
+    std::optional<WallTime> m_first;
+    WallTime m_entry; ///< into the current step
 };
 
-void Reader::take(const CapturedFrame &frame)
+void OutlineReader::take(const CapturedFrame &frame)
 {
     if (!m_first)
         m_first = m_outline.start = m_entry = m_outline.last = frame.time;
     m_outline.last = std::max(m_outline.last, frame.time);
     const int type = etherType(frame.bytes);
-    if (type == etherTypeSampledValues) {
+    if (type == kEtherTypeSampledValues) {
         (void)m_outline.streams.find(frame.bytes);
-    } else if (type == etherTypeMark) {
+    } else if (type == kEtherTypeMark) {
         if (const std::optional<Mark> mark = decodeMark(frame.bytes))
             std::visit([&](const auto &each) { take(each, frame.time); }, *mark);
     }
 }
 
-void Reader::take(const StreamMark &mark, qint64 time)
+void OutlineReader::take(const StreamMark &mark, WallTime time)
 {
     Q_UNUSED(time)
     if (m_streams.size() < kMaxStreams)
         m_streams.append(mark);
 }
 
-void Reader::take(const StepMark &mark, qint64 time)
+void OutlineReader::take(const StepMark &mark, WallTime time)
 {
     const Transition &change = mark.transition;
     if (!m_outline.hasSteps)
-        m_outline.start = time - change.entryTime;
+        m_outline.start = time - change.lateness - change.entryTime;
     m_outline.hasSteps = true;
     if (change.cause == Cause::BinaryInput && !m_outline.ended)
         m_outline.ended = {m_outline.seconds(m_entry), m_outline.seconds(time)};
@@ -68,7 +67,7 @@ void Reader::take(const StepMark &mark, qint64 time)
                    [](float known, float told) { return known != 0 ? known : told; });
 }
 
-PlotOutline Reader::finish()
+PlotOutline OutlineReader::finish()
 {
     for (const StreamMark &mark : m_streams)
         m_outline.streams.setChannels(mark.svId, mark.appId, mark.channels);
@@ -106,8 +105,7 @@ const PlotStreams::Layout *PlotStreams::learn(const QByteArray &frame)
         ++stream;
     if (stream == m_streams.size())
         m_streams.append({values->svId, decoded.appId, 0, {}});
-    m_streams[stream].entries =
-        std::max(m_streams[stream].entries, static_cast<int>(values->entries.size()));
+    m_streams[stream].entries = std::max(m_streams[stream].entries, int(values->entries.size()));
     m_layouts.append(
         {frame.left(values->smpCntOffset), decoded.size, {stream, values->seqDataOffset}});
     return &m_layouts.last();
@@ -121,7 +119,7 @@ void PlotStreams::setChannels(const QString &svId, int appId, const QStringList 
     }
 }
 
-int PlotStreams::named(const QString &name) const
+Expected<int> PlotStreams::named(const QString &name) const
 {
     const bool isHexadecimal = name.startsWith(QLatin1String("0x"), Qt::CaseInsensitive);
     bool isNumber = false;
@@ -134,41 +132,39 @@ int PlotStreams::named(const QString &name) const
             found.append(i);
     }
     if (found.size() != 1)
-        throw InputError{
-            QStringLiteral("--stream \"%1\" names %2 streams of the capture; it has %3")
-                .arg(name, QString::number(found.size()), known.join(QStringLiteral(", ")))};
+        return failure(
+            Failure::Input,
+            QStringLiteral("\"%1\" names %2 streams of the capture; it has %3")
+                .arg(name, QString::number(found.size()), known.join(QStringLiteral(", "))));
     return found.first();
 }
 
-double PlotOutline::seconds(qint64 absolute) const
+double PlotOutline::seconds(WallTime time) const
 {
-    return static_cast<double>(absolute - start) / 1e9;
+    return std::chrono::duration<double>(time - start).count();
 }
 
 int etherType(const QByteArray &frame)
 {
-    constexpr int kOffset = 12; // behind two MAC addresses
-    constexpr int kTagSize = 4;
-    constexpr int kTag = 0x8100;
-    const auto at = [&frame](int offset) {
-        return frame.size() < offset + 2 ? 0 : qFromBigEndian<quint16>(frame.constData() + offset);
-    };
-    return at(kOffset) == kTag ? at(kOffset + kTagSize) : at(kOffset);
+    return virtualboard::bigEndian16(frame, virtualboard::etherTypeOffset(frame));
 }
 
-PlotOutline readOutline(const QString &path)
+Expected<PlotOutline> readOutline(const QString &path)
 {
     CaptureReader capture;
-    if (!capture.open(path))
-        throw InputError{capture.errorString()};
-    Reader reader;
+    if (const auto opened = capture.open(path); !opened)
+        return failure(Failure::Input, opened.error());
+    OutlineReader reader;
     while (const std::optional<CapturedFrame> frame = capture.next())
         reader.take(*frame);
     PlotOutline outline = reader.finish();
     outline.damage = capture.errorString();
     if (outline.streams.all().isEmpty())
-        throw InputError{outline.damage.isEmpty()
-                             ? path + QStringLiteral(": there are no sampled values in it")
-                             : outline.damage};
+        return failure(Failure::Input,
+                       outline.damage.isEmpty()
+                           ? path + QStringLiteral(": there are no sampled values in it")
+                           : outline.damage);
     return outline;
 }
+
+} // namespace workbench

@@ -2,7 +2,8 @@
 /// What a capture holds, as far as it has to be known before anything of it can be drawn.
 #pragma once
 
-#include <playback.h>
+#include "virtualboard/play/playback.h"
+#include "workbench/failure.h"
 
 #include <QByteArray>
 #include <QString>
@@ -11,6 +12,8 @@
 
 #include <array>
 #include <optional>
+
+namespace workbench {
 
 /// A sampled-value stream of a capture.
 struct PlotStream
@@ -39,9 +42,9 @@ public:
     [[nodiscard]] std::optional<Place> find(const QByteArray &frame);
     [[nodiscard]] const QVector<PlotStream> &all() const { return m_streams; }
     void setChannels(const QString &svId, int appId, const QStringList &channels);
-    /// The stream with this svID or with this APPID (decimal, or hexadecimal with 0x). Throws an
-    /// InputError when there is none, or more than one.
-    [[nodiscard]] int named(const QString &name) const;
+    /// The stream with this svID or with this APPID (decimal, or hexadecimal with 0x). Fails when
+    /// there is none, or more than one.
+    [[nodiscard]] Expected<int> named(const QString &name) const;
 
 private:
     struct Layout
@@ -56,26 +59,27 @@ private:
     QVector<Layout> m_layouts;
 };
 
-/// Absolute times are nanoseconds since 1970-01-01 00:00 UTC.
 struct PlotOutline
 {
     PlotStreams streams;
     bool hasSteps = false; ///< there are marks of steps
-    qint64 start = 0; ///< absolute: of the sequence, or the first packet
-    qint64 last = 0; ///< absolute: the last packet
+    virtualboard::WallTime start; ///< of the sequence, or the first packet
+    virtualboard::WallTime last; ///< the last packet
     double first = 0; ///< the first packet, seconds since the start
     /// Of the first step that a binary input ended: entry and end, seconds since the start.
     std::optional<std::array<double, 2>> ended;
     /// The first known scale of every analog channel, V or A per count; 0: unknown.
-    std::array<float, virtualboard::analogChannels> scale = {};
+    std::array<float, virtualboard::kAnalogChannels> scale = {};
     QString damage; ///< why the capture could not be read to its end; empty if it could
 
     /// Seconds since the start.
-    [[nodiscard]] double seconds(qint64 absolute) const;
+    [[nodiscard]] double seconds(virtualboard::WallTime time) const;
 };
 
 /// EtherType of a frame, behind an IEEE 802.1Q tag if there is one; 0 if the frame is too short.
 [[nodiscard]] int etherType(const QByteArray &frame);
 
-/// Reads the whole capture once. Throws an InputError when it cannot be read or has no stream.
-[[nodiscard]] PlotOutline readOutline(const QString &path);
+/// Reads the whole capture once. Fails when it cannot be read or has no stream.
+[[nodiscard]] Expected<PlotOutline> readOutline(const QString &path);
+
+} // namespace workbench

@@ -1,11 +1,15 @@
-#include "plotscript.h"
+#include "workbench/plotscript.h"
 
-#include "terminal.h"
+#include "workbench/printabletext.h"
+
+#include "virtualboard/play/transitions.h"
 
 #include <QDateTime>
 
 #include <algorithm>
 #include <array>
+
+namespace workbench {
 
 namespace {
 
@@ -76,7 +80,7 @@ QString shortened(const QString &text, int length)
 
 int widthOf(const QString &text)
 {
-    return static_cast<int>(text.size()) * kCharacter;
+    return int(text.size()) * kCharacter;
 }
 
 QString legendOf(const QStringList &names)
@@ -93,10 +97,10 @@ QString legendOf(const PlotPanel::Line &line)
 
 Stroke strokeOf(const QString &name, int line)
 {
-    const int phase = static_cast<int>(QStringLiteral("abcn").indexOf(name.mid(1, 1)));
+    const int phase = int(QStringLiteral("abcn").indexOf(name.mid(1, 1)));
     if (name.size() != 3 || phase < 0) // no analog channel
-        return kStrokes[static_cast<std::size_t>(line) % kStrokes.size()];
-    Stroke stroke = kStrokes[static_cast<std::size_t>(phase)];
+        return kStrokes[std::size_t(line) % kStrokes.size()];
+    Stroke stroke = kStrokes[std::size_t(phase)];
     if (name.endsWith(QLatin1Char('2')))
         stroke.dash = kSecondDash;
     return stroke;
@@ -179,7 +183,7 @@ Script::Script(const PlotData &data, const QStringList &stepNames)
 void Script::measure()
 {
     for (const PlotGoose &goose : m_data.goose) {
-        m_rows += 1 + static_cast<int>(goose.entries.size());
+        m_rows += 1 + int(goose.entries.size());
         m_left = std::max(m_left, widthOf(shortened(goose.name, kMostName)) + 2 * kGap);
         for (const PlotGoose::Entry &entry : goose.entries)
             m_left = std::max(m_left, widthOf(entry.name) + 2 * kGap);
@@ -194,9 +198,11 @@ void Script::placeInputs()
         const QString name = input.entered < 0
             ? QStringLiteral("end")
             : m_stepNames.value(input.entered, QStringLiteral("binary input"));
-        const QString text = QStringLiteral("%1: channel %2, %3 ms after entry")
-                                 .arg(name, QString::number(input.channel),
-                                      QString::number(input.afterEntry * 1000, 'f', 1));
+        const QString text =
+            QStringLiteral("%1: channel %2, ").arg(name, QString::number(input.channel))
+            + (input.afterEntry ? QStringLiteral("%1 ms after entry")
+                                      .arg(virtualboard::millisecondsText(*input.afterEntry))
+                                : QStringLiteral("unknown time after entry"));
         const int width = widthOf(text) + 2 * kGap;
         const bool isLeft = pixel(input.time) + width > kWidth;
         const double begin = pixel(input.time) - (isLeft ? width : 0);
@@ -205,7 +211,7 @@ void Script::placeInputs()
         if (line == ends.end())
             continue;
         *line = begin + width;
-        m_inputTexts.append({input.time, text, isLeft, static_cast<int>(line - ends.begin())});
+        m_inputTexts.append({input.time, text, isLeft, int(line - ends.begin())});
         m_inputLines = std::max(m_inputLines, m_inputTexts.last().line + 1);
     }
 }
@@ -217,7 +223,7 @@ int Script::legendLines(const PlotPanel &panel) const
     for (const PlotPanel::Line &line : panel.lines)
         widest = std::max(widest, widthOf(legendOf(line)) + kLegendSample);
     const int columns = std::max((kWidth - m_left - kRight) / widest, 1);
-    return (static_cast<int>(panel.lines.size()) + columns - 1) / columns;
+    return (int(panel.lines.size()) + columns - 1) / columns;
 }
 
 double Script::pixel(double time) const
@@ -286,7 +292,8 @@ void Script::writeTitle(const QString &title)
     const QByteArray y = "screen " + number(1 - 0.5 * kTitle / m_height);
     label(shortened(title, kMostTitle),
           "screen " + number(double(kGap) / kWidth) + ", " + y + " left");
-    const QDateTime start = QDateTime::fromMSecsSinceEpoch(m_data.start / 1000000, Qt::UTC);
+    const QDateTime start = QDateTime::fromMSecsSinceEpoch(
+        m_data.start.time_since_epoch() / std::chrono::milliseconds(1), Qt::UTC);
     label(QStringLiteral("0 s = %1 UTC")
               .arg(start.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz"))),
           "screen " + number(1 - double(kRight) / kWidth) + ", " + y + " right");
@@ -466,3 +473,5 @@ QByteArray plotScript(const PlotData &data, PlotFormat format, const QString &ti
 {
     return Script(data, stepNames).write(format, title);
 }
+
+} // namespace workbench

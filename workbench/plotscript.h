@@ -2,10 +2,12 @@
 /// The picture of a capture as a script for gnuplot.
 #pragma once
 
-#include "plotdata.h"
+#include "workbench/plotdata.h"
 
 #include <QByteArray>
 #include <QStringList>
+
+namespace workbench {
 
 enum class PlotFormat { Svg, Png };
 
@@ -13,3 +15,5 @@ enum class PlotFormat { Svg, Png };
 /// later and reads no file. \a stepNames may have fewer names than there are steps.
 [[nodiscard]] QByteArray plotScript(const PlotData &data, PlotFormat format, const QString &title,
                                     const QStringList &stepNames);
+
+} // namespace workbench

@@ -1,6 +1,8 @@
-#include "plottrace.h"
+#include "workbench/plottrace.h"
 
 #include <algorithm>
+
+namespace workbench {
 
 PlotColumns::PlotColumns(double from, double to, int count)
     : m_from(from)
@@ -11,7 +13,7 @@ PlotColumns::PlotColumns(double from, double to, int count)
 
 int PlotColumns::at(double time) const
 {
-    return std::min(static_cast<int>((time - m_from) / m_width), m_count - 1);
+    return std::min(int((time - m_from) / m_width), m_count - 1);
 }
 
 PlotSamples::PlotSamples(const PlotColumns &columns)
@@ -99,3 +101,5 @@ void PlotChanges::add(double time, double value)
     else
         m_points.append({time, value});
 }
+
+} // namespace workbench

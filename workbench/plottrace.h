@@ -4,6 +4,8 @@
 
 #include <QVector>
 
+namespace workbench {
+
 struct PlotPoint
 {
     double time = 0; ///< seconds since the start of the sequence
@@ -80,3 +82,5 @@ private:
     PlotColumns m_columns;
     QVector<PlotPoint> m_points; ///< the first one may lie at the left edge
 };
+
+} // namespace workbench

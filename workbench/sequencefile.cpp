@@ -1,17 +1,22 @@
-#include "sequencefile.h"
+#include "workbench/sequencefile.h"
 
-#include "jsonnode.h"
+#include "workbench/jsonreader.h"
 
-#include <algorithm>
-#include <iterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QSaveFile>
+
+namespace workbench {
 
 namespace {
 
 constexpr int kMaxSteps = 5;
-constexpr int kBinaryInputFlag = 0x08; // in CStep::ctlCondition
+constexpr int kBinaryInputFlag = 0x08; // of the condition flags
 constexpr int kMaxStepTime = 65; // seconds; the board gets 16 bits of milliseconds
 constexpr int kByte = 255;
 constexpr int kMaxNameLength = 40;
+constexpr int kVoltageUnit = 10; // the engine counts voltage ratios in tens
+constexpr int kMostRatio = 100000;
 
 // The board is told the microseconds per sample at 50 Hz in one byte, and the samples per second in
 // two.
@@ -19,246 +24,364 @@ constexpr int kLeastSamplesPerCycle = 79;
 constexpr int kMostSamplesPerCycle = 20000;
 constexpr int kMostSamplesPerSecond = 65535;
 
-const QString endName = QStringLiteral("end"); // where a step goes to end the sequence
-
 constexpr double kLargestCount = 2147483647.0; // of a sampled value (IEC 61850-9-2: INT32)
 constexpr double kPeakOfRms = 1.41421;
 constexpr double kDegrees = 360.0;
 
-const QStringList outputNames = {
-    QStringLiteral("Va1"), QStringLiteral("Va2"), QStringLiteral("Vb1"), QStringLiteral("Vb2"),
-    QStringLiteral("Vc1"), QStringLiteral("Vc2"), QStringLiteral("Vn1"), QStringLiteral("Vn2"),
-    QStringLiteral("Ia1"), QStringLiteral("Ia2"), QStringLiteral("Ib1"), QStringLiteral("Ib2"),
-    QStringLiteral("Ic1"), QStringLiteral("Ic2"), QStringLiteral("In1"), QStringLiteral("In2")};
+namespace key {
+
+const QString description = QStringLiteral("description");
+const QString settings = QStringLiteral("settings");
+const QString steps = QStringLiteral("steps");
+
+const QString nominalFrequency = QStringLiteral("nominalFrequency");
+const QString samplesPerCycle = QStringLiteral("samplesPerCycle");
+const QString svResolution = QStringLiteral("svResolution");
+const QString amplitudes = QStringLiteral("amplitudes");
+const QString dualAD = QStringLiteral("dualAD");
+const QString ratios = QStringLiteral("ratios");
+const QString voltage = QStringLiteral("voltage");
+const QString current = QStringLiteral("current");
+
+const QString name = QStringLiteral("name");
+const QString time = QStringLiteral("time");
+const QString onTimeout = QStringLiteral("onTimeout");
+const QString onBinaryInput = QStringLiteral("onBinaryInput");
+const QString onTrigger = QStringLiteral("onTrigger");
+const QString trigger = QStringLiteral("trigger");
+const QString goTo = QStringLiteral("goTo");
+const QString conditionFlags = QStringLiteral("conditionFlags");
+const QString stepOption = QStringLiteral("stepOption");
+const QString binaryOutputs = QStringLiteral("binaryOutputs");
+const QString outputs = QStringLiteral("outputs");
+
+const QString amplitude = QStringLiteral("amplitude");
+const QString phase = QStringLiteral("phase");
+const QString frequency = QStringLiteral("frequency");
+const QString phaseJump = QStringLiteral("phaseJump");
+
+} // namespace key
+
+const QStringList resolutions = {QStringLiteral("0.01 V, 0.001 A"), QStringLiteral("1 V, 1 A")};
+const QStringList amplitudeKinds = {QStringLiteral("RMS"), QStringLiteral("peak")};
 
 /// Reads the steps of one file with the settings that hold for all of them.
-class Reader
+class SequenceReader
 {
 public:
     Sequence read(const JsonNode &root);
 
 private:
     void readSettings(const JsonNode &settings);
-    void readRatios(const JsonNode &ratios);
+    [[nodiscard]] static Sequence::Ratios readRatios(const JsonNode &ratios);
     void readNames(const QVector<JsonNode> &steps);
-    [[nodiscard]] CStep readStep(const JsonNode &node) const;
-    void readTransitions(const JsonNode &node, CStep &step) const;
-    void readOutputs(const JsonNode &node, CStep &step) const;
-    void readOutput(const JsonNode &node, OutChannelPara_tag &output) const;
-    [[nodiscard]] quint8 stepNamed(const JsonNode &node) const;
-    [[nodiscard]] double largestAmplitude(bool isCurrent) const;
+    [[nodiscard]] SequenceStep readStep(const JsonNode &node, const QString &name) const;
+    void readTransitions(const JsonNode &node, SequenceStep &step) const;
+    void readOutputs(const JsonNode &node, SequenceStep &step) const;
+    [[nodiscard]] SequenceOutput readOutput(const JsonNode &node, bool ofCurrent) const;
+    [[nodiscard]] int stepNamed(const JsonNode &node) const;
+    [[nodiscard]] double largestAmplitude(bool ofCurrent) const;
 
     Sequence m_sequence;
-    bool m_amplitudesArePeak = false;
 };
 
-Sequence Reader::read(const JsonNode &root)
+Sequence SequenceReader::read(const JsonNode &root)
 {
-    root.expectKeys(
-        {QStringLiteral("description"), QStringLiteral("settings"), QStringLiteral("steps")});
-    if (root.has(QStringLiteral("description")))
-        (void)root[QStringLiteral("description")].text();
-    if (root.has(QStringLiteral("settings")))
-        readSettings(root[QStringLiteral("settings")]);
-    const QVector<JsonNode> steps = root[QStringLiteral("steps")].elements(1, kMaxSteps);
+    root.expectKeys({key::description, key::settings, key::steps});
+    if (root.has(key::description))
+        m_sequence.description = root[key::description].text();
+    if (root.has(key::settings))
+        readSettings(root[key::settings]);
+    const QVector<JsonNode> steps = root[key::steps].elements(1, kMaxSteps);
     readNames(steps);
-    for (const JsonNode &step : steps)
-        m_sequence.steps.append(readStep(step));
+    for (int i = 0; i < steps.size(); ++i)
+        m_sequence.steps[i] = readStep(steps[i], m_sequence.steps[i].name);
     return m_sequence;
 }
 
-void Reader::readSettings(const JsonNode &settings)
+void SequenceReader::readSettings(const JsonNode &settings)
 {
-    const QString frequency = QStringLiteral("nominalFrequency");
-    const QString samples = QStringLiteral("samplesPerCycle");
-    const QString resolution = QStringLiteral("svResolution");
-    const QString amplitudes = QStringLiteral("amplitudes");
-    const QString dualAD = QStringLiteral("dualAD");
-    const QString ratios = QStringLiteral("ratios");
-    settings.expectKeys({frequency, samples, resolution, amplitudes, dualAD, ratios});
-
+    settings.expectKeys({key::nominalFrequency, key::samplesPerCycle, key::svResolution,
+                         key::amplitudes, key::dualAD, key::ratios});
     Sequence &all = m_sequence;
-    if (settings.has(frequency))
-        all.nominalFrequency = static_cast<quint8>(settings[frequency].integer(1, kByte));
-    if (settings.has(samples))
-        all.samplesPerCycle = static_cast<quint16>(
-            settings[samples].integer(kLeastSamplesPerCycle, kMostSamplesPerCycle));
-    if (all.nominalFrequency * all.samplesPerCycle > kMostSamplesPerSecond)
+    if (settings.has(key::nominalFrequency))
+        all.nominalFrequency = settings[key::nominalFrequency].integer(1, kByte);
+    if (settings.has(key::samplesPerCycle))
+        all.samplesPerCycle =
+            settings[key::samplesPerCycle].integer(kLeastSamplesPerCycle, kMostSamplesPerCycle);
+    if (all.samplesPerSecond() > kMostSamplesPerSecond)
         settings.refuse(QStringLiteral("%1 Hz times %2 samples per cycle are %3 samples per "
                                        "second; the most is %4")
                             .arg(all.nominalFrequency)
                             .arg(all.samplesPerCycle)
-                            .arg(all.nominalFrequency * all.samplesPerCycle)
+                            .arg(all.samplesPerSecond())
                             .arg(kMostSamplesPerSecond));
-    if (settings.has(resolution))
-        all.protocol = settings[resolution].choice(
-            {QStringLiteral("0.01 V, 0.001 A"), QStringLiteral("1 V, 1 A")});
-    if (settings.has(amplitudes))
-        m_amplitudesArePeak =
-            settings[amplitudes].choice({QStringLiteral("RMS"), QStringLiteral("peak")}) == 1;
-    if (settings.has(dualAD))
-        all.dualAD = settings[dualAD].boolean();
-    if (settings.has(ratios))
-        readRatios(settings[ratios]);
+    if (settings.has(key::svResolution))
+        all.resolution = Sequence::Resolution(settings[key::svResolution].choice(resolutions));
+    if (settings.has(key::amplitudes))
+        all.amplitudesArePeak = settings[key::amplitudes].choice(amplitudeKinds) == 1;
+    if (settings.has(key::dualAD))
+        all.dualAD = settings[key::dualAD].boolean();
+    if (settings.has(key::ratios))
+        all.ratios = readRatios(settings[key::ratios]);
 }
 
-void Reader::readRatios(const JsonNode &ratios)
+Sequence::Ratios SequenceReader::readRatios(const JsonNode &ratios)
 {
-    constexpr int kMostRatio = 100000;
-    constexpr int kVoltageUnit = 10; // the engine counts voltage ratios in tens
-    const QString voltage = QStringLiteral("voltage");
-    const QString current = QStringLiteral("current");
-    ratios.expectKeys({voltage, current});
-    const int voltageRatio = ratios[voltage].integer(kVoltageUnit, kMostRatio);
-    if (voltageRatio % kVoltageUnit != 0)
-        ratios[voltage].refuse(
-            QStringLiteral("%1 is not a multiple of %2").arg(voltageRatio).arg(kVoltageUnit));
-    m_sequence.amplitudesAreSecondary = true;
-    m_sequence.voltageRatio = voltageRatio / kVoltageUnit;
-    m_sequence.currentRatio = ratios[current].integer(1, kMostRatio);
+    ratios.expectKeys({key::voltage, key::current});
+    const int voltage = ratios[key::voltage].integer(kVoltageUnit, kMostRatio);
+    if (voltage % kVoltageUnit != 0)
+        ratios[key::voltage].refuse(
+            QStringLiteral("%1 is not a multiple of %2").arg(voltage).arg(kVoltageUnit));
+    return {voltage, ratios[key::current].integer(1, kMostRatio)};
 }
 
 /// All names come first, for a step may go to a later one.
-void Reader::readNames(const QVector<JsonNode> &steps)
+void SequenceReader::readNames(const QVector<JsonNode> &steps)
 {
     for (const JsonNode &step : steps) {
-        const JsonNode node = step[QStringLiteral("name")];
-        const QString name = node.text();
-        if (name.trimmed().isEmpty() || name.size() > kMaxNameLength)
+        const JsonNode node = step[key::name];
+        SequenceStep named;
+        named.name = node.text();
+        if (named.name.trimmed().isEmpty() || named.name.size() > kMaxNameLength)
             node.refuse(QStringLiteral("must have 1 to %1 characters").arg(kMaxNameLength));
-        if (name == endName)
-            node.refuse(QStringLiteral("\"%1\" names the end of the sequence").arg(name));
-        if (m_sequence.names.contains(name))
-            node.refuse(QStringLiteral("\"%1\" names an earlier step too").arg(name));
-        m_sequence.names.append(name);
+        if (named.name == m_sequence.nameOf(Sequence::kEnd))
+            node.refuse(QStringLiteral("\"%1\" names the end of the sequence").arg(named.name));
+        if (m_sequence.names().contains(named.name))
+            node.refuse(QStringLiteral("\"%1\" names an earlier step too").arg(named.name));
+        m_sequence.steps.append(named);
     }
 }
 
-CStep Reader::readStep(const JsonNode &node) const
+SequenceStep SequenceReader::readStep(const JsonNode &node, const QString &name) const
 {
-    const QString time = QStringLiteral("time");
-    const QString option = QStringLiteral("stepOption");
-    const QString states = QStringLiteral("binaryOutputs");
-    const QString outputs = QStringLiteral("outputs");
-    node.expectKeys({QStringLiteral("name"), time, QStringLiteral("onTimeout"),
-                     QStringLiteral("onBinaryInput"), QStringLiteral("onTrigger"),
-                     QStringLiteral("conditionFlags"), option, states, outputs});
-
-    CStep step;
-    step.stateTime = static_cast<quint32>(node[time].integer(0, kMaxStepTime));
+    SequenceStep step;
+    step.name = name;
+    node.expectKeys({key::name, key::time, key::onTimeout, key::onBinaryInput, key::onTrigger,
+                     key::conditionFlags, key::stepOption, key::binaryOutputs, key::outputs});
+    step.time = std::chrono::seconds(node[key::time].integer(0, kMaxStepTime));
     readTransitions(node, step);
-    if (node.has(option))
-        step.stepOption = static_cast<quint8>(node[option].integer(0, 1));
-    if (node.has(states)) {
-        constexpr int kBinaryOutputs = static_cast<int>(std::size(decltype(step.binOut){}));
-        const QVector<JsonNode> given = node[states].elements(kBinaryOutputs, kBinaryOutputs);
-        std::transform(given.begin(), given.end(), step.binOut, [](const JsonNode &state) {
-            return state.boolean() ? quint8(1) : quint8(0);
-        });
+    if (node.has(key::stepOption))
+        step.stepOption = node[key::stepOption].integer(0, 1);
+    if (node.has(key::binaryOutputs)) {
+        const QVector<JsonNode> given = node[key::binaryOutputs].elements(
+            SequenceStep::kBinaryOutputs, SequenceStep::kBinaryOutputs);
+        for (int i = 0; i < given.size(); ++i)
+            step.binaryOutputs.at(std::size_t(i)) = given[i].boolean();
     }
-    for (OutChannelPara_tag &output : step.outPara) {
-        output.frequency = m_sequence.nominalFrequency;
-        output.ampIsPeak = m_amplitudesArePeak ? 1 : 0;
-    }
-    readOutputs(node[outputs], step);
+    readOutputs(node[key::outputs], step);
     return step;
 }
 
-void Reader::readTransitions(const JsonNode &node, CStep &step) const
+void SequenceReader::readTransitions(const JsonNode &node, SequenceStep &step) const
 {
-    const QString flags = QStringLiteral("conditionFlags");
-    const QString input = QStringLiteral("onBinaryInput");
-    const QString trigger = QStringLiteral("onTrigger");
-
-    step.stateTimeJump = stepNamed(node[QStringLiteral("onTimeout")]);
-    if (node.has(flags)) {
-        step.ctlCondition = static_cast<quint8>(node[flags].integer(0, kByte));
-        if ((step.ctlCondition & kBinaryInputFlag) != 0)
-            node[flags].refuse(QStringLiteral("flag 8 is set by onBinaryInput alone"));
+    step.onTimeout = stepNamed(node[key::onTimeout]);
+    if (node.has(key::conditionFlags)) {
+        step.conditionFlags = node[key::conditionFlags].integer(0, kByte);
+        if ((step.conditionFlags & kBinaryInputFlag) != 0)
+            node[key::conditionFlags].refuse(
+                QStringLiteral("flag 8 is set by onBinaryInput alone"));
     }
-    if (node.has(input)) {
-        step.ctlCondition |= kBinaryInputFlag;
-        step.binInpJump = stepNamed(node[input]);
-    }
-    if (node.has(trigger)) {
-        const JsonNode setting = node[trigger];
-        setting.expectKeys({QStringLiteral("trigger"), QStringLiteral("goTo")});
-        step.stateTrige = static_cast<quint8>(setting[QStringLiteral("trigger")].integer(1, kByte));
-        step.stateTrigeJump = stepNamed(setting[QStringLiteral("goTo")]);
+    if (node.has(key::onBinaryInput))
+        step.onBinaryInput = stepNamed(node[key::onBinaryInput]);
+    if (node.has(key::onTrigger)) {
+        const JsonNode setting = node[key::onTrigger];
+        setting.expectKeys({key::trigger, key::goTo});
+        const int trigger = setting[key::trigger].integer(1, kByte);
+        step.onTrigger = SequenceStep::OnTrigger{trigger, stepNamed(setting[key::goTo])};
     }
 }
 
-void Reader::readOutputs(const JsonNode &node, CStep &step) const
+void SequenceReader::readOutputs(const JsonNode &node, SequenceStep &step) const
 {
-    node.expectKeys(outputNames);
-    for (int i = 0; i < outputNames.size(); ++i) {
-        if (!node.has(outputNames[i]))
+    const QStringList &names = outputNames();
+    node.expectKeys(names);
+    for (int i = 0; i < names.size(); ++i) {
+        if (!node.has(names[i]))
             continue;
         const bool isSecond = i % 2 != 0;
         if (isSecond && m_sequence.dualAD)
-            node[outputNames[i]].refuse(
-                QStringLiteral("mirrors %1, because dualAD is true").arg(outputNames[i - 1]));
-        readOutput(node[outputNames[i]], step.outPara[i]);
+            node[names[i]].refuse(
+                QStringLiteral("mirrors %1, because dualAD is true").arg(names[i - 1]));
+        step.outputs[std::size_t(i)] = readOutput(node[names[i]], isCurrent(i));
     }
 }
 
-void Reader::readOutput(const JsonNode &node, OutChannelPara_tag &output) const
+SequenceOutput SequenceReader::readOutput(const JsonNode &node, bool ofCurrent) const
 {
-    const QString amplitude = QStringLiteral("amplitude");
-    const QString frequency = QStringLiteral("frequency");
-    const QString phase = QStringLiteral("phase");
-    const QString jump = QStringLiteral("phaseJump");
-    node.expectKeys({amplitude, frequency, phase, jump});
-
-    const double halfTheSampleRate = m_sequence.samplesPerCycle * m_sequence.nominalFrequency / 2.0;
-    output.amplitude =
-        static_cast<float>(node[amplitude].number(0.0, largestAmplitude(output.isCurrent != 0)));
-    if (node.has(frequency))
-        output.frequency = static_cast<float>(node[frequency].number(0.0, halfTheSampleRate));
-    output.phasePosition = static_cast<float>(node[phase].number(-kDegrees, kDegrees));
-    if (node.has(jump))
-        output.phaseJump = static_cast<float>(node[jump].number(-kDegrees, kDegrees));
+    node.expectKeys({key::amplitude, key::frequency, key::phase, key::phaseJump});
+    SequenceOutput output;
+    output.amplitude = node[key::amplitude].number(0.0, largestAmplitude(ofCurrent));
+    if (node.has(key::frequency))
+        output.frequency = node[key::frequency].number(0.0, m_sequence.samplesPerSecond() / 2.0);
+    output.phase = node[key::phase].number(-kDegrees, kDegrees);
+    if (node.has(key::phaseJump))
+        output.phaseJump = node[key::phaseJump].number(-kDegrees, kDegrees);
+    return output;
 }
 
-quint8 Reader::stepNamed(const JsonNode &node) const
+int SequenceReader::stepNamed(const JsonNode &node) const
 {
-    const int step = node.choice(m_sequence.names + QStringList{endName});
-    return step < m_sequence.names.size() ? static_cast<quint8>(step) : Sequence::end;
+    const QStringList names = m_sequence.names();
+    const int step = node.choice(names + QStringList{m_sequence.nameOf(Sequence::kEnd)});
+    return step < names.size() ? step : Sequence::kEnd;
 }
 
 /// The amplitude whose peak is the largest count of a sampled-value stream.
-double Reader::largestAmplitude(bool isCurrent) const
+double SequenceReader::largestAmplitude(bool ofCurrent) const
 {
     double unit = 1.0;
-    if (m_sequence.protocol == 0)
-        unit = isCurrent ? 0.001 : 0.01;
-    double factor = m_amplitudesArePeak ? 1.0 : kPeakOfRms;
-    if (m_sequence.amplitudesAreSecondary)
-        factor *= isCurrent ? m_sequence.currentRatio : m_sequence.voltageRatio * 10.0;
+    if (m_sequence.resolution == Sequence::Resolution::Centivolt)
+        unit = ofCurrent ? 0.001 : 0.01;
+    double factor = m_sequence.amplitudesArePeak ? 1.0 : kPeakOfRms;
+    if (m_sequence.ratios)
+        factor *= ofCurrent ? m_sequence.ratios->current : m_sequence.ratios->voltage;
     return kLargestCount * unit / factor;
+}
+
+// Writing. QJsonObject would sort the keys; a reader wants them in the order of the documentation.
+
+QString member(const QString &name, const QString &value)
+{
+    return QLatin1Char('"') + name + QLatin1String("\": ") + value;
+}
+
+QString quoted(const QString &text)
+{
+    const QByteArray list = QJsonDocument(QJsonArray{text}).toJson(QJsonDocument::Compact);
+    return QString::fromUtf8(list.mid(1).chopped(1));
+}
+
+QString number(double value)
+{
+    return QString::number(value, 'g', QLocale::FloatingPointShortest);
+}
+
+QString line(const QStringList &members)
+{
+    return QStringLiteral("{ ") + members.join(QStringLiteral(", ")) + QStringLiteral(" }");
+}
+
+/// One below the other, between \a open and \a close.
+QString block(QChar open, const QStringList &items, QChar close)
+{
+    if (items.isEmpty())
+        return QString(open) + close;
+    QString inside = QLatin1Char('\n') + items.join(QStringLiteral(",\n"));
+    inside.replace(QLatin1Char('\n'), QLatin1String("\n  "));
+    return open + inside + QLatin1Char('\n') + close;
+}
+
+QString object(const QStringList &members)
+{
+    return block(QLatin1Char('{'), members, QLatin1Char('}'));
+}
+
+QStringList settingsOf(const Sequence &sequence)
+{
+    const Sequence defaults;
+    QStringList members;
+    if (sequence.nominalFrequency != defaults.nominalFrequency)
+        members += member(key::nominalFrequency, number(sequence.nominalFrequency));
+    if (sequence.samplesPerCycle != defaults.samplesPerCycle)
+        members += member(key::samplesPerCycle, number(sequence.samplesPerCycle));
+    if (sequence.resolution != defaults.resolution)
+        members += member(key::svResolution, quoted(resolutions[int(sequence.resolution)]));
+    if (sequence.amplitudesArePeak)
+        members += member(key::amplitudes, quoted(amplitudeKinds[1]));
+    if (sequence.dualAD)
+        members += member(key::dualAD, QStringLiteral("true"));
+    if (sequence.ratios)
+        members += member(key::ratios,
+                          line({member(key::voltage, number(sequence.ratios->voltage)),
+                                member(key::current, number(sequence.ratios->current))}));
+    return members;
+}
+
+QString text(const SequenceOutput &output)
+{
+    QStringList members = {member(key::amplitude, number(output.amplitude)),
+                           member(key::phase, number(output.phase))};
+    if (output.frequency)
+        members += member(key::frequency, number(*output.frequency));
+    if (output.phaseJump != 0.0)
+        members += member(key::phaseJump, number(output.phaseJump));
+    return line(members);
+}
+
+QString outputsOf(const SequenceStep &step)
+{
+    QStringList members;
+    for (int i = 0; i < outputNames().size(); ++i) {
+        if (const auto &output = step.outputs[std::size_t(i)])
+            members += member(outputNames()[i], text(*output));
+    }
+    return object(members);
+}
+
+QString statesOf(const SequenceStep &step)
+{
+    QStringList states;
+    for (const bool state : step.binaryOutputs)
+        states += QLatin1String(state ? "true" : "false");
+    return QLatin1Char('[') + states.join(QStringLiteral(", ")) + QLatin1Char(']');
+}
+
+QString text(const SequenceStep &step, const Sequence &sequence)
+{
+    const auto named = [&sequence](int number) { return quoted(sequence.nameOf(number)); };
+    QStringList members = {member(key::name, quoted(step.name)),
+                           member(key::time, number(double(step.time.count()))),
+                           member(key::onTimeout, named(step.onTimeout))};
+    if (step.onBinaryInput)
+        members += member(key::onBinaryInput, named(*step.onBinaryInput));
+    if (step.onTrigger)
+        members += member(key::onTrigger,
+                          line({member(key::trigger, number(step.onTrigger->trigger)),
+                                member(key::goTo, named(step.onTrigger->goTo))}));
+    if (step.conditionFlags != 0)
+        members += member(key::conditionFlags, number(step.conditionFlags));
+    if (step.stepOption != 0)
+        members += member(key::stepOption, number(step.stepOption));
+    if (step.binaryOutputs != SequenceStep().binaryOutputs)
+        members += member(key::binaryOutputs, statesOf(step));
+    members += member(key::outputs, outputsOf(step));
+    return object(members);
 }
 
 } // namespace
 
-QString Sequence::nameOf(int number) const
+Expected<Sequence> readSequence(const QString &path)
 {
-    return number == end ? endName : names.value(number, QString::number(number));
+    JsonReader file(path);
+    const Sequence sequence = SequenceReader().read(file.root());
+    if (file.failure())
+        return tl::unexpected<Failure>(*file.failure());
+    return sequence;
 }
 
-Sequence readSequence(const QString &path)
+QByteArray toJson(const Sequence &sequence)
 {
-    return Reader().read(JsonNode::fromFile(path));
+    QStringList members;
+    if (!sequence.description.isEmpty())
+        members += member(key::description, quoted(sequence.description));
+    const QStringList settings = settingsOf(sequence);
+    if (!settings.isEmpty())
+        members += member(key::settings, object(settings));
+    QStringList steps;
+    for (const SequenceStep &step : sequence.steps)
+        steps += text(step, sequence);
+    members += member(key::steps, block(QLatin1Char('['), steps, QLatin1Char(']')));
+    return object(members).toUtf8() + '\n';
 }
 
-void apply(const Sequence &sequence, LumtarEngine &engine)
+Expected<void> writeSequence(const Sequence &sequence, const QString &path)
 {
-    engine.samplesPerCycle = sequence.samplesPerCycle;
-    engine.nominalFrequency = sequence.nominalFrequency;
-    engine.stepCount = static_cast<qint32>(sequence.steps.size());
-    std::copy(sequence.steps.begin(), sequence.steps.end(), engine.steps);
-    engine.SetProtocal(sequence.protocol);
-    engine.SetVIInputWay(sequence.amplitudesAreSecondary ? 0 : 1, sequence.voltageRatio,
-                         sequence.currentRatio);
-    if (sequence.dualAD)
-        engine.SetDoubleAD();
+    QSaveFile file(path);
+    const QByteArray json = toJson(sequence);
+    if (!file.open(QIODevice::WriteOnly) || file.write(json) != json.size() || !file.commit())
+        return failure(Failure::Input, path + QStringLiteral(": ") + file.errorString());
+    return {};
 }
+
+} // namespace workbench

@@ -1,35 +1,22 @@
 /// \file
-/// The sequence file: a state sequence as a protection engineer writes it down (JSON). The format
-/// is described in examples/README.md.
+/// The sequence file (JSON). Its format is described in examples/README.md.
 #pragma once
 
-#include <lumtarengine.h>
+#include "workbench/failure.h"
+#include "workbench/sequence.h"
 
-#include <QString>
-#include <QStringList>
-#include <QVector>
+#include <QByteArray>
 
-/// What a sequence file says, completely checked.
-struct Sequence
-{
-    QVector<CStep> steps; ///< 1 to 5
-    QStringList names; ///< of the steps
-    quint16 samplesPerCycle = 80;
-    quint8 nominalFrequency = 50; ///< Hz
-    int protocol = 0; ///< as LumtarEngine::SetProtocal() takes it
-    bool dualAD = false; ///< the second outputs mirror the first
-    bool amplitudesAreSecondary = false; ///< the engine multiplies them by the ratios below
-    int voltageRatio = 0; ///< tenth of the ratio, as LumtarEngine::SetVIInputWay() takes it
-    int currentRatio = 0;
+namespace workbench {
 
-    static constexpr quint8 end =
-        255; ///< a step that is never there: going to it ends the sequence
-    /// The name of step \a number, "end", or the number itself.
-    [[nodiscard]] QString nameOf(int number) const;
-};
+/// Reads and completely checks the file at \a path.
+[[nodiscard]] Expected<Sequence> readSequence(const QString &path);
 
-/// Reads the file at \a path. Throws InputError when anything in it is wrong.
-[[nodiscard]] Sequence readSequence(const QString &path);
+/// The file's content: what has its default value is left out. Reading it gives \a sequence again,
+/// provided that it is one that could have been read.
+[[nodiscard]] QByteArray toJson(const Sequence &sequence);
 
-/// Writes the settings and the steps into \a engine.
-void apply(const Sequence &sequence, LumtarEngine &engine);
+/// Writes that over the file at \a path, all of it or nothing.
+[[nodiscard]] Expected<void> writeSequence(const Sequence &sequence, const QString &path);
+
+} // namespace workbench

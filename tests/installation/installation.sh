@@ -1,14 +1,17 @@
 #!/usr/bin/env bash
 # Uses an installation of the build as another project would.
 #
-# usage: installation.sh files|cmake|pkgconfig
+# usage: installation.sh files|cmake|pkgconfig|static
 #   files      installs, moves everything to another place and looks at it
 #   cmake      builds the consumer there with find_package, and runs it
 #   pkgconfig  the same with pkg-config and make
+#   static     builds the consumer with a static library as a part of it, installs that project, and
+#              does all of the above there
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
-readonly prefix=$SCRATCH/prefix
-readonly example=$prefix/share/doc/lumtar/examples/feeder-bay.xml
+prefix=$SCRATCH/prefix
+[[ ${1:-} != static ]] || prefix=$SCRATCH/static-prefix
+readonly prefix example=$SOURCE/examples/feeder-bay.xml
 
 check_files() {
     local first=$SCRATCH/first-prefix
@@ -30,14 +33,20 @@ check_files() {
     done
 }
 
-build_with_cmake() {
-    local project=$SCRATCH/cmake-consumer
+# build_consumer PROJECT SETTING...
+build_consumer() {
+    local project=$1
+    shift
     rm -rf "$project"
     cp -r consumer "$project"
-    "$CMAKE" -S "$project" -B "$project/build" \
-        -DCMAKE_CXX_COMPILER="$CXX" -DCMAKE_PREFIX_PATH="$prefix"
-    "$CMAKE" --build "$project/build"
+    "$CMAKE" -S "$project" -B "$project/build" -DCMAKE_CXX_COMPILER="$CXX" "$@"
+    "$CMAKE" --build "$project/build" --parallel 2
     "$project/build/consumer" "$example"
+}
+
+build_with_cmake() {
+    local project=$prefix-cmake-consumer
+    build_consumer "$project" -DCMAKE_PREFIX_PATH="$prefix"
 
     # A later major version does not replace an earlier one.
     local earlier=$((${VERSION%%.*} - 1)).9 output
@@ -50,11 +59,12 @@ build_with_cmake() {
 
 build_with_pkgconfig() {
     command -v pkg-config >/dev/null || skip "pkg-config is not installed"
-    local project=$SCRATCH/pkgconfig-consumer
+    local project=$prefix-pkgconfig-consumer
     rm -rf "$project"
     cp -r consumer "$project"
     export PKG_CONFIG_PATH=$prefix/$LIBDIR/pkgconfig
     expect_equal "version" "$(pkg-config --modversion lumtar)" "$VERSION"
+    [[ $(pkg-config --cflags lumtar) != *-std=* ]] || fail "pkg-config chooses the language standard"
     make -C "$project" CXX="$CXX"
     LD_LIBRARY_PATH=$prefix/$LIBDIR "$project/consumer" "$example"
 
@@ -66,9 +76,21 @@ build_with_pkgconfig() {
     expect_equal "public headers" "$(ls "$prefix/include/lumtar")" "$reached"
 }
 
+build_as_part() {
+    local project=$prefix-outer
+    build_consumer "$project" -DLUMTAR_SOURCE="$SOURCE" -DBUILD_SHARED_LIBS=OFF \
+        -DQT_MAJOR_VERSION="$QT" -DCMAKE_INSTALL_LIBDIR="$LIBDIR"
+    rm -rf "$prefix"
+    "$CMAKE" --install "$project/build" --prefix "$prefix" >/dev/null
+    "$prefix/bin/consumer" "$example"
+    build_with_cmake
+    build_with_pkgconfig
+}
+
 case ${1:-} in
 files) check_files ;;
 cmake) build_with_cmake ;;
 pkgconfig) build_with_pkgconfig ;;
-*) fail "usage: $0 files|cmake|pkgconfig" ;;
+static) build_as_part ;;
+*) fail "usage: $0 files|cmake|pkgconfig|static" ;;
 esac

@@ -1,4 +1,4 @@
-#include "boardoptions.h"
+#include "tools/lumtar-board/boardoptions.h"
 
 #include <QCommandLineParser>
 #include <QDateTime>
@@ -7,10 +7,11 @@
 
 #include <utility>
 
+using namespace virtualboard;
+
 namespace {
 
-constexpr qint64 kNanosecondsPerMillisecond = 1'000'000;
-constexpr int kVirtualLimit = 600; // s
+constexpr int kForEver = 0; // s
 
 struct OptionText
 {
@@ -35,7 +36,7 @@ const OptionText optionTexts[] = {
     {"limit", "S",
      "Ends a sequence that has been played for so many seconds. 600 if not given; live, without "
      "limit.",
-     ""},
+     "600"},
     {"interface", "IF",
      "Plays live: in real time, on this network interface, from which the inputs come, too.", ""},
     {"port", "N=IF", "The same, but only with output and light port N, 1 to 8. Can be repeated.",
@@ -68,108 +69,169 @@ void describe(QCommandLineParser &parser)
                           QLatin1String(text.valueName), QLatin1String(text.defaultValue)});
 }
 
-/// @param name  of the option
-int number(const char *name, const QString &text, int least, int most)
+/// \param name of the option
+Expected<int> number(const char *name, const QString &text, int least, int most)
 {
     bool ok = false;
     const int value = text.toInt(&ok);
     if (!ok || value < least || value > most)
-        throw UsageError{QStringLiteral("--%1 \"%2\" is no whole number from %3 to %4")
-                             .arg(QLatin1String(name), text)
-                             .arg(least)
-                             .arg(most)};
+        return Refusal(QStringLiteral("--%1 \"%2\" is no whole number from %3 to %4")
+                           .arg(QLatin1String(name), text)
+                           .arg(least)
+                           .arg(most));
     return value;
 }
 
-qint64 readTime(const QString &text)
+Expected<WallTime> readTime(const QString &text)
 {
     QDateTime time = QDateTime::fromString(text, Qt::ISODateWithMs);
     if (time.timeSpec() == Qt::LocalTime)
         time.setTimeSpec(Qt::UTC);
-    const qint64 milliseconds = time.isValid() ? time.toMSecsSinceEpoch() : -1;
-    if (milliseconds < 0 || milliseconds > kLatestStart / kNanosecondsPerMillisecond)
-        throw UsageError{
-            QStringLiteral("--start-time \"%1\" is no ISO 8601 time from 1970 to 2102").arg(text)};
-    return milliseconds * kNanosecondsPerMillisecond;
+    const std::chrono::milliseconds sinceEpoch(time.isValid() ? time.toMSecsSinceEpoch() : -1);
+    if (sinceEpoch.count() < 0 || sinceEpoch > kLatestStart.time_since_epoch())
+        return Refusal(
+            QStringLiteral("--start-time \"%1\" is no ISO 8601 time from 1970 to 2102").arg(text));
+    return WallTime(sinceEpoch);
 }
 
-QMap<QString, int> readExpectations(const QStringList &texts)
+Expected<QMap<QString, int>> readExpectations(const QStringList &texts)
 {
     QMap<QString, int> result;
     for (const QString &each : texts) {
-        const int sign = static_cast<int>(each.lastIndexOf(QLatin1Char('=')));
+        const int sign = int(each.lastIndexOf(QLatin1Char('=')));
         if (sign < 1)
-            throw UsageError{QStringLiteral("--expect \"%1\" is not KIND=N").arg(each)};
-        result[each.left(sign)] = number("expect", each.mid(sign + 1), 0, 1000000);
+            return Refusal(QStringLiteral("--expect \"%1\" is not KIND=N").arg(each));
+        const Expected<int> count = number("expect", each.mid(sign + 1), 0, 1000000);
+        if (!count)
+            return Refusal(count.error());
+        result[each.left(sign)] = *count;
     }
     return result;
 }
 
-void readLiveOptions(const QCommandLineParser &parser, BoardOptions &options)
+/// Reads the options one after the other; the first that is wrong is the failure.
+class Reader
 {
-    const auto isSet = [&parser](const char *name) { return parser.isSet(QLatin1String(name)); };
+public:
+    explicit Reader(const QCommandLineParser &parser)
+        : m_parser(parser)
+    { }
+
+    Expected<BoardOptions> read()
+    {
+        if (!m_parser.positionalArguments().isEmpty())
+            fail(QStringLiteral("unexpected argument \"%1\"")
+                     .arg(m_parser.positionalArguments().first()));
+        readLink();
+        readFiles();
+        readLive();
+        const auto limit = take(number("limit", value("limit"), 1, 100'000));
+        m_options.board.limit =
+            std::chrono::seconds(isSet("limit") || !m_options.board.live ? limit : kForEver);
+        m_options.once = isSet("once");
+        m_options.timeout = take(number("timeout", value("timeout"), 0, 1000000));
+        m_options.expected = take(readExpectations(m_parser.values(QStringLiteral("expect"))));
+        if (!m_failure.isEmpty())
+            return Refusal(m_failure);
+        return m_options;
+    }
+
+private:
+    bool isSet(const char *name) const { return m_parser.isSet(QLatin1String(name)); }
+    QString value(const char *name) const { return m_parser.value(QLatin1String(name)); }
+    void fail(const QString &text)
+    {
+        if (m_failure.isEmpty())
+            m_failure = text;
+    }
+    template <typename T>
+    T take(const Expected<T> &result)
+    {
+        if (!result)
+            fail(result.error());
+        return result.value_or(T());
+    }
+
+    void readLink();
+    void readFiles();
+    void readLive();
+    PortInterfaces readInterfaces();
+
+    const QCommandLineParser &m_parser;
+    BoardOptions m_options;
+    QString m_failure;
+};
+
+void Reader::readLink()
+{
+    m_options.board.address = QHostAddress(value("listen"));
+    if (m_options.board.address.isNull())
+        fail(QStringLiteral("--listen \"%1\" is no IP address").arg(value("listen")));
+    m_options.board.udpPort = quint16(take(number("udp-port", value("udp-port"), 1, 65535)));
+}
+
+void Reader::readFiles()
+{
+    m_options.board.capture = value("capture");
+    m_options.board.inputs = value("inputs");
+    const QString capture = QFileInfo(m_options.board.capture).canonicalFilePath();
+    if (!capture.isEmpty() && capture == QFileInfo(m_options.board.inputs).canonicalFilePath())
+        fail(QStringLiteral("--capture would overwrite the file of --inputs"));
+    if (isSet("start-time"))
+        m_options.board.startTime = take(readTime(value("start-time")));
+}
+
+void Reader::readLive()
+{
+    // Of 1 to 99: above everything that does not ask, below the kernel's own.
+    constexpr int kPriority = 50;
+    const bool isLive = isSet("interface") || isSet("port");
+    for (const char *name : {"inputs", "start-time"}) {
+        if (isLive && isSet(name))
+            fail(QStringLiteral("--%1 is for virtual time; a live board takes time and inputs as "
+                                "they come")
+                     .arg(QLatin1String(name)));
+    }
+    for (const char *name : {"realtime", "cpu", "i-know"}) {
+        if (!isLive && isSet(name))
+            fail(QStringLiteral("--%1 needs --interface or --port").arg(QLatin1String(name)));
+    }
+    if (!isLive)
+        return;
+    LiveOptions live;
+    live.interfaces = readInterfaces();
+    live.iKnow = isSet("i-know");
+    if (isSet("realtime"))
+        live.realtime = kPriority;
+    if (isSet("cpu"))
+        live.cpu = take(number("cpu", value("cpu"), 0, 1023));
+    m_options.board.live = live;
+}
+
+PortInterfaces Reader::readInterfaces()
+{
+    PortInterfaces result;
     if (isSet("interface"))
-        options.interfaces.fill(parser.value(QStringLiteral("interface")));
-    QStringList ports = parser.values(QStringLiteral("port"));
+        result.fill(value("interface"));
+    QStringList ports = m_parser.values(QStringLiteral("port"));
     for (const QString &each : std::as_const(ports)) {
-        QString error;
-        if (!virtualboard::setPort(options.interfaces, each, &error))
-            throw UsageError{QStringLiteral("--port: ") + error};
+        if (const auto set = setPort(result, each); !set)
+            fail(QStringLiteral("--port: ") + set.error());
     }
     ports.replaceInStrings(QRegularExpression(QStringLiteral("=.*")), QString());
     if (ports.removeDuplicates() > 0)
-        throw UsageError{QStringLiteral("--port: a port has one interface, not two")};
-    options.live = isSet("interface") || isSet("port");
-    options.iKnow = isSet("i-know");
-    options.realtime = isSet("realtime");
-    if (isSet("cpu"))
-        options.cpu = number("cpu", parser.value(QStringLiteral("cpu")), 0, 1023);
-    for (const char *name : {"inputs", "start-time"}) {
-        if (options.live && isSet(name))
-            throw UsageError{QStringLiteral("--%1 is for virtual time; a live board takes time and "
-                                            "inputs as they come")
-                                 .arg(QLatin1String(name))};
-    }
-    for (const char *name : {"realtime", "cpu", "i-know"}) {
-        if (!options.live && isSet(name))
-            throw UsageError{
-                QStringLiteral("--%1 needs --interface or --port").arg(QLatin1String(name))};
-    }
+        fail(QStringLiteral("--port: a port has one interface, not two"));
+    return result;
 }
 
 } // namespace
 
-BoardOptions readBoardOptions(const QStringList &arguments)
+Expected<BoardOptions> readBoardOptions(const QStringList &arguments)
 {
     QCommandLineParser parser;
     describe(parser);
     if (!parser.parse(arguments))
-        throw UsageError{parser.errorText()};
+        return Refusal(parser.errorText());
     parser.process(arguments); // for --help and --version
-    const auto value = [&parser](const char *name) { return parser.value(QLatin1String(name)); };
-
-    if (!parser.positionalArguments().isEmpty())
-        throw UsageError{
-            QStringLiteral("unexpected argument \"%1\"").arg(parser.positionalArguments().first())};
-    BoardOptions options;
-    options.address = QHostAddress(value("listen"));
-    if (options.address.isNull())
-        throw UsageError{QStringLiteral("--listen \"%1\" is no IP address").arg(value("listen"))};
-    options.udpPort = static_cast<quint16>(number("udp-port", value("udp-port"), 1, 65535));
-    options.capture = value("capture");
-    options.inputs = value("inputs");
-    const QString capture = QFileInfo(options.capture).canonicalFilePath();
-    if (!capture.isEmpty() && capture == QFileInfo(options.inputs).canonicalFilePath())
-        throw UsageError{QStringLiteral("--capture would overwrite the file of --inputs")};
-    if (parser.isSet(QStringLiteral("start-time")))
-        options.startTime = readTime(value("start-time"));
-    readLiveOptions(parser, options);
-    if (parser.isSet(QStringLiteral("limit")))
-        options.limit = number("limit", value("limit"), 1, 100'000);
-    else
-        options.limit = options.live ? 0 : kVirtualLimit;
-    options.once = parser.isSet(QStringLiteral("once"));
-    options.timeout = number("timeout", value("timeout"), 0, 1000000);
-    options.expected = readExpectations(parser.values(QStringLiteral("expect")));
-    return options;
+    return Reader(parser).read();
 }

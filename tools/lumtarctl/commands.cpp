@@ -1,15 +1,16 @@
-#include "commands.h"
+#include "tools/lumtarctl/commands.h"
 
-#include "boardsession.h"
-#include "configurationcheck.h"
-#include "configurationreport.h"
-#include "failures.h"
-#include "plotcommand.h"
-#include "sequencerun.h"
-#include "terminal.h"
+#include "configuration/testconfiguration.h"
+#include "tools/lumtarctl/plotcommand.h"
+#include "tools/lumtarctl/runcommand.h"
+#include "tools/lumtarctl/terminal.h"
+#include "workbench/boardsession.h"
+#include "workbench/configurationtables.h"
 
 #include <QCommandLineParser>
 #include <QJsonDocument>
+
+using namespace workbench;
 
 namespace {
 
@@ -56,80 +57,91 @@ QStringList namesOf(const OptionText &option)
     return shortName.isEmpty() ? QStringList{option.name} : QStringList{shortName, option.name};
 }
 
-int number(const QCommandLineParser &options, const QString &name, int least, int most)
+Expected<int> number(const QCommandLineParser &options, const QString &name, int least, int most)
 {
     bool ok = false;
     const int value = options.value(name).toInt(&ok);
     if (!ok || value < least || value > most)
-        throw InputError{QStringLiteral("--%1 \"%2\" is no whole number from %3 to %4")
-                             .arg(name, options.value(name))
-                             .arg(least)
-                             .arg(most)};
+        return failure(Failure::Input,
+                       QStringLiteral("--%1 \"%2\" is no whole number from %3 to %4")
+                           .arg(name, options.value(name))
+                           .arg(least)
+                           .arg(most));
     return value;
 }
 
-/// Where the board is and how to reach it; everything is checked before anything is opened.
-struct Endpoint
+/// Checked before anything is opened.
+Expected<Endpoint> endpointOf(const QCommandLineParser &options)
 {
-    explicit Endpoint(const QCommandLineParser &options)
-        : board(options.value(boardOption))
-        , localPort(number(options, localPortOption, 1, 65534))
-    {
-        if (board.isNull())
-            throw InputError{
-                QStringLiteral("--board \"%1\" is no IP address").arg(options.value(boardOption))};
-    }
-
-    QHostAddress board;
-    int localPort = 0;
-};
-
-int runSequence(const QCommandLineParser &options)
-{
-    const Endpoint endpoint(options);
-    return execute({endpoint.board, endpoint.localPort, options.value(configOption),
-                    options.value(sequenceOption), options.isSet(watchOption)});
+    const Expected<int> localPort = number(options, localPortOption, 1, 65534);
+    if (!localPort)
+        return tl::unexpected<Failure>(localPort.error());
+    const QHostAddress board(options.value(boardOption));
+    if (board.isNull())
+        return failure(
+            Failure::Input,
+            QStringLiteral("--board \"%1\" is no IP address").arg(options.value(boardOption)));
+    return Endpoint{board, *localPort};
 }
 
-int readStatus(const QCommandLineParser &options)
+Expected<int> runSequence(const QCommandLineParser &options)
 {
-    const Endpoint endpoint(options);
-    const int which = number(options, whichOption, 0, 255);
+    return endpointOf(options).and_then([&options](const Endpoint &endpoint) {
+        return run(endpoint, options.value(configOption), options.value(sequenceOption),
+                   options.isSet(watchOption));
+    });
+}
+
+Expected<int> readStatus(const QCommandLineParser &options)
+{
     BoardSession session;
-    session.open(endpoint.board, endpoint.localPort);
-    const QByteArray status = session.readStatus(which);
-    say(QStringLiteral("status %1, %2 bytes: %3")
-            .arg(which)
-            .arg(status.size())
-            .arg(QString::fromLatin1(status.toHex(' '))));
-    return 0;
+    int which = 0;
+    return endpointOf(options)
+        .and_then([&](const Endpoint &endpoint) {
+            return number(options, whichOption, 0, 255).and_then([&](int number) {
+                which = number;
+                return session.open(endpoint.board, endpoint.localPort);
+            });
+        })
+        .and_then([&] { return session.readStatus(which); })
+        .map([&](const QByteArray &status) {
+            say(QStringLiteral("status %1, %2 bytes: %3")
+                    .arg(which)
+                    .arg(status.size())
+                    .arg(QString::fromLatin1(status.toHex(' '))));
+            return 0;
+        });
 }
 
-int stopBoard(const QCommandLineParser &options)
+Expected<int> stopBoard(const QCommandLineParser &options)
 {
-    const Endpoint endpoint(options);
     BoardSession session;
-    session.open(endpoint.board, endpoint.localPort);
-    session.expectSuccess(session.engine.StopExec(), QStringLiteral("stopping"));
-    say(QStringLiteral("stopped"));
-    return 0;
+    return endpointOf(options)
+        .and_then([&](const Endpoint &endpoint) {
+            return session.open(endpoint.board, endpoint.localPort);
+        })
+        .and_then([&] { return session.stop(); })
+        .map([] {
+            say(QStringLiteral("stopped"));
+            return 0;
+        });
 }
 
-int checkFile(const QCommandLineParser &options)
+Expected<int> checkFile(const QCommandLineParser &options)
 {
     constexpr int kHasWarnings = 1;
     constexpr int kHasErrors = 2;
     const LumtarEngine defaults;
-    const CheckedConfiguration configuration =
-        checkConfiguration(options.positionalArguments().value(1),
-                           defaults.samplesPerCycle * defaults.nominalFrequency);
+    const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
+        testconfiguration::Document::read(options.positionalArguments().value(1)),
+        defaults.samplesPerCycle * defaults.nominalFrequency);
     const QString report = options.isSet(jsonOption)
         ? QString::fromUtf8(QJsonDocument(toJson(configuration)).toJson())
         : toText(configuration);
     say(report.trimmed());
-    if (configuration.problems.errors() > 0)
+    if (configuration.errors > 0)
         return kHasErrors;
-    return configuration.problems.warnings() > 0 ? kHasWarnings : 0;
+    return configuration.warnings > 0 ? kHasWarnings : 0;
 }
 
 } // namespace
@@ -181,26 +193,35 @@ void addOptions(QCommandLineParser &parser, const Command &command)
     if (!command.argument.name.isEmpty())
         parser.addPositionalArgument(command.argument.name, command.argument.description);
     for (const OptionText &text : optionTexts) {
-        if (command.required.contains(text.name) || command.optional.contains(text.name))
-            parser.addOption({namesOf(text), QLatin1String(text.description),
-                              QLatin1String(text.valueName), QLatin1String(text.defaultValue)});
+        const bool isRequired = command.required.contains(text.name);
+        if (!isRequired && !command.optional.contains(text.name))
+            continue;
+        const QLatin1String value(text.defaultValue);
+        QString description = QLatin1String(text.description);
+        if (isRequired)
+            description += QLatin1String(" Required.");
+        else if (!value.isEmpty())
+            description += QStringLiteral(" Default: %1.").arg(value);
+        parser.addOption({namesOf(text), description, QLatin1String(text.valueName), value});
     }
 }
 
-void checkOptions(const QCommandLineParser &parser, const Command &command)
+Expected<void> checkOptions(const QCommandLineParser &parser, const Command &command)
 {
+    const auto refusal = [](const QString &message) { return failure(Failure::Input, message); };
     const int expected = command.argument.name.isEmpty() ? 1 : 2; // the command itself comes first
     if (parser.positionalArguments().size() < expected)
-        throw InputError{QStringLiteral("%1 needs %2").arg(command.name, command.argument.name)};
+        return refusal(QStringLiteral("%1 needs %2").arg(command.name, command.argument.name));
     const QStringList surplus = parser.positionalArguments().mid(expected);
     if (!surplus.isEmpty())
-        throw InputError{QStringLiteral("unexpected argument \"%1\"").arg(surplus.first())};
+        return refusal(QStringLiteral("unexpected argument \"%1\"").arg(surplus.first()));
     for (const QString &name : command.required + command.optional) {
         if (parser.isSet(name) && parser.values(name).size() > 1)
-            throw InputError{QStringLiteral("--%1 is given twice").arg(name)};
+            return refusal(QStringLiteral("--%1 is given twice").arg(name));
     }
     for (const QString &name : command.required) {
         if (parser.value(name).isEmpty())
-            throw InputError{QStringLiteral("%1 needs --%2").arg(command.name, name)};
+            return refusal(QStringLiteral("%1 needs --%2").arg(command.name, name));
     }
+    return {};
 }

@@ -2,6 +2,8 @@
 /// What lumtarctl can do.
 #pragma once
 
+#include "workbench/failure.h"
+
 #include <QString>
 #include <QStringList>
 
@@ -21,8 +23,8 @@ struct Command
     Argument argument; ///< without a name if there is none
     QStringList required; ///< names of options that must be given
     QStringList optional;
-    /// Runs the command; returns the exit status. Throws InputError or BoardError.
-    int (*run)(const QCommandLineParser &options);
+    /// Runs the command; returns the exit status.
+    workbench::Expected<int> (*run)(const QCommandLineParser &options);
 };
 
 /// All commands.
@@ -32,4 +34,5 @@ struct Command
 void addOptions(QCommandLineParser &parser, const Command &command);
 /// Refuses a required option or an argument that is missing, an option given twice, and further
 /// arguments.
-void checkOptions(const QCommandLineParser &parser, const Command &command);
+[[nodiscard]] workbench::Expected<void> checkOptions(const QCommandLineParser &parser,
+                                                     const Command &command);

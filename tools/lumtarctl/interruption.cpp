@@ -1,4 +1,4 @@
-#include "interruption.h"
+#include "tools/lumtarctl/interruption.h"
 
 #include <csignal>
 

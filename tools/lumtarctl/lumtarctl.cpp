@@ -1,19 +1,18 @@
 /// \file
 /// lumtarctl: drives the board from the command line.
 
-#include "commands.h"
-#include "failures.h"
-#include "terminal.h"
+#include "tools/lumtarctl/commands.h"
+#include "tools/lumtarctl/terminal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QLoggingCategory>
 
 #include <algorithm>
 
-namespace {
+using namespace workbench;
 
-constexpr int kBoardFailed = 1;
-constexpr int kBadInput = 2;
+namespace {
 
 const QString helpOption = QStringLiteral("help");
 const QString versionOption = QStringLiteral("version");
@@ -36,8 +35,9 @@ void describe(QCommandLineParser &parser, const Command *command)
         parser.addPositionalArgument(each.name, each.summary, QStringLiteral(" "));
 }
 
-int run(const QStringList &arguments)
+Expected<int> run(const QStringList &arguments)
 {
+    const auto refusal = [](const QString &message) { return failure(Failure::Input, message); };
     const QString name = arguments.value(1);
     const auto found = std::find_if(commands().begin(), commands().end(),
                                     [&name](const Command &each) { return each.name == name; });
@@ -46,20 +46,34 @@ int run(const QStringList &arguments)
     QCommandLineParser parser;
     describe(parser, command);
     if (!command && !name.isEmpty() && !name.startsWith(QLatin1Char('-')))
-        throw InputError{QStringLiteral("unknown command \"%1\"; see lumtarctl --help").arg(name)};
+        return refusal(QStringLiteral("unknown command \"%1\"; see lumtarctl --help").arg(name));
     if (!parser.parse(arguments))
-        throw InputError{parser.errorText()};
+        return refusal(parser.errorText());
     if (parser.isSet(versionOption)) {
         say(QStringLiteral("lumtarctl ") + QCoreApplication::applicationVersion());
-    } else if (parser.isSet(helpOption)) {
-        say(parser.helpText().trimmed());
-    } else if (!command) {
-        throw InputError{QStringLiteral("a command is missing; see lumtarctl --help")};
-    } else {
-        checkOptions(parser, *command);
-        return command->run(parser);
+        return 0;
     }
-    return 0;
+    if (parser.isSet(helpOption)) {
+        say(parser.helpText().trimmed());
+        return 0;
+    }
+    if (!command)
+        return refusal(QStringLiteral("a command is missing; see lumtarctl --help"));
+    return checkOptions(parser, *command).and_then([&] { return command->run(parser); });
+}
+
+int exitStatus(Failure::Kind kind)
+{
+    switch (kind) {
+    case Failure::Input:
+        return 2;
+    case Failure::Interrupted:
+        return 130; // as a shell tells of SIGINT
+    case Failure::Board:
+    case Failure::Helper:
+        break;
+    }
+    return 1;
 }
 
 } // namespace
@@ -69,13 +83,11 @@ int main(int argc, char *argv[])
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lumtarctl"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));
-    try {
-        return run(QCoreApplication::arguments());
-    } catch (const InputError &error) {
-        complain(error.message);
-        return kBadInput;
-    } catch (const BoardError &error) {
-        complain(error.message);
-        return kBoardFailed;
-    }
+    // What the engine writes there is told in messages of our own.
+    QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
+    const Expected<int> status = run(QCoreApplication::arguments());
+    if (status)
+        return *status;
+    complain(status.error().message);
+    return exitStatus(status.error().kind);
 }

@@ -1,6 +1,7 @@
-#include "terminal.h"
+#include "tools/lumtarctl/terminal.h"
 
-#include <algorithm>
+#include "workbench/printabletext.h"
+
 #include <cstdio>
 
 #include <unistd.h>
@@ -19,17 +20,14 @@ void print(const QString &text)
 
 } // namespace
 
-QString printable(QString text)
-{
-    std::replace_if(
-        text.begin(), text.end(), [](QChar c) { return c.category() == QChar::Other_Control; },
-        QLatin1Char('?'));
-    return text;
-}
-
 void say(const QString &line)
 {
     print(line + QLatin1Char('\n'));
+}
+
+void sayLines(const QString &lines)
+{
+    print(lines);
 }
 
 LiveLine::LiveLine()
@@ -62,5 +60,6 @@ void LiveLine::clear()
 
 void complain(const QString &message)
 {
-    std::fprintf(stderr, "lumtarctl: %s\n", printable(message).toLocal8Bit().constData());
+    std::fprintf(stderr, "lumtarctl: %s\n",
+                 workbench::printable(message).toLocal8Bit().constData());
 }

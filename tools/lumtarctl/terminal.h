@@ -4,11 +4,10 @@
 
 #include <QString>
 
-/// \a text on one line, whatever a file put into it: control characters become "?".
-[[nodiscard]] QString printable(QString text);
-
 /// Prints a line on stdout.
 void say(const QString &line);
+/// Prints lines that end with a line break each.
+void sayLines(const QString &lines);
 
 /// A line that is rewritten while things go on. Where stdout is no terminal, the texts that bring
 /// news are lines of their own.

@@ -744,9 +744,11 @@ local function mark_info(content)
     local cause = content:match('"cause":"([%a ]+)"') or "?"
     local channel = cause == "binary input" and content:match('"channel":(%d+)')
     local time = tonumber(content:match('"time":([%d.eE+-]+)'))
-    return ("Step %s (%s%s)%s"):format(
+    local late = tonumber(content:match('"late":([%d.eE+-]+)'))
+    return ("Step %s (%s%s)%s%s"):format(
         left and left .. " -> " .. (entered or "end") or entered or "?", cause,
-        channel and " " .. channel or "", time and (" at %.6f s"):format(time) or "")
+        channel and " " .. channel or "", time and (" at %.6f s"):format(time) or "",
+        late and (", %.3f ms late"):format(late * 1000) or "")
 end
 
 function mark.dissector(tvb, pinfo, root)

@@ -1,20 +1,20 @@
-#include "boardlogic.h"
+#include "virtualboard/board/boardlogic.h"
 
 #include <utility>
 
 namespace virtualboard {
 
-ReportCounter::ReportCounter(Report next)
+NoticeCounter::NoticeCounter(NoticeHandler next)
     : m_next(std::move(next))
 { }
 
-void ReportCounter::report(const QString &line)
+void NoticeCounter::report(const QString &line)
 {
     ++m_count;
     m_next(line);
 }
 
-BoardLogic::BoardLogic(Performer &performer, ReportCounter &reports)
+BoardLogic::BoardLogic(Performer &performer, NoticeCounter &reports)
     : m_performer(performer)
     , m_reports(reports)
 { }
@@ -24,21 +24,11 @@ void BoardLogic::obey(const DecodedCommand &decoded)
     const QStringList problems = m_program.take(decoded);
     for (const QString &problem : problems)
         m_reports.report(problem);
-    const bool isTemplate = std::holds_alternative<FrameTemplate>(decoded.command);
-    if (!decoded.problems.isEmpty() && !isTemplate)
+    if (!isObeyed(decoded))
         return;
-    if (const auto *const startStop = std::get_if<StartStop>(&decoded.command))
-        startStop->start ? start() : stop();
-    else if (std::holds_alternative<Stop>(decoded.command))
-        stop();
-    else if (std::holds_alternative<StateChange>(decoded.command))
-        m_performer.trigger();
-    else if (std::holds_alternative<ResetParameters>(decoded.command))
-        reset();
-    else if (std::holds_alternative<Subscription>(decoded.command))
-        m_performer.watch(m_program);
+    std::visit([this](const auto &command) { act(command); }, decoded.command);
     // The sample interval is part of the start command: whatever it is then, step 0 is what arms.
-    m_playable = m_program.step(0) != nullptr;
+    m_playable = m_program.step(0).has_value();
 }
 
 void BoardLogic::start()
@@ -64,7 +54,7 @@ void BoardLogic::stop()
     m_stopped = true;
 }
 
-void BoardLogic::reset()
+void BoardLogic::act(const ResetCommand &)
 {
     m_performer.stop();
     m_performer.watch(m_program);

@@ -1,7 +1,8 @@
 #pragma once
 
-#include "performer.h"
-#include "testprogram.h"
+#include "virtualboard/board/boardstatus.h"
+#include "virtualboard/play/performer.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <QByteArray>
 
@@ -10,16 +11,16 @@
 namespace virtualboard {
 
 /// Passes reports on, and counts them. May be used from any thread.
-class ReportCounter
+class NoticeCounter
 {
 public:
-    explicit ReportCounter(Report next);
+    explicit NoticeCounter(NoticeHandler next);
 
     void report(const QString &line);
     quint32 count() const { return m_count; }
 
 private:
-    const Report m_next;
+    const NoticeHandler m_next;
     std::atomic<quint32> m_count = 0;
 };
 
@@ -27,7 +28,7 @@ private:
 class BoardLogic
 {
 public:
-    BoardLogic(Performer &performer, ReportCounter &reports);
+    BoardLogic(Performer &performer, NoticeCounter &reports);
 
     /// Obeys a command that came over the link.
     void obey(const DecodedCommand &decoded);
@@ -41,12 +42,24 @@ public:
     PlayState state() const;
 
 private:
+    void act(const ResetCommand &);
+    void act(const StartStopCommand &command) { command.start ? start() : stop(); }
+    void act(const StopCommand &) { stop(); }
+    void act(const StateChangeCommand &) { m_performer.trigger(); }
+    void act(const SubscriptionCommand &) { m_performer.watch(m_program); }
+    template <typename Other>
+    std::enable_if_t<kIsOneOf<
+        Other, UnknownCommand, ChannelSignalCommand, SvDescriptionCommand, GooseDescriptionCommand,
+        DisableCurrentStateCommand, StepConditionCommand, GooseControlCommand, StepOptionCommand,
+        FrameTemplateCommand, Ft3TemplateCommand, StatusReadBackCommand, FpgaResetCommand,
+        DspConfigurationCommand, SvCombinationCommand, SvChannelCommand>>
+    act(const Other &)
+    { }
     void start();
     void stop();
-    void reset();
 
     Performer &m_performer;
-    ReportCounter &m_reports;
+    NoticeCounter &m_reports;
     TestProgram m_program;
     std::atomic<bool> m_started = false;
     std::atomic<bool> m_stopped = false;

@@ -1,4 +1,4 @@
-#include "boardstatus.h"
+#include "virtualboard/board/boardstatus.h"
 
 #include <QtEndian>
 
@@ -9,16 +9,13 @@ namespace virtualboard {
 
 namespace {
 
-const QByteArray signature = QByteArrayLiteral("LVB\x01"); // the last byte is the version
+const QByteArray signature = QByteArrayLiteral("LVB\x02"); // the last byte is the version
 
-constexpr int stateSize = 96;
-constexpr int logHeadSize = 12;
-constexpr int recordSize = 24;
-constexpr qint64 nsPerUs = 1000;
-
-const char *const causeNames[] = {"start", "time", "trigger", "binary input",
-                                  "stop",  "ring", "limit"};
-const char *const stateNames[] = {"idle", "armed", "running", "finished", "stopped"};
+constexpr int kStateSize = 112;
+constexpr int kLogHeadSize = 12;
+constexpr int kRecordSize = 32;
+constexpr int kLargestPayload = 1591; ///< of a data reply that fits a datagram of the link
+static_assert(kLogHeadSize + TransitionLog::kCapacity * kRecordSize <= kLargestPayload);
 
 template <typename Number>
 void append(QByteArray &bytes, Number number)
@@ -28,13 +25,10 @@ void append(QByteArray &bytes, Number number)
     bytes.append(field, int(sizeof number));
 }
 
-/// In microseconds, rounded down.
-void appendTime(QByteArray &bytes, qint64 ns)
+void append(QByteArray &bytes, Duration time)
 {
-    append(bytes, quint64(ns / nsPerUs));
+    append(bytes, quint64(time.count()));
 }
-
-constexpr qint64 mostLateness = std::numeric_limits<quint16>::max(); // us
 
 /// Reads one field after the other from a payload that is long enough, and checks their ranges.
 class Fields
@@ -52,17 +46,12 @@ public:
         return number;
     }
 
-    qint64 time()
-    {
-        constexpr quint64 most = std::numeric_limits<qint64>::max() / nsPerUs;
-        const quint64 us = check(next<quint64>(), most);
-        return m_inRange ? qint64(us) * nsPerUs : 0;
-    }
+    Duration time() { return Duration(check(next<quint64>(), kMostTime)); }
 
     quint8 step()
     {
         const auto number = next<quint8>();
-        return number == noStep ? number : check(number, quint8(stepLimit - 1));
+        return number == kNoStep ? number : check(number, quint8(kStepLimit - 1));
     }
 
     template <typename Enumerator>
@@ -75,18 +64,21 @@ public:
     {
         const auto channel = next<quint16>();
         m_inRange = m_inRange
-            && (cause == Cause::BinaryInput ? channel < logicChannels : channel == noChannel);
+            && (cause == Cause::BinaryInput ? channel < kLogicChannels : channel == kNoChannel);
         return channel;
     }
 
     bool inRange() const { return m_inRange; }
 
 private:
+    /// About 73 years, so that sums of times are numbers, too.
+    static constexpr quint64 kMostTime = quint64(std::numeric_limits<qint64>::max()) / 4;
+
     template <typename Number>
     Number check(Number number, Number most)
     {
         m_inRange = m_inRange && number <= most;
-        return number;
+        return std::min(number, most);
     }
 
     const char *m_at;
@@ -106,7 +98,8 @@ Transition readTransition(Fields &in)
     transition.cause = in.oneOf(Cause::Limit);
     (void)in.next<quint8>();
     transition.channel = in.channelOf(transition.cause);
-    transition.lateness = in.next<quint16>() * nsPerUs;
+    (void)in.next<quint16>();
+    transition.lateness = in.time();
     transition.causeTime = in.time();
     transition.entryTime = in.time();
     return transition;
@@ -120,12 +113,13 @@ QByteArray encodeState(const PlayStatus &status, quint32 problems)
     append(payload, quint8(status.state));
     append(payload, status.step);
     append(payload, quint16(0));
-    appendTime(payload, status.timeInStep);
-    appendTime(payload, status.totalTime);
+    append(payload, status.timeInStep);
+    append(payload, status.totalTime);
     append(payload, status.framesSent);
     for (const quint64 word : status.activeChannels)
         append(payload, word);
     append(payload, problems);
+    append(payload, quint32(0));
     append(payload, status.punctuality.latenessP50);
     append(payload, status.punctuality.latenessP99);
     append(payload, status.punctuality.latenessMax);
@@ -137,20 +131,21 @@ QByteArray encodeState(const PlayStatus &status, quint32 problems)
 QByteArray encodeLog(const TransitionLog &log)
 {
     const QVector<Transition> last =
-        log.last.mid(std::max(0, int(log.last.size()) - TransitionLog::capacity));
+        log.last.mid(std::max(0, int(log.last.size()) - TransitionLog::kCapacity));
     QByteArray payload = signature;
     append(payload, log.total);
     append(payload, quint16(last.size()));
-    append(payload, quint16(recordSize));
+    append(payload, quint16(kRecordSize));
     for (const Transition &each : last) {
         append(payload, each.left);
         append(payload, each.entered);
         append(payload, quint8(each.cause));
         append(payload, quint8(0));
-        append(payload, each.cause == Cause::BinaryInput ? each.channel : noChannel);
-        append(payload, quint16(std::clamp<qint64>(each.lateness / nsPerUs, 0, mostLateness)));
-        appendTime(payload, each.causeTime);
-        appendTime(payload, each.entryTime);
+        append(payload, each.cause == Cause::BinaryInput ? each.channel : kNoChannel);
+        append(payload, quint16(0));
+        append(payload, each.lateness);
+        append(payload, each.causeTime);
+        append(payload, each.entryTime);
     }
     return payload;
 }
@@ -162,7 +157,7 @@ QByteArray encodeNothing()
 
 std::optional<DecodedState> decodeState(const QByteArray &payload)
 {
-    if (!isOurs(payload, stateSize))
+    if (!isOurs(payload, kStateSize))
         return std::nullopt;
     Fields in(payload, int(signature.size()));
     DecodedState decoded;
@@ -176,9 +171,10 @@ std::optional<DecodedState> decodeState(const QByteArray &payload)
     for (quint64 &word : status.activeChannels)
         word = in.next<quint64>();
     decoded.problems = in.next<quint32>();
-    status.punctuality.latenessP50 = in.next<quint32>();
-    status.punctuality.latenessP99 = in.next<quint32>();
-    status.punctuality.latenessMax = in.next<quint32>();
+    (void)in.next<quint32>();
+    status.punctuality.latenessP50 = in.time();
+    status.punctuality.latenessP99 = in.time();
+    status.punctuality.latenessMax = in.time();
     status.punctuality.missedDeadlines = in.next<quint64>();
     status.punctuality.sendFailures = in.next<quint64>();
     if (!in.inRange())
@@ -188,18 +184,18 @@ std::optional<DecodedState> decodeState(const QByteArray &payload)
 
 std::optional<TransitionLog> decodeLog(const QByteArray &payload)
 {
-    if (!isOurs(payload, logHeadSize))
+    if (!isOurs(payload, kLogHeadSize))
         return std::nullopt;
     Fields head(payload, int(signature.size()));
     TransitionLog log;
     log.total = head.next<quint32>();
     const int count = head.next<quint16>();
     const int size = head.next<quint16>(); // a later board may have more in a record
-    if (count > TransitionLog::capacity || quint32(count) > log.total || size < recordSize
-        || payload.size() < logHeadSize + count * size)
+    if (count > TransitionLog::kCapacity || quint32(count) > log.total || size < kRecordSize
+        || payload.size() < kLogHeadSize + count * size)
         return std::nullopt;
     for (int i = 0; i < count; ++i) {
-        Fields in(payload, logHeadSize + i * size);
+        Fields in(payload, kLogHeadSize + i * size);
         log.last << readTransition(in);
         if (!in.inRange())
             return std::nullopt;
@@ -207,19 +203,11 @@ std::optional<TransitionLog> decodeLog(const QByteArray &payload)
     return log;
 }
 
-const char *causeName(Cause cause)
-{
-    return causeNames[std::size_t(cause)];
-}
-
-const char *stateName(PlayState state)
-{
-    return stateNames[std::size_t(state)];
-}
-
 QString punctualityText(const Punctuality &punctuality)
 {
-    const auto microseconds = [](quint32 ns) { return QString::number(ns / 1e3, 'f', 1); };
+    const auto microseconds = [](Duration time) {
+        return QString::number(double(time.count()) / 1e3, 'f', 1);
+    };
     return QStringLiteral("sample instants late by %1 us (p50), %2 us (p99), %3 us (most); %4 "
                           "missed deadlines, %5 frames not sent")
         .arg(microseconds(punctuality.latenessP50), microseconds(punctuality.latenessP99),

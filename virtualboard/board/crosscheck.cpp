@@ -1,6 +1,7 @@
-#include "report.h"
+#include "virtualboard/board/crosscheck.h"
 
-#include <QMap>
+#include "virtualboard/play/download.h"
+#include "virtualboard/wire/analogchannels.h"
 
 #include <algorithm>
 #include <utility>
@@ -9,12 +10,7 @@ namespace virtualboard {
 
 namespace {
 
-constexpr int stepCount = 5;
-constexpr int channelCount = 16;
-constexpr int noSource = 0xff; ///< channel kind of an SV channel that no analog output feeds
-constexpr int stNumSize = 4;
-
-/// Walks the commands in their order and remembers what later ones refer to.
+/// Checks the commands, in their order, against what was downloaded before each.
 class Checker
 {
 public:
@@ -24,24 +20,28 @@ public:
                       .arg(reception.exchange)
                       .arg(commandName(reception.decoded.command));
         std::visit([this](const auto &command) { check(command); }, reception.decoded.command);
+        m_download.take(reception.decoded);
     }
     QStringList problems() const { return m_problems; }
 
 private:
     template <typename Other>
-    void check(const Other &)
+    std::enable_if_t<
+        kIsOneOf<Other, UnknownCommand, ResetCommand, StartStopCommand, DisableCurrentStateCommand,
+                 StateChangeCommand, Ft3TemplateCommand, StatusReadBackCommand, StopCommand,
+                 FpgaResetCommand, DspConfigurationCommand, SvCombinationCommand, SvChannelCommand>>
+    check(const Other &)
     { }
-    void check(const ResetParameters &);
-    void check(const FrameTemplate &frame);
-    void check(const SvDescription &description);
-    void check(const GooseDescription &description);
-    void check(const GooseControl &control);
-    void check(const Subscription &subscription);
-    void check(const ChannelSignal &signal);
-    void check(const StepCondition &condition) { checkStep(condition.step); }
-    void check(const StepOption &option) { checkStep(option.step); }
+    void check(const FrameTemplateCommand &frame);
+    void check(const SvDescriptionCommand &description);
+    void check(const GooseDescriptionCommand &description);
+    void check(const GooseControlCommand &control);
+    void check(const SubscriptionCommand &subscription);
+    void check(const ChannelSignalCommand &signal);
+    void check(const StepConditionCommand &condition) { checkStep(condition.step); }
+    void check(const StepOptionCommand &option) { checkStep(option.step); }
 
-    void checkStep(int step) { range("step", step, stepCount); }
+    void checkStep(int step) { range("step", step, kStepLimit); }
     void checkItem(const GooseItem &item, const Goose &goose);
     void range(const char *name, int found, int end);
     void equal(const char *name, int expected, int found);
@@ -49,9 +49,7 @@ private:
 
     QString m_place;
     QStringList m_problems;
-    QMap<int, SampledValues> m_sampledValues;
-    QMap<int, Goose> m_goose;
-    QVector<Subscription> m_subscriptions;
+    Download m_download;
 };
 
 void Checker::range(const char *name, int found, int end)
@@ -72,33 +70,25 @@ void Checker::equal(const char *name, int expected, int found)
                     .arg(found));
 }
 
-void Checker::check(const ResetParameters &)
+void Checker::check(const FrameTemplateCommand &frame)
 {
-    m_sampledValues.clear();
-    m_goose.clear();
-    m_subscriptions.clear();
-}
-
-void Checker::check(const FrameTemplate &frame)
-{
-    const auto *sampledValues = std::get_if<SampledValues>(&frame.ethernet.pdu);
-    const auto *goose = std::get_if<Goose>(&frame.ethernet.pdu);
-    if (frame.kind == FrameTemplate::SampledValueFrame && sampledValues)
-        m_sampledValues.insert(frame.stream, *sampledValues);
-    else if (frame.kind == FrameTemplate::GooseFrame && goose)
-        m_goose.insert(frame.stream, *goose);
-    else
+    const bool fits = frame.kind == FrameTemplateCommand::SampledValueFrame
+        ? std::holds_alternative<SampledValues>(frame.ethernet.pdu)
+        : frame.kind == FrameTemplateCommand::GooseFrame
+            && std::holds_alternative<Goose>(frame.ethernet.pdu);
+    if (!fits)
         problem(QStringLiteral("frame kind %1 does not go with the frame's EtherType %2.")
                     .arg(frame.kind)
                     .arg(frame.ethernet.etherType, 4, 16, QLatin1Char('0')));
 }
 
-void Checker::check(const SvDescription &description)
+void Checker::check(const SvDescriptionCommand &description)
 {
     equal("second stream number", description.stream, description.number);
     range("smpCnt start", description.smpCntStart, description.smpCntMax);
-    const auto frame = m_sampledValues.constFind(description.stream);
-    if (frame == m_sampledValues.constEnd()) {
+    const auto *const frame =
+        downloadedPdu<SampledValues>(m_download.sampledValues(), description.stream);
+    if (!frame) {
         problem(
             QStringLiteral("no frame was downloaded for SV stream %1.").arg(description.stream));
         return;
@@ -107,15 +97,15 @@ void Checker::check(const SvDescription &description)
     equal("dataset offset", frame->seqDataOffset, description.seqDataOffset);
     equal("channel count", int(frame->entries.size()), int(description.channelKinds.size()));
     for (const char kind : description.channelKinds) {
-        if (quint8(kind) != noSource)
-            range("channel kind 255 or", quint8(kind), channelCount);
+        if (quint8(kind) != kNoAnalogChannel)
+            range("channel kind 255 or", quint8(kind), kAnalogChannels);
     }
 }
 
-void Checker::check(const GooseDescription &description)
+void Checker::check(const GooseDescriptionCommand &description)
 {
-    const auto frame = m_goose.constFind(description.stream);
-    if (frame == m_goose.constEnd()) {
+    const auto *const frame = downloadedPdu<Goose>(m_download.goose(), description.stream);
+    if (!frame) {
         problem(
             QStringLiteral("no frame was downloaded for GOOSE stream %1.").arg(description.stream));
         return;
@@ -124,11 +114,11 @@ void Checker::check(const GooseDescription &description)
     equal("t offset", frame->tOffset, description.tOffset);
 }
 
-void Checker::check(const GooseControl &control)
+void Checker::check(const GooseControlCommand &control)
 {
     checkStep(control.step);
-    const auto frame = m_goose.constFind(control.group);
-    if (frame == m_goose.constEnd()) {
+    const auto *const frame = downloadedPdu<Goose>(m_download.goose(), control.group);
+    if (!frame) {
         problem(QStringLiteral("no frame was downloaded for GOOSE stream %1.").arg(control.group));
         return;
     }
@@ -138,7 +128,7 @@ void Checker::check(const GooseControl &control)
 
 void Checker::checkItem(const GooseItem &item, const Goose &goose)
 {
-    int size = item.offset == goose.stNumOffset ? stNumSize : -1;
+    int size = item.offset == goose.stNumOffset ? kGooseCounterSize : -1;
     for (const GooseEntry &entry : goose.entries) {
         if (item.offset == entry.valueOffset)
             size = int(entry.value.size());
@@ -151,14 +141,14 @@ void Checker::checkItem(const GooseItem &item, const Goose &goose)
         equal("length of the value written", size, item.length);
 }
 
-void Checker::check(const Subscription &subscription)
+void Checker::check(const SubscriptionCommand &subscription)
 {
-    const auto end = [](const Subscription &each) {
+    const auto end = [](const SubscriptionCommand &each) {
         return each.logicChannel + int(each.mappedPositions.size());
     };
-    for (const Subscription &other : std::as_const(m_subscriptions)) {
-        if (other.group == subscription.group)
-            problem(QStringLiteral("group %1 is used twice.").arg(other.group));
+    for (const auto &[group, other] : m_download.subscriptions()) {
+        if (group == subscription.group)
+            problem(QStringLiteral("group %1 is used twice.").arg(group));
         if (other.lightPort == subscription.lightPort
             && other.lightGroup == subscription.lightGroup)
             problem(QStringLiteral("light group %1 of port %2 is used twice.")
@@ -167,16 +157,15 @@ void Checker::check(const Subscription &subscription)
         if (subscription.logicChannel < end(other) && other.logicChannel < end(subscription))
             problem(QStringLiteral("logic channel %1 is fed by groups %2 and %3.")
                         .arg(std::max(subscription.logicChannel, other.logicChannel))
-                        .arg(other.group)
+                        .arg(group)
                         .arg(subscription.group));
     }
-    m_subscriptions << subscription;
 }
 
-void Checker::check(const ChannelSignal &signal)
+void Checker::check(const ChannelSignalCommand &signal)
 {
     checkStep(signal.step);
-    range("channel", signal.channel, channelCount);
+    range("channel", signal.channel, kAnalogChannels);
 }
 
 QStringList ownProblems(const Reception &reception)

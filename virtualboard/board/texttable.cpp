@@ -1,8 +1,14 @@
-#include "texttable.h"
+#include "virtualboard/board/texttable.h"
 
 #include <algorithm>
 
 namespace virtualboard {
+
+namespace {
+
+constexpr int kPageWidth = 104; // characters
+
+} // namespace
 
 TextTable::TextTable(const QStringList &headings)
 {
@@ -42,6 +48,29 @@ QString TextTable::line(const QStringList &cells, const QVector<int> &widths) co
     while (result.endsWith(QLatin1Char(' ')))
         result.chop(1);
     return result + QLatin1Char('\n');
+}
+
+QString heading(const QString &title)
+{
+    const QChar rule(0x2500);
+    const QString start = QString(2, rule) + QLatin1Char(' ') + title + QLatin1Char(' ');
+    return start.leftJustified(kPageWidth, rule) + QLatin1String("\n\n");
+}
+
+QString wrapped(const QString &label, const QStringList &words)
+{
+    QString result;
+    QString line = label;
+    for (const QString &word : words) {
+        const QString gap = line.endsWith(QLatin1Char(' ')) ? QString() : QStringLiteral("  ");
+        if (line.size() + gap.size() + word.size() <= kPageWidth) {
+            line += gap + word;
+            continue;
+        }
+        result += line + QLatin1Char('\n');
+        line = QString(label.size(), QLatin1Char(' ')) + word;
+    }
+    return result + line + QLatin1Char('\n');
 }
 
 } // namespace virtualboard

@@ -26,4 +26,9 @@ private:
     QVector<QStringList> m_rows;
 };
 
+/// \a title with a rule behind it, and an empty line.
+[[nodiscard]] QString heading(const QString &title);
+/// The words in lines of the page's width, the first after \a label, the others below it.
+[[nodiscard]] QString wrapped(const QString &label, const QStringList &words);
+
 } // namespace virtualboard

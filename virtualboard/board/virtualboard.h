@@ -1,129 +1,92 @@
 #pragma once
 
-#include "commands.h"
+#include "virtualboard/board/linkresponder.h"
+#include "virtualboard/live/liveperformer.h"
 
-#include <QByteArray>
 #include <QHostAddress>
 #include <QString>
 #include <QStringList>
-#include <QVector>
 
-#include <functional>
+#include <chrono>
 #include <memory>
+#include <optional>
 
 namespace virtualboard {
 
-/// How the board answers the datagrams of one exchange.
-struct Behaviour
-{
-    enum Kind {
-        Proper, ///< acknowledgement, then the data reply if one is due
-        NoAcknowledgement, ///< silence
-        LoseFirst, ///< silence for the first `count` datagrams, then Proper
-        Late, ///< one Proper answer to all tries, `milliseconds` after the first
-        AcknowledgementInTheMiddle, ///< the pattern between other bytes of its datagram
-        OversizedAcknowledgement, ///< over 1600 bytes, the pattern at the start
-        AcknowledgementBeyondBuffer, ///< over 1600 bytes, the pattern behind byte 1600; no data
-                                     ///< reply
-        Garbage, ///< a datagram without any pattern instead of the answer
-        NoDataReply, ///< acknowledged, but no data reply
-        GarbageDataReply, ///< acknowledged, then a datagram without any pattern
-        ShortDataReply, ///< the data reply lacks its last byte
-        DataReplyInTheMiddle, ///< a sound data reply that other bytes stand in front of
-        PaddedDataReply, ///< a sound data reply, followed by bytes up to more than 1600
-        OversizedDataReply, ///< announces and carries a payload that ends behind byte 1600
-    };
+/// GOOSE carries the seconds since 1970 in 32 bits, and a test takes some time.
+constexpr WallTime kLatestStart{std::chrono::seconds(4'190'000'000)};
 
-    Kind kind = Proper;
-    int count = 0; ///< LoseFirst: number of datagrams lost
-    int milliseconds = 0; ///< Late: delay of the answer
+struct VirtualBoardOptions
+{
+    QHostAddress address = QHostAddress(QHostAddress::LocalHost);
+    quint16 udpPort = 2001;
+    QString capture; ///< file for the frames of the process bus; empty: none
+    QString inputs; ///< file with what the device under test does, in virtual time; empty: none
+    /// Of the first sequence in virtual time, at most #kLatestStart. If not given, that of the
+    /// first packet of the inputs, or now.
+    std::optional<WallTime> startTime;
+    std::chrono::seconds limit{0}; ///< the longest that a sequence is played; 0, live: for ever
+    /// Plays in real time on these interfaces; its limit and capture are those above.
+    std::optional<LiveOptions> live;
 };
 
-/// One datagram that the board received.
-struct Reception
-{
-    QByteArray datagram;
-    QStringList problems; ///< of the envelope
-    DecodedCommand decoded; ///< left empty when the envelope has problems
-    int exchange = 0; ///< from 0 since start() or clear()
-    int attempt = 0; ///< 0 for the first datagram of the exchange, then 1 and 2
-    bool acknowledged = false; ///< an acknowledgement pattern went out for this datagram
-    qint64 msecsSinceStart = 0;
-};
-
-/**
- * The far end of the device link, made of software.
- *
- * Listens on one UDP address in a thread of its own, records what comes in, and answers: every
- * datagram with a sound envelope is acknowledged, a status read-back is also given a data reply;
- * a datagram with a damaged envelope is recorded and not answered.
- *
- * A new exchange begins with every datagram that is not a retry. A retry has the same bytes as the
- * datagram before it, whose exchange has not been answered completely; as a sender tries three
- * times, a fourth such datagram begins a new exchange.
- *
- * At most #maximumRecords datagrams, and #maximumBytes bytes of them, are kept; later ones are
- * answered and counted, but not recorded. All operations may be called from any thread; only
- * start() and stop() must not be called at the same time as each other.
- */
+/// The whole board: the far end of the link, what it does on each command, what plays, the capture,
+/// and the checks of what came in.
+///
+/// Prints nothing, and ends nothing but itself. The operations are for one thread.
 class VirtualBoard
 {
 public:
-    static constexpr int maximumRecords = 100000;
-    static constexpr qint64 maximumBytes = qint64(64) * 1024 * 1024;
+    /// Why a board does not start.
+    struct StartFailure
+    {
+        enum Cause {
+            BadOptions, ///< a file or an interface cannot be used
+            AddressInUse, ///< the address cannot be bound
+        };
+        Cause cause;
+        QString text; ///< one sentence
+    };
 
-    /// @param port  UDP port; 0 lets the system choose one, see port().
-    explicit VirtualBoard(const QHostAddress &address, quint16 port = 2001);
-    ~VirtualBoard(); ///< stops the board
+    /// \param notice takes what there is to tell while the board runs, a line each; called from any
+    ///               thread until stop() has returned, so it must neither wait nor call the board
+    VirtualBoard(VirtualBoardOptions options, NoticeHandler notice);
+    ~VirtualBoard(); ///< stops
     VirtualBoard(const VirtualBoard &) = delete;
     VirtualBoard &operator=(const VirtualBoard &) = delete;
 
-    /// Binds the address and begins to answer; forgets what an earlier run recorded. Behaviours
-    /// set before stay. Returns false, with errorString(), when the address cannot be bound.
-    [[nodiscard]] bool start();
-    /// Ends the thread and frees the address; the records stay. Answers still due are dropped.
+    /// Opens everything, and begins to answer. An existing capture is only overwritten when nothing
+    /// else fails. Once for each board.
+    [[nodiscard]] tl::expected<void, StartFailure> start();
+    /// Ends what is played, completes the capture, and frees the address. What was received and
+    /// played can still be asked for.
     void stop();
-    QString errorString() const;
 
-    QHostAddress address() const;
-    quint16 port() const; ///< the port bound, once started
-
-    /// Payload of the data reply: at most 60000 bytes, else false and nothing changes.
-    /// Eight bytes to begin with.
-    bool setStatus(const QByteArray &payload);
-    /// Asks @p source for the payload instead; `which` is that of the read-back command. Called in
-    /// the board's thread, must not call the board. Only before start().
-    void setStatusSource(std::function<QByteArray(int which)> source);
-    /// Hands every acknowledged command to @p handler, once, before its acknowledgement goes out.
-    /// Called in the board's thread, must not call the board. Only before start().
-    void setCommandHandler(std::function<void(const DecodedCommand &)> handler);
-
-    /// Behaviour in all exchanges that setBehaviour() does not name.
-    void setDefaultBehaviour(Behaviour behaviour);
-    /// @param exchange  counted from 0 since start() or clear()
-    void setBehaviour(int exchange, Behaviour behaviour);
+    /// What the status read-back says.
+    PlayState state() const;
+    /// Whether a start command has come, obeyed or not.
+    bool wasStarted() const;
+    /// Whether a stop command has come since the last start.
+    bool wasStopped() const;
+    /// See LinkResponder::waitForReceptions().
+    [[nodiscard]] bool waitForReceptions(int count, int timeoutMs) const;
 
     /// All datagrams, oldest first.
     QVector<Reception> receptions() const;
-    /// The command frames of all acknowledged exchanges, once each, oldest first.
-    QVector<QByteArray> frames() const;
-    /// Number of datagrams that came in after the record was full.
-    int dropped() const;
+    /// Of the sequence being played, or the last one.
+    PlayStatus status() const;
+    TransitionLog log() const;
 
-    /// Forgets all receptions, all answers still due and all behaviours of single exchanges;
-    /// exchanges count from 0 again.
-    void clear();
-
-    /// Waits until @p count datagrams have come in since start() or clear().
-    /// Returns false if they have not after @p timeoutMs milliseconds.
-    [[nodiscard]] bool waitForReceptions(int count, int timeoutMs) const;
+    /// What was received and played, as tables of plain text; see receivedReport().
+    QString report() const;
+    /// What is wrong with the commands; see allProblems().
+    QStringList problems() const;
+    /// What else went wrong: that there were notices, datagrams not recorded, a faulty capture.
+    QStringList failures() const;
 
 private:
     struct Private;
     std::unique_ptr<Private> d;
 };
-
-/// The first acknowledged reception of every exchange: one per command that came through.
-[[nodiscard]] QVector<Reception> acknowledgedExchanges(const QVector<Reception> &receptions);
 
 } // namespace virtualboard

@@ -1,7 +1,7 @@
-#include "virtualtime.h"
+#include "virtualboard/board/virtualtime.h"
 
-#include "player.h"
-#include "testprogram.h"
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <memory>
 #include <utility>
@@ -10,26 +10,24 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 second = 1'000'000'000; // ns
-
 class NullSink : public FrameSink
 {
 public:
-    void publish(qint64, const OutgoingFrame *, int) override { }
+    void publish(WallTime, const OutgoingFrame *, int) override { }
 };
 
 /// Hands out the planned inputs when their time comes.
 class InputFeed
 {
 public:
-    InputFeed(const PlannedInputs &inputs, const Report &report)
+    InputFeed(const PlannedInputs &inputs, const NoticeHandler &report)
         : m_inputs(inputs)
         , m_report(report)
     { }
 
     void feed(Player &player)
     {
-        const qint64 now = player.nextInstant();
+        const WallTime now = player.nextInstant();
         for (; m_event < m_inputs.events.size() && m_inputs.events[m_event].time <= now; ++m_event)
             player.input(m_inputs.events[m_event]);
         for (; m_reported < m_inputs.reports.size() && m_inputs.reports[m_reported].time <= now;
@@ -39,14 +37,14 @@ public:
 
 private:
     const PlannedInputs &m_inputs;
-    const Report &m_report;
+    const NoticeHandler &m_report;
     int m_event = 0;
     int m_reported = 0;
 };
 
 } // namespace
 
-VirtualTimePerformer::VirtualTimePerformer(Options options, Report report)
+VirtualTimePerformer::VirtualTimePerformer(Options options, NoticeHandler report)
     : m_options(std::move(options))
     , m_report(std::move(report))
     , m_nextStart(m_options.startTime)
@@ -54,7 +52,7 @@ VirtualTimePerformer::VirtualTimePerformer(Options options, Report report)
 
 VirtualTimePerformer::~VirtualTimePerformer()
 {
-    stop();
+    VirtualTimePerformer::stop();
 }
 
 void VirtualTimePerformer::start(const TestProgram &program)
@@ -63,7 +61,7 @@ void VirtualTimePerformer::start(const TestProgram &program)
     forgetLog();
     m_stop = false;
     m_trigger = false;
-    const qint64 startTime = m_nextStart;
+    const WallTime startTime = m_nextStart;
     auto player = std::make_unique<Player>(program, startTime);
     show(*player);
     PlannedInputs inputs;
@@ -73,7 +71,7 @@ void VirtualTimePerformer::start(const TestProgram &program)
         m_options.sink->begin(program);
     m_thread = std::thread([this, player = std::move(player), inputs = std::move(inputs)] {
         play(*player, inputs);
-        m_nextStart = (player->nextInstant() / second + 1) * second;
+        m_nextStart = std::chrono::floor<std::chrono::seconds>(player->nextInstant()) + 1s;
     });
 }
 
@@ -88,12 +86,12 @@ void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
 {
     NullSink nowhere;
     FrameSink &sink = m_options.sink ? *m_options.sink : nowhere;
-    const qint64 limit = player.nextInstant() + m_options.limit;
+    const WallTime limit = player.nextInstant() + m_options.limit;
     InputFeed feed(inputs, m_report);
     while (!player.hasEnded()) {
         feed.feed(player);
         if (m_trigger.exchange(false))
-            player.input({player.nextInstant(), InputEvent::Trigger, noChannel});
+            player.input({player.nextInstant(), InputKind::Trigger, kNoChannel});
         if (m_stop)
             player.stop(Cause::Stop);
         else if (player.nextInstant() >= limit)

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "inputfile.h"
-#include "performer.h"
+#include "virtualboard/inputs/inputfile.h"
+#include "virtualboard/play/performer.h"
 
 #include <atomic>
 #include <optional>
@@ -15,13 +15,13 @@ class VirtualTimePerformer : public Performer
 public:
     struct Options
     {
-        qint64 startTime = 0; ///< of the first sequence, absolute
-        qint64 limit = 0; ///< ns; the longest that a sequence is played
+        WallTime startTime; ///< of the first sequence
+        Duration limit = {}; ///< the longest that a sequence is played
         std::optional<InputFile> inputs; ///< happen in every sequence anew, if a script
         FrameSink *sink = nullptr; ///< null: the frames go nowhere
     };
 
-    VirtualTimePerformer(Options options, Report report);
+    VirtualTimePerformer(Options options, NoticeHandler report);
     ~VirtualTimePerformer() override; ///< stops
 
     void start(const TestProgram &program) override;
@@ -32,8 +32,8 @@ private:
     void play(Player &player, const PlannedInputs &inputs);
 
     const Options m_options;
-    const Report m_report;
-    qint64 m_nextStart; ///< absolute
+    const NoticeHandler m_report;
+    WallTime m_nextStart;
     std::thread m_thread;
     std::atomic<bool> m_stop = false;
     std::atomic<bool> m_trigger = false;

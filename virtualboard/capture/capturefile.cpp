@@ -1,7 +1,8 @@
-#include "capturefile.h"
+#include "virtualboard/capture/capturefile.h"
 
-#include "capturemarks.h"
-#include "testprogram.h"
+#include "virtualboard/capture/capturemarks.h"
+#include "virtualboard/play/testprogram.h"
+#include "virtualboard/wire/analogchannels.h"
 
 #include <QFile>
 
@@ -18,32 +19,31 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 nsPerSecond = 1000000000;
-constexpr int snapLength = 65535;
+constexpr int kSnapLength = 65535;
 
 using Pcap = std::unique_ptr<pcap_t, decltype(&pcap_close)>;
 using Dumper = std::unique_ptr<pcap_dumper_t, decltype(&pcap_dump_close)>;
 
 /// A pcap file has room for the seconds of 32 bits; what lies outside becomes the nearest time.
-pcap_pkthdr headerAt(qint64 time)
+pcap_pkthdr headerAt(WallTime time)
 {
-    constexpr qint64 latest = qint64(std::numeric_limits<quint32>::max()) * nsPerSecond;
-    const qint64 limited = std::clamp(time, qint64(0), latest);
+    constexpr Duration kLatest = std::chrono::seconds(std::numeric_limits<quint32>::max());
+    const Duration limited = std::clamp(time.time_since_epoch(), Duration(0), kLatest);
     pcap_pkthdr header = {};
-    header.ts.tv_sec = decltype(header.ts.tv_sec)(limited / nsPerSecond);
-    header.ts.tv_usec = decltype(header.ts.tv_usec)(limited % nsPerSecond); // ns in a file of ns
+    header.ts.tv_sec = decltype(header.ts.tv_sec)(limited / 1s);
+    header.ts.tv_usec = decltype(header.ts.tv_usec)((limited % 1s).count()); // ns in a file of ns
     return header;
 }
 
 /// libpcap may take the seconds of a pcap file, 32 bits without a sign, for a signed number. A
 /// pcapng file has room for times beyond 64 bits of ns, and no file is held to less than a second
 /// in the fraction.
-qint64 timeOf(const pcap_pkthdr &header)
+WallTime timeOf(const pcap_pkthdr &header)
 {
-    constexpr qint64 latest = std::numeric_limits<qint64>::max() / nsPerSecond - 1;
+    constexpr qint64 kLatest = Duration::max() / 1s - 1;
     const qint64 seconds = header.ts.tv_sec < 0 ? quint32(header.ts.tv_sec) : header.ts.tv_sec;
-    return std::min(seconds, latest) * nsPerSecond
-        + std::clamp(qint64(header.ts.tv_usec), qint64(0), nsPerSecond - 1);
+    return WallTime(std::chrono::seconds(std::min(seconds, kLatest))
+                    + std::clamp(Duration(header.ts.tv_usec), Duration(0), Duration(1s) - 1ns));
 }
 
 QString inFile(const QString &path, const QString &reason)
@@ -56,14 +56,13 @@ QString inFile(const QString &path, const QString &reason)
 struct CaptureSink::Private
 {
     QString path;
-    QString openError;
     int writeError = 0; ///< errno of the first write that failed
     std::vector<char> buffer; ///< of the dumper's file
     Pcap pcap = {nullptr, pcap_close};
     Dumper dumper = {nullptr, pcap_dump_close};
 
     std::vector<QByteArray> streamMarks; ///< still to be written
-    std::array<std::array<float, analogChannels>, stepLimit> scale = {};
+    std::array<std::array<float, kAnalogChannels>, kStepLimit> scale = {};
 
     bool canWrite() const { return dumper && writeError == 0; }
     void write(pcap_pkthdr &header, const uchar *bytes, int size)
@@ -94,56 +93,56 @@ CaptureSink::CaptureSink()
 
 CaptureSink::~CaptureSink() = default;
 
-bool CaptureSink::open(const QString &path)
+Expected<void> CaptureSink::open(const QString &path)
 {
     d = std::make_unique<Private>();
     d->path = path;
     FILE *file = std::fopen(QFile::encodeName(path).constData(), "wb");
-    if (!file) {
-        d->openError = inFile(path, qt_error_string(errno));
-        return false;
-    }
+    if (!file)
+        return Refusal(inFile(path, qt_error_string(errno)));
     d->buffer.resize(1 << 20);
     std::setvbuf(file, d->buffer.data(), _IOFBF, d->buffer.size());
     d->pcap.reset(
-        pcap_open_dead_with_tstamp_precision(DLT_EN10MB, snapLength, PCAP_TSTAMP_PRECISION_NANO));
+        pcap_open_dead_with_tstamp_precision(DLT_EN10MB, kSnapLength, PCAP_TSTAMP_PRECISION_NANO));
     d->dumper.reset(pcap_dump_fopen(d->pcap.get(), file)); // closes the file if it fails
     if (!d->dumper)
-        d->openError = inFile(path, QString::fromLocal8Bit(pcap_geterr(d->pcap.get())));
-    return d->dumper != nullptr;
+        return Refusal(inFile(path, QString::fromLocal8Bit(pcap_geterr(d->pcap.get()))));
+    return {};
 }
 
-bool CaptureSink::flush()
+Expected<void> CaptureSink::flush()
 {
     if (d->canWrite() && pcap_dump_flush(d->dumper.get()) != 0)
         d->writeError = errno;
-    return errorString().isEmpty();
+    if (d->writeError != 0)
+        return Refusal(errorString());
+    return {};
 }
 
 QString CaptureSink::errorString() const
 {
-    return d->writeError == 0 ? d->openError : inFile(d->path, qt_error_string(d->writeError));
+    return d->writeError == 0 ? QString() : inFile(d->path, qt_error_string(d->writeError));
 }
 
 void CaptureSink::begin(const TestProgram &program)
 {
     d->streamMarks.clear();
-    for (const SvStream &stream : program.svStreams()) {
+    for (const PlayedSv &stream : program.svStreams()) {
         StreamMark mark{stream.appId, stream.svId, {}};
         for (const char kind : stream.channelKinds)
             mark.channels << channelName(quint8(kind));
         d->streamMarks.push_back(encodeMark(mark));
     }
     d->scale = {};
-    for (int number = 0; number < stepLimit; ++number) {
-        if (const Step *step = program.step(number))
+    for (int number = 0; number < kStepLimit; ++number) {
+        if (const std::optional<PlayedStep> step = program.step(number))
             std::transform(step->waves.begin(), step->waves.end(),
                            d->scale[std::size_t(number)].begin(),
                            [](const auto &wave) { return wave.scaleFactor; });
     }
 }
 
-void CaptureSink::publish(qint64 time, const OutgoingFrame *frames, int count)
+void CaptureSink::publish(WallTime time, const OutgoingFrame *frames, int count)
 {
     if (!d->canWrite())
         return;
@@ -154,14 +153,14 @@ void CaptureSink::publish(qint64 time, const OutgoingFrame *frames, int count)
     d->notice();
 }
 
-void CaptureSink::note(qint64 time, const Transition &transition)
+void CaptureSink::note(WallTime time, const Transition &transition)
 {
     if (!d->canWrite())
         return;
     pcap_pkthdr header = headerAt(time);
     d->writeStreamMarks(header);
     StepMark mark{transition, {}};
-    if (transition.entered < stepLimit)
+    if (transition.entered < kStepLimit)
         mark.scale = d->scale[transition.entered];
     d->write(header, encodeMark(mark));
     d->notice();
@@ -169,7 +168,7 @@ void CaptureSink::note(qint64 time, const Transition &transition)
 
 void CaptureSink::end()
 {
-    flush();
+    (void)flush();
 }
 
 struct CaptureReader::Private
@@ -186,29 +185,28 @@ CaptureReader::CaptureReader()
 
 CaptureReader::~CaptureReader() = default;
 
-bool CaptureReader::open(const QString &path)
+Expected<void> CaptureReader::open(const QString &path)
 {
     d = std::make_unique<Private>();
     d->path = path;
     FILE *file = std::fopen(QFile::encodeName(path).constData(), "rb");
-    if (!file) {
-        d->error = inFile(path, qt_error_string(errno));
-        return false;
-    }
+    if (!file)
+        return Refusal(inFile(path, qt_error_string(errno)));
     std::array<char, PCAP_ERRBUF_SIZE> reason = {};
     d->pcap.reset(
         pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason.data()));
     if (!d->pcap) {
         std::fclose(file);
-        d->error = inFile(path, QString::fromLocal8Bit(reason.data()));
-    } else if (pcap_datalink(d->pcap.get()) != DLT_EN10MB) {
-        const char *name = pcap_datalink_val_to_name(pcap_datalink(d->pcap.get()));
-        d->error = inFile(path,
-                          QStringLiteral("Ethernet frames expected, link type %1 found")
-                              .arg(QLatin1String(name ? name : "without a name")));
-        d->pcap.reset();
+        return Refusal(inFile(path, QString::fromLocal8Bit(reason.data())));
     }
-    return d->pcap != nullptr;
+    if (const int type = pcap_datalink(d->pcap.get()); type != DLT_EN10MB) {
+        d->pcap.reset();
+        const char *name = pcap_datalink_val_to_name(type);
+        return Refusal(inFile(path,
+                              QStringLiteral("Ethernet frames expected, link type %1 found")
+                                  .arg(QLatin1String(name ? name : "without a name"))));
+    }
+    return {};
 }
 
 std::optional<CapturedFrame> CaptureReader::next()

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "playback.h"
+#include "virtualboard/play/playback.h"
+#include "virtualboard/wire/expected.h"
 
 #include <QByteArray>
 #include <QString>
@@ -22,16 +23,16 @@ public:
     CaptureSink();
     ~CaptureSink() override; ///< closes the file
 
-    /// Creates the file, over an earlier one. False, with errorString(), if that is not possible.
-    [[nodiscard]] bool open(const QString &path);
-    /// Writes what is buffered. False, with errorString(), if that fails; as after any failed
-    /// write, nothing more is written then.
-    bool flush();
+    /// Creates the file, over an earlier one.
+    [[nodiscard]] Expected<void> open(const QString &path);
+    /// Writes what is buffered.
+    Expected<void> flush();
+    /// Why a write failed, upon which nothing more is written; empty if none did.
     QString errorString() const;
 
     void begin(const TestProgram &program) override;
-    void publish(qint64 time, const OutgoingFrame *frames, int count) override;
-    void note(qint64 time, const Transition &transition) override;
+    void publish(WallTime time, const OutgoingFrame *frames, int count) override;
+    void note(WallTime time, const Transition &transition) override;
     void end() override; ///< flushes
 
 private:
@@ -42,7 +43,7 @@ private:
 /// One packet of a capture.
 struct CapturedFrame
 {
-    qint64 time = 0; ///< absolute, ns, not negative
+    WallTime time; ///< not before 1970
     QByteArray bytes; ///< from the destination MAC address on
     bool whole = true; ///< not cut by the capture's snap length
 };
@@ -54,12 +55,12 @@ public:
     CaptureReader();
     ~CaptureReader();
 
-    /// False, with errorString(), if there is no such file, it is no capture, or its frames are no
-    /// Ethernet frames.
-    [[nodiscard]] bool open(const QString &path);
-    /// The next packet; nothing at the end, and after an error (errorString() is not empty then and
-    /// names the packet, counted from 1). An absurd time becomes the nearest that can be held.
+    /// Fails if there is no such file, it is no capture, or its frames are no Ethernet frames.
+    [[nodiscard]] Expected<void> open(const QString &path);
+    /// The next packet; nothing at the end, and after an error. An absurd time becomes the nearest
+    /// that can be held.
     std::optional<CapturedFrame> next();
+    /// Why next() ended before the end: names the packet, counted from 1. Empty if it did not.
     QString errorString() const;
 
 private:

@@ -1,6 +1,6 @@
-#include "capturemarks.h"
+#include "virtualboard/capture/capturemarks.h"
 
-#include "boardstatus.h"
+#include "virtualboard/play/transitions.h"
 
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -13,13 +13,12 @@ namespace virtualboard {
 
 namespace {
 
-constexpr double nsPerSecond = 1e9;
-constexpr double longestTime = 1e9; // seconds; a double still tells microseconds apart
-constexpr int longestFrame = 1518;
+using Seconds = std::chrono::duration<double>;
+constexpr Seconds kLongestTime = 1e9s; // a double still tells microseconds apart
 
 QByteArray macHeader()
 {
-    return QByteArray(12, '\0') + char(etherTypeMark >> 8) + char(etherTypeMark & 0xff);
+    return QByteArray(12, '\0') + char(kEtherTypeMark >> 8) + char(kEtherTypeMark & 0xff);
 }
 
 using Members = QVector<QPair<QString, QJsonValue>>;
@@ -53,15 +52,15 @@ double plain(float value)
 
 QByteArray encode(const StreamMark &mark)
 {
-    constexpr int longestId = 129; // characters of an svID, IEC 61850-9-2
+    constexpr int kLongestId = 129; // characters of an svID, IEC 61850-9-2
     QStringList channels = mark.channels;
     for (;;) {
         QByteArray text =
             json({{QStringLiteral("mark"), QStringLiteral("stream")},
                   {QStringLiteral("appId"), mark.appId},
-                  {QStringLiteral("svId"), mark.svId.left(longestId)},
+                  {QStringLiteral("svId"), mark.svId.left(kLongestId)},
                   {QStringLiteral("channels"), QJsonArray::fromStringList(channels)}});
-        if (macHeader().size() + text.size() <= longestFrame || channels.isEmpty())
+        if (macHeader().size() + text.size() <= kLargestFrame || channels.isEmpty())
             return text;
         channels.removeLast();
     }
@@ -71,15 +70,17 @@ QByteArray encode(const StepMark &mark)
 {
     const Transition &change = mark.transition;
     Members members = {{QStringLiteral("mark"), QStringLiteral("step")}};
-    if (change.left != noStep)
+    if (change.left != kNoStep)
         members.append({QStringLiteral("left"), change.left});
-    if (change.entered != noStep)
+    if (change.entered != kNoStep)
         members.append({QStringLiteral("entered"), change.entered});
     members.append({QStringLiteral("cause"), QLatin1String(causeName(change.cause))});
     if (change.cause == Cause::BinaryInput)
         members.append({QStringLiteral("channel"), change.channel});
-    members.append({QStringLiteral("time"), double(change.causeTime) / nsPerSecond});
-    members.append({QStringLiteral("entry"), double(change.entryTime) / nsPerSecond});
+    members.append({QStringLiteral("time"), Seconds(change.causeTime).count()});
+    members.append({QStringLiteral("entry"), Seconds(change.entryTime).count()});
+    if (change.lateness != 0ns)
+        members.append({QStringLiteral("late"), Seconds(change.lateness).count()});
     QJsonArray scale;
     for (const float factor : mark.scale)
         scale.append(plain(factor));
@@ -97,19 +98,19 @@ bool readNumber(const QJsonValue &value, int most, int *number)
 
 bool readStep(const QJsonValue &value, quint8 *step)
 {
-    int number = noStep;
-    if (!value.isUndefined() && !readNumber(value, stepLimit - 1, &number))
+    int number = kNoStep;
+    if (!value.isUndefined() && !readNumber(value, kStepLimit - 1, &number))
         return false;
     *step = quint8(number);
     return true;
 }
 
-bool readTime(const QJsonValue &value, qint64 *time)
+bool readTime(const QJsonValue &value, Duration *time)
 {
-    const double seconds = value.toDouble(-1);
-    if (!(seconds >= 0 && seconds <= longestTime))
+    const Seconds seconds(value.toDouble(-1));
+    if (!(seconds >= 0s && seconds <= kLongestTime))
         return false;
-    *time = std::llround(seconds * nsPerSecond);
+    *time = std::chrono::round<Duration>(seconds);
     return true;
 }
 
@@ -123,12 +124,12 @@ bool readCause(const QJsonValue &value, Cause *cause)
     return false;
 }
 
-bool readScale(const QJsonValue &value, std::array<float, analogChannels> *scale)
+bool readScale(const QJsonValue &value, std::array<float, kAnalogChannels> *scale)
 {
     const QJsonArray factors = value.toArray();
-    if (factors.size() != analogChannels)
+    if (factors.size() != kAnalogChannels)
         return false;
-    for (int i = 0; i < analogChannels; ++i) {
+    for (int i = 0; i < kAnalogChannels; ++i) {
         const double factor = factors[i].toDouble(std::numeric_limits<double>::infinity());
         if (std::fabs(factor) > double(std::numeric_limits<float>::max()))
             return false;
@@ -164,11 +165,13 @@ std::optional<Mark> readStepMark(const QJsonObject &object)
         || !readCause(object[QLatin1String("cause")], &change.cause)
         || !readTime(object[QLatin1String("time")], &change.causeTime)
         || !readTime(object[QLatin1String("entry")], &change.entryTime)
+        || (object.contains(QLatin1String("late"))
+            && !readTime(object[QLatin1String("late")], &change.lateness))
         || !readScale(object[QLatin1String("scale")], &mark.scale))
         return std::nullopt;
     if (change.cause == Cause::BinaryInput) {
         int channel = 0;
-        if (!readNumber(object[QLatin1String("channel")], logicChannels - 1, &channel))
+        if (!readNumber(object[QLatin1String("channel")], kLogicChannels - 1, &channel))
             return std::nullopt;
         change.channel = quint16(channel);
     }

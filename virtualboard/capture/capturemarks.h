@@ -1,6 +1,6 @@
 #pragma once
 
-#include "playback.h"
+#include "virtualboard/play/playback.h"
 
 #include <QByteArray>
 #include <QString>
@@ -12,7 +12,7 @@
 
 namespace virtualboard {
 
-constexpr quint16 etherTypeMark = 0x88b5; ///< IEEE Std 802, local experimental EtherType 1
+constexpr quint16 kEtherTypeMark = 0x88b5; ///< IEEE Std 802, local experimental EtherType 1
 
 /// Which analog channel feeds which dataset entry of an SV stream.
 struct StreamMark
@@ -26,7 +26,7 @@ struct StreamMark
 struct StepMark
 {
     Transition transition;
-    std::array<float, analogChannels> scale = {}; ///< V or A per count; 0: unknown
+    std::array<float, kAnalogChannels> scale = {}; ///< V or A per count; 0: unknown
 };
 
 using Mark = std::variant<StreamMark, StepMark>;

@@ -1,7 +1,7 @@
-#include "deviceinputs.h"
+#include "virtualboard/inputs/deviceinputs.h"
 
-#include "bytes.h"
-#include "goosemessage.h"
+#include "virtualboard/wire/bytes.h"
+#include "virtualboard/wire/goosemessage.h"
 
 #include <algorithm>
 
@@ -9,14 +9,14 @@ namespace virtualboard {
 
 namespace {
 
-qint64 endOfLife(qint64 time, quint64 timeAllowedToLive)
+/// \param timeAllowedToLive ms
+template <typename Time>
+Time endOfLife(Time time, quint64 timeAllowedToLive)
 {
-    constexpr qint64 never = DeviceInputs::never;
-    constexpr qint64 nsPerMs = 1000000;
-    if (timeAllowedToLive > quint64(never / nsPerMs))
-        return never;
-    const qint64 life = qint64(timeAllowedToLive) * nsPerMs;
-    return time > never - life ? never : time + life;
+    const Duration longest = Time::max() - time;
+    return timeAllowedToLive > quint64(longest / 1ms)
+        ? Time::max()
+        : time + std::chrono::milliseconds(timeAllowedToLive);
 }
 
 void setBit(ActiveChannels &channels, int channel, bool on)
@@ -28,18 +28,19 @@ void setBit(ActiveChannels &channels, int channel, bool on)
 
 } // namespace
 
-DeviceInputs::DeviceInputs(const QVector<Subscription> &subscriptions)
+template <typename Time>
+DeviceInputs<Time>::DeviceInputs(const QVector<SubscriptionCommand> &subscriptions)
 {
-    for (const Subscription &each : subscriptions) {
-        Subscription subscription = each;
-        const int room = std::max(0, logicChannels - each.logicChannel);
+    for (const SubscriptionCommand &each : subscriptions) {
+        SubscriptionCommand subscription = each;
+        const int room = std::max(0, kLogicChannels - each.logicChannel);
         if (each.mappedPositions.size() > room) {
             m_reports << QStringLiteral("GOOSE subscription %1: %2 entries from logic channel %3 "
                                         "reach beyond channel %4; the rest is left out")
                              .arg(each.group)
                              .arg(each.mappedPositions.size())
                              .arg(each.logicChannel)
-                             .arg(logicChannels - 1);
+                             .arg(kLogicChannels - 1);
             subscription.mappedPositions = each.mappedPositions.mid(0, room);
         }
         for (int i = 0; i < int(subscription.mappedPositions.size()); ++i)
@@ -48,7 +49,9 @@ DeviceInputs::DeviceInputs(const QVector<Subscription> &subscriptions)
     }
 }
 
-DeviceInputs::Stream &DeviceInputs::streamOf(const Subscription &subscription)
+template <typename Time>
+typename DeviceInputs<Time>::Stream &
+DeviceInputs<Time>::streamOf(const SubscriptionCommand &subscription)
 {
     for (Stream &stream : m_streams) {
         if (stream.appId == subscription.appId && stream.port == subscription.lightPort)
@@ -61,14 +64,15 @@ DeviceInputs::Stream &DeviceInputs::streamOf(const Subscription &subscription)
     return m_streams.last();
 }
 
-QVector<InputEvent> DeviceInputs::take(qint64 time, int port, const QByteArray &frame)
+template <typename Time>
+QVector<InputAt<Time>> DeviceInputs<Time>::take(Time time, int port, const QByteArray &frame)
 {
-    QVector<InputEvent> events;
+    QVector<InputAt<Time>> events;
     if (!GooseMessage::isGoose(frame))
         return events;
     const GooseMessage message(frame);
     for (Stream &stream : m_streams) {
-        if (stream.appId != message.appId || (port != anyPort && port != stream.port))
+        if (stream.appId != message.appId || (port != kAnyPort && port != stream.port))
             continue;
         if (stream.lostAt < time)
             lose(stream);
@@ -77,7 +81,7 @@ QVector<InputEvent> DeviceInputs::take(qint64 time, int port, const QByteArray &
             continue;
         }
         stream.lostAt = endOfLife(time, message.timeAllowedToLive);
-        for (const Subscription &subscription : stream.subscriptions) {
+        for (const SubscriptionCommand &subscription : stream.subscriptions) {
             if (message.entries.size() != subscription.entryCount)
                 report(stream, OtherSize,
                        QStringLiteral("dataset of %1 entries expected, %2 found")
@@ -89,8 +93,10 @@ QVector<InputEvent> DeviceInputs::take(qint64 time, int port, const QByteArray &
     return events;
 }
 
-void DeviceInputs::evaluate(const GooseMessage &message, const Subscription &subscription,
-                            qint64 time, QVector<InputEvent> &events)
+template <typename Time>
+void DeviceInputs<Time>::evaluate(const GooseMessage &message,
+                                  const SubscriptionCommand &subscription, Time time,
+                                  QVector<InputAt<Time>> &events)
 {
     int channel = subscription.logicChannel;
     for (const int position : subscription.mappedPositions) {
@@ -98,54 +104,60 @@ void DeviceInputs::evaluate(const GooseMessage &message, const Subscription &sub
         const bool on = isThere && binaryState(message.entries[position - 1]) == BinaryState::On;
         if (isThere && on != isActive(channel)) {
             setBit(m_active, channel, on);
-            events << InputEvent{time, on ? InputEvent::ChannelOn : InputEvent::ChannelOff,
-                                 quint16(channel)};
+            events << InputAt<Time>{time, on ? InputKind::ChannelOn : InputKind::ChannelOff,
+                                    quint16(channel)};
         }
         ++channel;
     }
 }
 
-qint64 DeviceInputs::nextLoss() const
+template <typename Time>
+Time DeviceInputs<Time>::nextLoss() const
 {
-    qint64 next = never;
+    Time next = kNever;
     for (const Stream &stream : m_streams)
         next = std::min(next, stream.lostAt);
     return next;
 }
 
-void DeviceInputs::expire(qint64 now)
+template <typename Time>
+void DeviceInputs<Time>::expire(Time now)
 {
     for (Stream &stream : m_streams) {
-        if (stream.lostAt <= now && stream.lostAt != never)
+        if (stream.lostAt <= now && stream.lostAt != kNever)
             lose(stream);
     }
 }
 
-QStringList DeviceInputs::takeReports()
+template <typename Time>
+QStringList DeviceInputs<Time>::takeReports()
 {
     QStringList reports;
     reports.swap(m_reports);
     return reports;
 }
 
-bool DeviceInputs::contains(const ActiveChannels &channels, int channel)
+template <typename Time>
+bool DeviceInputs<Time>::contains(const ActiveChannels &channels, int channel)
 {
-    return channel >= 0 && channel < logicChannels
+    return channel >= 0 && channel < kLogicChannels
         && (channels[std::size_t(channel) / 64] >> channel % 64 & 1) != 0;
 }
 
-void DeviceInputs::lose(Stream &stream)
+template <typename Time>
+void DeviceInputs<Time>::lose(Stream &stream)
 {
-    stream.lostAt = never;
-    const bool last = stream.faults[Lost] == reportedLosses - 1;
+    stream.lostAt = kNever;
+    const bool last = stream.faults[Lost] == kReportedLosses - 1;
     report(stream, Lost,
            QStringLiteral("lost: timeAllowedtoLive has run out without another message")
                + QLatin1String(last ? "; later losses are not reported" : ""));
 }
 
-void DeviceInputs::report(Stream &stream, Fault fault, const QString &text)
+template <typename Time>
+void DeviceInputs<Time>::report(Stream &stream, Fault fault, const QString &text)
 {
-    if (stream.faults[fault] >= (fault == Lost ? reportedLosses : 1))
+    if (stream.faults[fault] >= (fault == Lost ? kReportedLosses : 1))
         return;
     ++stream.faults[fault];
     m_reports << QStringLiteral("GOOSE of APPID 0x%1 at light port %2: %3")
@@ -153,5 +165,8 @@ void DeviceInputs::report(Stream &stream, Fault fault, const QString &text)
                      .arg(stream.port)
                      .arg(text);
 }
+
+template class DeviceInputs<WallTime>;
+template class DeviceInputs<MonotonicTime>;
 
 } // namespace virtualboard

@@ -1,51 +1,50 @@
 #pragma once
 
-#include "commands.h"
-#include "playback.h"
+#include "virtualboard/play/playback.h"
+#include "virtualboard/wire/commands.h"
 
 #include <QByteArray>
 #include <QStringList>
 #include <QVector>
 
 #include <array>
-#include <limits>
 
 namespace virtualboard {
 
 struct GooseMessage;
 
-/**
- * Watches the GOOSE messages of the device under test: turns them into inputs, by the
- * subscriptions, and notices when a stream stops.
- *
- * A stream is what has an APPID at a light port; several subscriptions may share one. What comes
- * behind the Length of a message (padding, a redundancy trailer) is no part of it.
- *
- * A stream has each kind of fault reported once, and its first #reportedLosses losses: the reports
- * cannot grow without bound, whatever comes in.
- */
+/// Watches the GOOSE messages of the device under test: turns them into inputs, by the
+/// subscriptions, and notices when a stream stops.
+///
+/// A stream is what has an APPID at a light port; several subscriptions may share one. What comes
+/// behind the Length of a message (padding, a redundancy trailer) is no part of it.
+///
+/// A stream has each kind of fault reported once, and its first #reportedLosses losses: the reports
+/// cannot grow without bound, whatever comes in.
+///
+/// All times are of one clock, WallTime or MonotonicTime.
+template <typename Time>
 class DeviceInputs
 {
 public:
-    static constexpr int anyPort = 0;
-    static constexpr int reportedLosses = 100; ///< of each stream
-    static constexpr qint64 never = std::numeric_limits<qint64>::max();
+    static constexpr int kAnyPort = 0;
+    static constexpr int kReportedLosses = 100; ///< of each stream
+    static constexpr Time kNever = Time::max();
 
     /// Channels beyond the last one are reported and left out.
-    explicit DeviceInputs(const QVector<Subscription> &subscriptions);
+    explicit DeviceInputs(const QVector<SubscriptionCommand> &subscriptions);
 
     /// A frame has come in. Anything that is no subscribed GOOSE message is ignored; damaged ones
     /// are reported.
-    /// @param time  absolute; not before that of the frame before
-    /// @param port  light port, 1 to 8, or anyPort
+    /// \param time not before that of the frame before
+    /// \param port light port, 1 to 8, or anyPort
     /// Returns the logic channels that have changed.
-    QVector<InputEvent> take(qint64 time, int port, const QByteArray &frame);
+    QVector<InputAt<Time>> take(Time time, int port, const QByteArray &frame);
 
-    /// Absolute time at which the next stream is lost unless a message comes; #never if none is
-    /// awaited.
-    qint64 nextLoss() const;
-    /// Takes the streams as lost whose time has run out at @p now; reports them.
-    void expire(qint64 now);
+    /// When the next stream is lost unless a message comes; #kNever if none is awaited.
+    Time nextLoss() const;
+    /// Takes the streams as lost whose time has run out at \a now; reports them.
+    void expire(Time now);
 
     bool isSubscribed(int channel) const { return contains(m_subscribed, channel); }
     bool isActive(int channel) const { return contains(m_active, channel); }
@@ -61,15 +60,15 @@ private:
     {
         int appId = 0;
         int port = 0;
-        QVector<Subscription> subscriptions;
-        qint64 lostAt = never;
+        QVector<SubscriptionCommand> subscriptions;
+        Time lostAt = kNever;
         std::array<int, FaultCount> faults = {}; ///< how often each was reported
     };
 
     static bool contains(const ActiveChannels &channels, int channel);
-    Stream &streamOf(const Subscription &subscription);
-    void evaluate(const GooseMessage &message, const Subscription &subscription, qint64 time,
-                  QVector<InputEvent> &events);
+    Stream &streamOf(const SubscriptionCommand &subscription);
+    void evaluate(const GooseMessage &message, const SubscriptionCommand &subscription, Time time,
+                  QVector<InputAt<Time>> &events);
     void lose(Stream &stream);
     void report(Stream &stream, Fault fault, const QString &text);
 

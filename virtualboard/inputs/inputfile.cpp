@@ -1,7 +1,7 @@
-#include "inputfile.h"
+#include "virtualboard/inputs/inputfile.h"
 
-#include "deviceinputs.h"
-#include "goosemessage.h"
+#include "virtualboard/inputs/deviceinputs.h"
+#include "virtualboard/wire/goosemessage.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -13,15 +13,13 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 nsPerSecond = 1000000000;
-
 /// pcap with time stamps in microseconds and in nanoseconds, each in both byte orders; pcapng.
-constexpr std::array<const char *, 5> captureMagics = {"a1b2c3d4", "d4c3b2a1", "a1b23c4d",
-                                                       "4d3cb2a1", "0a0d0d0a"};
+constexpr std::array<const char *, 5> kCaptureMagics = {"a1b2c3d4", "d4c3b2a1", "a1b23c4d",
+                                                        "4d3cb2a1", "0a0d0d0a"};
 
 bool isCapture(const QByteArray &begin)
 {
-    return std::any_of(captureMagics.begin(), captureMagics.end(), [&begin](const char *magic) {
+    return std::any_of(kCaptureMagics.begin(), kCaptureMagics.end(), [&begin](const char *magic) {
         return begin.startsWith(QByteArray::fromHex(magic));
     });
 }
@@ -39,24 +37,24 @@ QString quoted(const QByteArray &text)
 
 // Both of these return what is wrong; nothing when nothing is.
 
-QString readTime(const QByteArray &text, qint64 *time)
+QString readTime(const QByteArray &text, Duration *time)
 {
     static const QRegularExpression pattern(
         QStringLiteral("\\A0*([0-9]{1,7})(?:\\.([0-9]{1,9}))?\\z"));
     const QRegularExpressionMatch match = pattern.match(QString::fromLatin1(text));
-    *time = match.captured(1).toLongLong() * nsPerSecond
-        + match.captured(2).leftJustified(9, QLatin1Char('0')).toLongLong();
-    if (match.hasMatch() && *time <= InputFile::maximumSeconds * nsPerSecond)
+    *time = std::chrono::seconds(match.captured(1).toLongLong())
+        + Duration(match.captured(2).leftJustified(9, QLatin1Char('0')).toLongLong());
+    if (match.hasMatch() && *time <= std::chrono::seconds(InputFile::kMaximumSeconds))
         return {};
     return QStringLiteral("a time of 0 to %1 seconds, with at most 9 decimals, expected, %2 found")
-        .arg(InputFile::maximumSeconds)
+        .arg(InputFile::kMaximumSeconds)
         .arg(quoted(text));
 }
 
-QString readInput(const QList<QByteArray> &words, InputEvent *event)
+QString readInput(const QList<QByteArray> &words, InputAt<Duration> *event)
 {
     if (words == QList<QByteArray>{"trigger"}) {
-        event->kind = InputEvent::Trigger;
+        event->kind = InputKind::Trigger;
         return {};
     }
     if (words.size() != 3 || words[0] != "channel" || (words[2] != "on" && words[2] != "off"))
@@ -64,21 +62,21 @@ QString readInput(const QList<QByteArray> &words, InputEvent *event)
             .arg(quoted(words.join(' ')));
     bool isNumber = false;
     const uint channel = words[1].toUInt(&isNumber);
-    if (!isNumber || channel >= logicChannels)
+    if (!isNumber || channel >= kLogicChannels)
         return QStringLiteral("a logic channel of 0 to %1 expected, %2 found")
-            .arg(logicChannels - 1)
+            .arg(kLogicChannels - 1)
             .arg(quoted(words[1]));
-    event->kind = words[2] == "on" ? InputEvent::ChannelOn : InputEvent::ChannelOff;
+    event->kind = words[2] == "on" ? InputKind::ChannelOn : InputKind::ChannelOff;
     event->channel = quint16(channel);
     return {};
 }
 
-QString readLine(const QByteArray &line, QVector<InputEvent> *script)
+QString readLine(const QByteArray &line, QVector<InputAt<Duration>> *script)
 {
     const QList<QByteArray> words = line.split('#').first().simplified().split(' ');
     if (words.first().isEmpty())
         return {};
-    InputEvent event;
+    InputAt<Duration> event;
     QString problem = readTime(words.first(), &event.time);
     if (problem.isEmpty() && !script->isEmpty() && event.time < script->last().time)
         problem = QStringLiteral("time goes back to %1").arg(quoted(words.first()));
@@ -88,14 +86,17 @@ QString readLine(const QByteArray &line, QVector<InputEvent> *script)
     return problem;
 }
 
-PlannedInputs planned(const QVector<InputEvent> &script, DeviceInputs &inputs, qint64 start)
+using FileInputs = DeviceInputs<WallTime>;
+
+PlannedInputs planned(const QVector<InputAt<Duration>> &script, FileInputs &inputs, WallTime start)
 {
     PlannedInputs plan;
-    std::bitset<logicChannels> reported;
-    for (InputEvent event : script) {
-        event.time =
-            start > DeviceInputs::never - event.time ? DeviceInputs::never : start + event.time;
-        if (event.kind == InputEvent::Trigger || inputs.isSubscribed(event.channel)) {
+    std::bitset<kLogicChannels> reported;
+    for (const InputAt<Duration> &each : script) {
+        const bool isTooLate = start > WallTime::max() - each.time;
+        const InputEvent event{isTooLate ? WallTime::max() : start + each.time, each.kind,
+                               each.channel};
+        if (event.kind == InputKind::Trigger || inputs.isSubscribed(event.channel)) {
             plan.events << event;
         } else if (!reported[event.channel]) {
             reported.set(event.channel);
@@ -109,55 +110,46 @@ PlannedInputs planned(const QVector<InputEvent> &script, DeviceInputs &inputs, q
     return plan;
 }
 
-PlannedInputs planned(const QVector<CapturedFrame> &messages, DeviceInputs &inputs)
+PlannedInputs planned(const QVector<CapturedFrame> &messages, FileInputs &inputs)
 {
     PlannedInputs plan;
-    const auto report = [&plan, &inputs](qint64 time) {
+    const auto report = [&plan, &inputs](WallTime time) {
         const QStringList reports = inputs.takeReports();
         for (const QString &text : reports)
             plan.reports.append({time, text});
     };
-    const auto loseBefore = [&inputs, &report](qint64 end) {
-        for (qint64 loss = inputs.nextLoss(); loss < end; loss = inputs.nextLoss()) {
+    const auto loseBefore = [&inputs, &report](WallTime end) {
+        for (WallTime loss = inputs.nextLoss(); loss < end; loss = inputs.nextLoss()) {
             inputs.expire(loss);
             report(loss);
         }
     };
     for (const CapturedFrame &message : messages) {
         loseBefore(message.time);
-        plan.events += inputs.take(message.time, DeviceInputs::anyPort, message.bytes);
+        plan.events += inputs.take(message.time, FileInputs::kAnyPort, message.bytes);
         report(message.time);
     }
-    loseBefore(DeviceInputs::never);
+    loseBefore(FileInputs::kNever);
     return plan;
 }
 
 } // namespace
 
-std::optional<InputFile> InputFile::read(const QString &path, QString *error)
+Expected<InputFile> InputFile::read(const QString &path)
 {
     QFile file(path);
     InputFile result;
-    if (!file.open(QIODevice::ReadOnly)) {
-        *error = path + QLatin1String(": ") + file.errorString();
-        return std::nullopt;
-    }
-    if (isCapture(file.peek(4))) {
-        auto messages = result.readCapture(path, error);
-        if (!messages)
-            return std::nullopt;
-        result.m_inputs = std::move(*messages);
-    } else {
-        auto script = readScript(file, path, error);
-        if (!script)
-            return std::nullopt;
-        result.m_inputs = std::move(*script);
-    }
-    return result;
+    if (!file.open(QIODevice::ReadOnly))
+        return Refusal(path + QLatin1String(": ") + file.errorString());
+    const auto keep = [&result](auto &&inputs) {
+        result.m_inputs = std::forward<decltype(inputs)>(inputs);
+        return std::move(result);
+    };
+    return isCapture(file.peek(4)) ? result.readCapture(path).map(keep)
+                                   : readScript(file, path).map(keep);
 }
 
-std::optional<InputFile::Script> InputFile::readScript(QFile &file, const QString &path,
-                                                       QString *error)
+Expected<InputFile::Script> InputFile::readScript(QFile &file, const QString &path)
 {
     Script script;
     QByteArray text;
@@ -165,60 +157,56 @@ std::optional<InputFile::Script> InputFile::readScript(QFile &file, const QStrin
     do { // a file may tell no size
         chunk = file.read(1 << 16);
         text += chunk;
-    } while (!chunk.isEmpty() && text.size() <= maximumSize);
-    if (file.error() != QFileDevice::NoError || text.size() > maximumSize) {
-        *error = path + QLatin1String(": ")
-            + (text.size() > maximumSize
-                   ? QStringLiteral("more than %1 bytes of script").arg(maximumSize)
-                   : file.errorString());
-        return std::nullopt;
+    } while (!chunk.isEmpty() && text.size() <= kMaximumSize);
+    if (file.error() != QFileDevice::NoError || text.size() > kMaximumSize) {
+        const QString reason = text.size() > kMaximumSize
+            ? QStringLiteral("more than %1 bytes of script").arg(kMaximumSize)
+            : file.errorString();
+        return Refusal(path + QLatin1String(": ") + reason);
     }
     int begin = 0;
     for (int number = 1; begin < text.size(); ++number) {
         const int newline = int(text.indexOf('\n', begin));
         const int end = newline < 0 ? int(text.size()) : newline;
         const QString problem = readLine(text.mid(begin, end - begin), &script);
-        if (!problem.isEmpty()) {
-            *error = QStringLiteral("%1:%2: %3").arg(path, QString::number(number), problem);
-            return std::nullopt;
-        }
+        if (!problem.isEmpty())
+            return Refusal(QStringLiteral("%1:%2: %3").arg(path, QString::number(number), problem));
         begin = end + 1;
     }
     return script;
 }
 
-std::optional<InputFile::Messages> InputFile::readCapture(const QString &path, QString *error)
+Expected<InputFile::Messages> InputFile::readCapture(const QString &path)
 {
-    constexpr qint64 overhead = 64;
+    constexpr qint64 kOverhead = 64;
     Messages messages;
     qint64 size = 0;
     CaptureReader reader;
-    *error = reader.open(path) ? QString() : reader.errorString();
+    if (auto opened = reader.open(path); !opened)
+        return Refusal(opened.error());
     while (const auto frame = reader.next()) {
         if (!m_firstTime)
             m_firstTime = frame->time;
         if (!GooseMessage::isGoose(frame->bytes))
             continue;
-        size += frame->bytes.size() + overhead;
-        if (size > maximumSize) {
-            *error =
-                path + QStringLiteral(": more than %1 bytes of GOOSE messages").arg(maximumSize);
-            return std::nullopt;
-        }
+        size += frame->bytes.size() + kOverhead;
+        if (size > kMaximumSize)
+            return Refusal(
+                path + QStringLiteral(": more than %1 bytes of GOOSE messages").arg(kMaximumSize));
         messages << *frame;
     }
-    *error = reader.errorString();
-    if (!error->isEmpty())
-        return std::nullopt;
+    if (!reader.errorString().isEmpty())
+        return Refusal(reader.errorString());
     std::stable_sort(
         messages.begin(), messages.end(),
         [](const CapturedFrame &a, const CapturedFrame &b) { return a.time < b.time; });
     return messages;
 }
 
-PlannedInputs InputFile::plan(const QVector<Subscription> &subscriptions, qint64 startTime) const
+PlannedInputs InputFile::plan(const QVector<SubscriptionCommand> &subscriptions,
+                              WallTime startTime) const
 {
-    DeviceInputs inputs(subscriptions);
+    FileInputs inputs(subscriptions);
     const auto *const script = std::get_if<Script>(&m_inputs);
     QVector<PlannedInputs::Report> reports;
     for (const QString &text : inputs.takeReports())
@@ -229,7 +217,7 @@ PlannedInputs InputFile::plan(const QVector<Subscription> &subscriptions, qint64
     return plan;
 }
 
-std::optional<qint64> InputFile::firstTime() const
+std::optional<WallTime> InputFile::firstTime() const
 {
     return m_firstTime;
 }

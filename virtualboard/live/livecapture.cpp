@@ -1,11 +1,9 @@
-#include "livecapture.h"
+#include "virtualboard/live/livecapture.h"
 
-#include "capturefile.h"
-#include "liveclock.h"
-#include "testprogram.h"
+#include "virtualboard/capture/capturefile.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <algorithm>
-#include <chrono>
 #include <cstring>
 #include <utility>
 
@@ -14,12 +12,12 @@ namespace virtualboard {
 namespace {
 
 /// Half a second of 64 streams with 8 channels at 4000 frames a second.
-constexpr std::size_t publishedSize = 32 << 20;
-constexpr std::size_t heardSize = 4 << 20;
-constexpr std::size_t reserve = 64 << 10; // for all but frames
-constexpr auto nap = std::chrono::milliseconds(5);
-/// ns after which a frame that has come in stands in its queue for sure, or nearly so.
-constexpr qint64 settling = 50'000'000;
+constexpr std::size_t kPublishedSize = 32 << 20;
+constexpr std::size_t kHeardSize = 4 << 20;
+constexpr std::size_t kReserve = 64 << 10; // for all but frames
+constexpr Duration kNap = 5ms;
+/// After that, a frame that has come in stands in its queue for sure, or nearly so.
+constexpr Duration kSettling = 50ms;
 
 } // namespace
 
@@ -40,7 +38,7 @@ bool RecordQueue::put(const void *head, std::size_t headSize, const void *body,
     if (headSize + bodySize + reserve > m_bytes.size() - used)
         return false;
     copyIn(end, head, headSize);
-    if (bodySize > 0)
+    if (body) // some records have none
         copyIn(end + headSize, body, bodySize);
     m_end.store(end + headSize + bodySize, std::memory_order_release);
     return true;
@@ -63,8 +61,8 @@ bool RecordQueue::take(void *bytes, std::size_t size)
 /// Frames leave room for what the others mean nothing without.
 bool LiveCapture::Source::put(const Head &next, const void *content)
 {
-    const bool fits = next.size <= largestBody
-        && queue.put(&next, sizeof next, content, next.size, next.kind == Frame ? reserve : 0);
+    const bool fits = next.size <= kLargestBody
+        && queue.put(&next, sizeof next, content, next.size, next.kind == Frame ? kReserve : 0);
     if (!fits)
         leftOut.fetch_add(1, std::memory_order_relaxed);
     return fits;
@@ -76,11 +74,11 @@ bool LiveCapture::Source::look()
     return isFull;
 }
 
-LiveCapture::LiveCapture(CaptureSink &sink, Report report)
+LiveCapture::LiveCapture(CaptureSink &sink, NoticeHandler report)
     : m_sink(sink)
     , m_report(std::move(report))
-    , m_published(publishedSize)
-    , m_heard(heardSize)
+    , m_published(kPublishedSize)
+    , m_heard(kHeardSize)
     , m_writer([this] { write(); })
 { }
 
@@ -90,40 +88,40 @@ LiveCapture::~LiveCapture()
     m_writer.join();
 }
 
-void LiveCapture::begin(const TestProgram &program, qint64 offset)
+void LiveCapture::begin(const TestProgram &program, ClockOffset offset)
 {
     const Start start = {new TestProgram(program), offset};
-    if (!m_published.put({monotonicTime(), sizeof start, Begin, 0}, &start))
+    if (!m_published.put({MonotonicClock::now(), sizeof start, Begin, 0}, &start))
         delete start.program;
 }
 
-void LiveCapture::publish(qint64 time, const OutgoingFrame *frames, int count)
+void LiveCapture::publish(MonotonicTime time, const OutgoingFrame *frames, int count)
 {
     for (int i = 0; i < count; ++i)
         m_published.put({time, quint32(frames[i].size), Frame, quint16(frames[i].port)},
                         frames[i].bytes);
 }
 
-void LiveCapture::note(qint64 time, const Transition &transition)
+void LiveCapture::note(MonotonicTime time, const Transition &transition)
 {
     m_published.put({time, sizeof transition, Note, 0}, &transition);
 }
 
-void LiveCapture::hear(qint64 time, const QByteArray &frame)
+void LiveCapture::hear(MonotonicTime time, const QByteArray &frame)
 {
     m_heard.put({time, quint32(frame.size()), Frame, 0}, frame.constData());
 }
 
 void LiveCapture::end()
 {
-    m_published.put({monotonicTime(), 0, End, 0}, nullptr);
+    m_published.put({MonotonicClock::now(), 0, End, 0}, nullptr);
 }
 
 void LiveCapture::write()
 {
     while (true) {
         const bool isLast = m_stopping; // what has been put before that, is still written
-        const qint64 settled = monotonicTime() - settling;
+        const MonotonicTime settled = MonotonicClock::now() - kSettling;
         while (m_published.look() && (isLast || m_published.head.time <= settled)) {
             while (m_heard.look() && m_heard.head.time <= m_published.head.time)
                 deliver(m_heard);
@@ -131,7 +129,7 @@ void LiveCapture::write()
         }
         if (isLast)
             return;
-        std::this_thread::sleep_for(nap);
+        std::this_thread::sleep_for(kNap);
     }
 }
 
@@ -147,11 +145,11 @@ void LiveCapture::deliver(Source &source)
         delete start.program;
     } else if (head.kind == Frame) {
         const OutgoingFrame frame = {body, int(head.size), head.port};
-        m_sink.publish(head.time + m_offset, &frame, 1);
+        m_sink.publish(m_offset.wall(head.time), &frame, 1);
     } else if (head.kind == Note) {
         Transition transition;
         std::memcpy(&transition, body, sizeof transition);
-        m_sink.note(head.time + m_offset, transition);
+        m_sink.note(m_offset.wall(head.time), transition);
     } else {
         deliverEnd();
     }

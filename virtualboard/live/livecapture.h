@@ -1,7 +1,8 @@
 #pragma once
 
-#include "performer.h"
-#include "playback.h"
+#include "virtualboard/live/liveclock.h"
+#include "virtualboard/play/performer.h"
+#include "virtualboard/play/playback.h"
 
 #include <QByteArray>
 
@@ -20,15 +21,15 @@ class CaptureSink;
 class RecordQueue
 {
 public:
-    /// @param capacity  bytes, a power of two
+    /// \param capacity bytes, a power of two
     explicit RecordQueue(std::size_t capacity)
         : m_bytes(capacity)
     { }
 
-    /// The writer's: false, and nothing changes, when less than @p reserve bytes would stay free.
+    /// The writer's: false, and nothing changes, when less than \a reserve bytes would stay free.
     [[nodiscard]] bool put(const void *head, std::size_t headSize, const void *body,
                            std::size_t bodySize, std::size_t reserve = 0);
-    /// The reader's: false when there is no record. Takes the next @p size bytes of it otherwise.
+    /// The reader's: false when there is no record. Takes the next \a size bytes of it otherwise.
     [[nodiscard]] bool take(void *bytes, std::size_t size);
 
 private:
@@ -40,27 +41,25 @@ private:
     alignas(64) std::atomic<std::size_t> m_end = 0;
 };
 
-/**
- * Writes a capture beside a live test: what is published, and what the device under test sends.
- * Two queues, and a thread that empties them into the file, in the order of time.
- *
- * publish(), note() and hear() never wait: what finds its queue full is left out, and counted. All
- * times are by CLOCK_MONOTONIC; those of published frames are when they were sent.
- */
+/// Writes a capture beside a live test: what is published, and what the device under test sends.
+/// Two queues, and a thread that empties them into the file, in the order of time.
+///
+/// publish(), note() and hear() never wait: what finds its queue full is left out, and counted. The
+/// times of published frames are when they were sent.
 class LiveCapture
 {
 public:
-    /// @param sink  used by the writing thread only, from now until the destructor returns
-    LiveCapture(CaptureSink &sink, Report report);
+    /// \param sink used by the writing thread only, from now until the destructor returns
+    LiveCapture(CaptureSink &sink, NoticeHandler report);
     ~LiveCapture(); ///< returns when what is in the queues has been written
 
-    /// @param offset  of a time stamp in the file from CLOCK_MONOTONIC, until the next begin()
-    void begin(const TestProgram &program, qint64 offset);
+    /// \param offset which the time stamps in the file have until the next begin()
+    void begin(const TestProgram &program, ClockOffset offset);
     /// For the publishing thread.
-    void publish(qint64 time, const OutgoingFrame *frames, int count);
-    void note(qint64 time, const Transition &transition);
+    void publish(MonotonicTime time, const OutgoingFrame *frames, int count);
+    void note(MonotonicTime time, const Transition &transition);
     /// For one other thread: a frame has come in.
-    void hear(qint64 time, const QByteArray &frame);
+    void hear(MonotonicTime time, const QByteArray &frame);
     /// The sequence has ended. When all of it is in the file, what is missing there is reported.
     void end();
 
@@ -68,7 +67,7 @@ private:
     enum Kind : quint16 { Begin, Frame, Note, End };
     struct Head
     {
-        qint64 time = 0;
+        MonotonicTime time;
         quint32 size = 0; ///< of the body
         Kind kind = Frame;
         quint16 port = 0;
@@ -76,9 +75,10 @@ private:
     struct Start
     {
         const TestProgram *program = nullptr; ///< a copy, which the writer deletes
-        qint64 offset = 0;
+        ClockOffset offset;
     };
-    static constexpr std::size_t largestBody = 2048; ///< above any Ethernet frame
+    static constexpr std::size_t kLargestBody = 2048;
+    static_assert(kLargestBody > kLargestFrame, "any frame fits");
     /// A queue, and the record that has been taken from it last.
     struct Source
     {
@@ -88,7 +88,7 @@ private:
         bool put(const Head &head, const void *body);
         bool look(); ///< whether there is a record, which is in the next two then
         Head head;
-        std::array<uchar, largestBody> body;
+        std::array<uchar, kLargestBody> body;
         bool isFull = false;
         RecordQueue queue;
         std::atomic<quint64> leftOut = 0;
@@ -99,10 +99,10 @@ private:
     void deliverEnd();
 
     CaptureSink &m_sink;
-    const Report m_report;
+    const NoticeHandler m_report;
     Source m_published;
     Source m_heard;
-    qint64 m_offset = 0; ///< the writer's
+    ClockOffset m_offset; ///< the writer's
     bool m_failureReported = false; ///< the writer's
     std::atomic<bool> m_stopping = false;
     std::thread m_writer;

@@ -1,55 +1,53 @@
 /// \file
-/// The two clocks of a live board, in nanoseconds. It runs by CLOCK_MONOTONIC, which nobody sets;
-/// the times that others see count by CLOCK_REALTIME.
+/// How a live board's two clocks stand to each other, and how it waits.
 #pragma once
 
-#include <QtGlobal>
+#include "virtualboard/play/clocks.h"
 
 #include <cerrno>
-#include <ctime>
 
 namespace virtualboard {
 
-inline qint64 nanoseconds(const timespec &time)
+/// Turns times of one clock into those of the other.
+class ClockOffset
 {
-    return qint64(time.tv_sec) * 1'000'000'000 + time.tv_nsec;
-}
-
-inline qint64 clockTime(clockid_t clock)
-{
-    timespec time = {};
-    clock_gettime(clock, &time);
-    return nanoseconds(time);
-}
-
-inline qint64 monotonicTime()
-{
-    return clockTime(CLOCK_MONOTONIC);
-}
-
-/// CLOCK_REALTIME less CLOCK_MONOTONIC. Of some attempts the one counts that was disturbed least.
-inline qint64 wallClockOffset()
-{
-    qint64 offset = 0;
-    qint64 shortest = -1;
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        const qint64 before = monotonicTime();
-        const qint64 wall = clockTime(CLOCK_REALTIME);
-        const qint64 after = monotonicTime();
-        if (shortest < 0 || after - before < shortest) {
-            shortest = after - before;
-            offset = wall - (before + shortest / 2);
+public:
+    /// As the clocks stand now. Of some attempts the one counts that was disturbed least.
+    [[nodiscard]] static ClockOffset measured()
+    {
+        ClockOffset result;
+        Duration shortest = Duration::max();
+        for (int attempt = 0; attempt < 5; ++attempt) {
+            const MonotonicTime before = MonotonicClock::now();
+            const WallTime wall = WallClock::now();
+            const Duration taken = MonotonicClock::now() - before;
+            if (taken < shortest) {
+                shortest = taken;
+                result.m_ahead = wall.time_since_epoch() - (before + taken / 2).time_since_epoch();
+            }
         }
+        return result;
     }
-    return offset;
-}
+
+    [[nodiscard]] WallTime wall(MonotonicTime time) const
+    {
+        return WallTime(time.time_since_epoch() + m_ahead);
+    }
+    [[nodiscard]] MonotonicTime monotonic(WallTime time) const
+    {
+        return MonotonicTime(time.time_since_epoch() - m_ahead);
+    }
+
+private:
+    Duration m_ahead = {}; ///< the wall clock, of the monotonic one
+};
 
 /// Returns at once if the time has come already.
-inline void sleepUntil(qint64 monotonic)
+inline void sleepUntil(MonotonicTime wanted)
 {
     timespec time = {};
-    time.tv_sec = decltype(time.tv_sec)(monotonic / 1'000'000'000);
-    time.tv_nsec = decltype(time.tv_nsec)(monotonic % 1'000'000'000);
+    time.tv_sec = decltype(time.tv_sec)(wanted.time_since_epoch() / 1s);
+    time.tv_nsec = decltype(time.tv_nsec)((wanted.time_since_epoch() % 1s).count());
     while (clock_nanosleep(CLOCK_MONOTONIC, TIMER_ABSTIME, &time, nullptr) == EINTR) { }
 }
 

@@ -1,31 +1,31 @@
 #pragma once
 
+#include "virtualboard/play/clocks.h"
+
 #include <QtGlobal>
 
 #include <algorithm>
 #include <array>
-#include <limits>
 
 namespace virtualboard {
 
-/// Counts latenesses in nanoseconds, up to 4.29 s; longer ones count as that. Each power of two has
-/// 32 buckets, so that a percentile is at most 1/32 above the truth. Never allocates.
+/// Counts latenesses. Each power of two nanoseconds has 32 buckets, so that a percentile is at most
+/// 1/32 above the truth. Never allocates.
 class LatenessHistogram
 {
 public:
-    void add(qint64 lateness)
+    void add(Duration lateness)
     {
-        const auto value =
-            quint32(std::clamp<qint64>(lateness, 0, std::numeric_limits<quint32>::max()));
-        ++m_buckets[bucketOf(value)];
+        const Duration value = std::max(lateness, Duration(0));
+        ++m_buckets[bucketOf(quint64(value.count()))];
         ++m_count;
         m_maximum = std::max(m_maximum, value);
     }
 
     quint64 count() const { return m_count; }
-    quint32 maximum() const { return m_maximum; }
-    /// At least @p percent of 100 latenesses are not above the result. 0 if there are none.
-    quint32 percentile(unsigned percent) const
+    Duration maximum() const { return m_maximum; }
+    /// At least \a percent of 100 latenesses are not above the result; 0 if there are none.
+    Duration percentile(unsigned percent) const
     {
         const quint64 wanted = (m_count * percent + 99) / 100;
         quint64 seen = 0;
@@ -34,29 +34,29 @@ public:
             if (seen >= wanted)
                 return std::min(m_maximum, lastOf(i));
         }
-        return 0;
+        return {};
     }
 
 private:
-    static constexpr std::size_t perOctave = 32;
+    static constexpr std::size_t kPerOctave = 32;
 
-    static std::size_t bucketOf(quint32 value)
+    static std::size_t bucketOf(quint64 value)
     {
         unsigned shift = 0;
-        while (value >> shift >= 2 * perOctave)
+        while (value >> shift >= 2 * kPerOctave)
             ++shift;
-        return shift * perOctave + (value >> shift);
+        return shift * kPerOctave + std::size_t(value >> shift);
     }
     /// The largest value of a bucket.
-    static quint32 lastOf(std::size_t bucket)
+    static Duration lastOf(std::size_t bucket)
     {
-        const std::size_t shift = bucket < perOctave ? 0 : bucket / perOctave - 1;
-        return quint32(((quint64(bucket - shift * perOctave) + 1) << shift) - 1);
+        const std::size_t shift = bucket < kPerOctave ? 0 : bucket / kPerOctave - 1;
+        return Duration(qint64(((quint64(bucket - shift * kPerOctave) + 1) << shift) - 1));
     }
 
-    std::array<quint64, 28 *perOctave> m_buckets = {};
+    std::array<quint64, 59 *kPerOctave> m_buckets = {}; ///< enough for 63 bits
     quint64 m_count = 0;
-    quint32 m_maximum = 0;
+    Duration m_maximum = {};
 };
 
 } // namespace virtualboard

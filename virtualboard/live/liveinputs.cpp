@@ -1,7 +1,6 @@
-#include "liveinputs.h"
+#include "virtualboard/live/liveinputs.h"
 
-#include "livecapture.h"
-#include "liveclock.h"
+#include "virtualboard/live/livecapture.h"
 
 #include <algorithm>
 #include <tuple>
@@ -11,11 +10,10 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 millisecond = 1'000'000; // ns
-constexpr qint64 checkInterval = 100 * millisecond; // of the interfaces
-constexpr int rememberedStreams = 1024;
+constexpr Duration kCheckInterval = 100ms; // of the interfaces
+constexpr int kRememberedStreams = 1024;
 
-bool isSame(const Subscription &a, const Subscription &b)
+bool isSame(const SubscriptionCommand &a, const SubscriptionCommand &b)
 {
     return std::tie(a.group, a.lightPort, a.appId, a.logicChannel, a.entryCount, a.mappedPositions)
         == std::tie(b.group, b.lightPort, b.appId, b.logicChannel, b.entryCount, b.mappedPositions);
@@ -23,7 +21,7 @@ bool isSame(const Subscription &a, const Subscription &b)
 
 } // namespace
 
-LiveInputs::LiveInputs(PacketPorts &ports, LiveCapture *capture, Report report)
+LiveInputs::LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report)
     : m_ports(ports)
     , m_capture(capture)
     , m_report(std::move(report))
@@ -36,19 +34,18 @@ LiveInputs::~LiveInputs()
     m_thread.join();
 }
 
-void LiveInputs::watch(const QVector<Subscription> &subscriptions)
+void LiveInputs::watch(const QVector<SubscriptionCommand> &subscriptions)
 {
     const std::lock_guard lock(m_mutex);
     if (!m_playing)
         subscribe(subscriptions);
 }
 
-ActiveChannels LiveInputs::beginSequence(const QVector<Subscription> &subscriptions)
+ActiveChannels LiveInputs::beginSequence(const QVector<SubscriptionCommand> &subscriptions)
 {
     const std::lock_guard lock(m_mutex);
     subscribe(subscriptions);
-    while (m_events.front())
-        m_events.pop();
+    while (m_events.pop()) { }
     m_playing = true;
     return m_inputs.activeChannels();
 }
@@ -59,13 +56,13 @@ void LiveInputs::endSequence()
     m_playing = false;
 }
 
-void LiveInputs::subscribe(const QVector<Subscription> &subscriptions)
+void LiveInputs::subscribe(const QVector<SubscriptionCommand> &subscriptions)
 {
     if (subscriptions.size() == m_subscriptions.size()
         && std::equal(subscriptions.begin(), subscriptions.end(), m_subscriptions.begin(), isSame))
         return;
     m_subscriptions = subscriptions;
-    m_inputs = DeviceInputs(subscriptions);
+    m_inputs = DeviceInputs<MonotonicTime>(subscriptions);
     QVector<Message> messages;
     for (const Message &message : std::as_const(m_lastMessages))
         messages << message;
@@ -77,10 +74,11 @@ void LiveInputs::subscribe(const QVector<Subscription> &subscriptions)
 
 void LiveInputs::run()
 {
-    qint64 nextCheck = 0;
+    MonotonicTime nextCheck;
     while (!m_stopping) {
         const bool sound = m_ports.receive(
-            patience(), [this](qint64 arrival, const QVector<int> &ports, const QByteArray &frame) {
+            patience(),
+            [this](MonotonicTime arrival, const QVector<int> &ports, const QByteArray &frame) {
                 const std::lock_guard lock(m_mutex);
                 m_lastTime = std::max(m_lastTime, arrival); // interfaces are read in turn
                 if (m_capture && m_playing)
@@ -89,10 +87,10 @@ void LiveInputs::run()
                     take({m_lastTime, port, frame});
             });
         QStringList reports;
-        const qint64 now = monotonicTime();
+        const MonotonicTime now = MonotonicClock::now();
         if (!sound || now >= nextCheck) {
             reports << m_ports.check();
-            nextCheck = now + checkInterval;
+            nextCheck = now + kCheckInterval;
         }
         {
             const std::lock_guard lock(m_mutex);
@@ -110,25 +108,25 @@ void LiveInputs::run()
 int LiveInputs::patience()
 {
     const std::lock_guard lock(m_mutex);
-    const qint64 untilLoss = m_inputs.nextLoss() - monotonicTime();
-    return int(std::clamp<qint64>(untilLoss, 0, checkInterval - 1) / millisecond) + 1;
+    const Duration untilLoss = m_inputs.nextLoss() - MonotonicClock::now();
+    return int(std::clamp(untilLoss, Duration(0), kCheckInterval - 1ns) / 1ms) + 1;
 }
 
 void LiveInputs::take(const Message &message)
 {
     remember(message);
-    const QVector<InputEvent> events = m_inputs.take(message.time, message.port, message.frame);
-    for (const InputEvent &event : events) {
-        if (m_playing && !m_events.push(event))
+    const auto events = m_inputs.take(message.time, message.port, message.frame);
+    for (const InputAt<MonotonicTime> &event : events) {
+        if (m_playing && !m_events.try_enqueue(event))
             ++m_lost;
     }
 }
 
 void LiveInputs::remember(const Message &message)
 {
-    constexpr int headerSize = 20; // both addresses, tag, EtherType, APPID
-    const QByteArray key = message.frame.left(headerSize) + char(message.port);
-    if (m_lastMessages.size() < rememberedStreams || m_lastMessages.contains(key))
+    constexpr int kHeaderSize = 20; // both addresses, tag, EtherType, APPID
+    const QByteArray key = message.frame.left(kHeaderSize) + char(message.port);
+    if (m_lastMessages.size() < kRememberedStreams || m_lastMessages.contains(key))
         m_lastMessages.insert(key, message);
 }
 

@@ -1,9 +1,8 @@
 #pragma once
 
-#include "deviceinputs.h"
-#include "lockfree.h"
-#include "packetports.h"
-#include "performer.h"
+#include "virtualboard/inputs/deviceinputs.h"
+#include "virtualboard/live/packetports.h"
+#include "virtualboard/play/performer.h"
 
 #include <QByteArray>
 #include <QMap>
@@ -14,40 +13,43 @@
 #include <mutex>
 #include <thread>
 
+#include <readerwriterqueue.h>
+
 namespace virtualboard {
 
 class LiveCapture;
 
-/**
- * Receives the GOOSE messages of the device under test, in a thread of its own, from construction
- * to destruction.
- *
- * Remembers the last message of every stream, subscribed or not: so a subscription knows at once
- * what is active, however rarely its device repeats a message. All times are by CLOCK_MONOTONIC.
- */
+/// From one thread to one other; try_enqueue() never allocates.
+using LiveInputQueue = moodycamel::ReaderWriterQueue<InputAt<MonotonicTime>>;
+
+/// Receives the GOOSE messages of the device under test, in a thread of its own, from construction
+/// to destruction.
+///
+/// Remembers the last message of every stream, subscribed or not: so a subscription knows at once
+/// what is active, however rarely its device repeats a message.
 class LiveInputs
 {
 public:
-    /// @param capture  gets what comes in during a sequence; null: none
-    LiveInputs(PacketPorts &ports, LiveCapture *capture, Report report);
+    /// \param capture gets what comes in during a sequence; null: none
+    LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report);
     ~LiveInputs();
 
     /// These subscriptions are in force from now on. Without effect during a sequence.
-    void watch(const QVector<Subscription> &subscriptions);
+    void watch(const QVector<SubscriptionCommand> &subscriptions);
     /// From now on, inputs of these subscriptions are queued. Returns which channels are active
     /// already. Whoever reads the queue must not do so meanwhile.
-    ActiveChannels beginSequence(const QVector<Subscription> &);
+    ActiveChannels beginSequence(const QVector<SubscriptionCommand> &);
     void endSequence();
 
     /// Of the sequence.
-    SpscQueue<InputEvent> &events() { return m_events; }
+    LiveInputQueue &events() { return m_events; }
     /// To set how it is scheduled.
     std::thread &thread() { return m_thread; }
 
 private:
     struct Message
     {
-        qint64 time = 0;
+        MonotonicTime time;
         int port = 0;
         QByteArray frame;
     };
@@ -55,20 +57,20 @@ private:
     void run();
     int patience();
     void take(const Message &message);
-    void subscribe(const QVector<Subscription> &subscriptions);
+    void subscribe(const QVector<SubscriptionCommand> &subscriptions);
     void remember(const Message &message);
 
     PacketPorts &m_ports;
     LiveCapture *const m_capture;
-    const Report m_report;
-    SpscQueue<InputEvent> m_events{4096};
+    const NoticeHandler m_report;
+    LiveInputQueue m_events{4096};
 
     std::mutex m_mutex; ///< for what follows
-    QVector<Subscription> m_subscriptions;
-    DeviceInputs m_inputs{{}};
+    QVector<SubscriptionCommand> m_subscriptions;
+    DeviceInputs<MonotonicTime> m_inputs{{}};
     bool m_playing = false;
     quint64 m_lost = 0; ///< events that found the queue full, not yet reported
-    qint64 m_lastTime = 0;
+    MonotonicTime m_lastTime;
     QMap<QByteArray, Message> m_lastMessages; ///< by port, addresses, EtherType and APPID
 
     std::atomic<bool> m_stopping = false;

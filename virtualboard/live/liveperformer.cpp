@@ -1,17 +1,17 @@
-#include "liveperformer.h"
+#include "virtualboard/live/liveperformer.h"
 
-#include "livecapture.h"
-#include "liveclock.h"
-#include "livehistogram.h"
-#include "liveinputs.h"
-#include "liveprivileges.h"
-#include "player.h"
-#include "testprogram.h"
+#include "virtualboard/live/livecapture.h"
+#include "virtualboard/live/livehistogram.h"
+#include "virtualboard/live/liveinputs.h"
+#include "virtualboard/live/liveprivileges.h"
+#include "virtualboard/play/player.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 
@@ -24,18 +24,18 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 second = 1'000'000'000; // ns
-constexpr qint64 lead = 10'000'000; // ns; from the start command to the first instant
+constexpr Duration kLead = 10ms; // from the start command to the first instant
 
-/// The wall-clock time, at least @p earliest, at which a sequence with this sample interval (ns)
-/// may begin.
-qint64 alignedStart(qint64 earliest, qint64 interval)
+/// The time, at least \a earliest, at which a sequence with this sample interval may begin.
+WallTime alignedStart(WallTime earliest, Duration interval)
 {
-    const qint64 inSecond = earliest % second;
-    return earliest - inSecond + (inSecond + interval - 1) / interval * interval;
+    const auto second = std::chrono::floor<std::chrono::seconds>(earliest);
+    return second + (earliest - second + interval - 1ns) / interval * interval;
 }
 
-/// Onto the wire, then into the capture, with the time at which it was sent.
+/// Onto the wire, then into the capture, with the time at which it was sent. What an instant's
+/// changes of steps were late by is known only when its frames are out; their marks stand in front
+/// of them nevertheless.
 class LiveSink : public FrameSink
 {
 public:
@@ -44,29 +44,47 @@ public:
         , m_capture(capture)
     { }
 
-    void publish(qint64 time, const OutgoingFrame *frames, int count) override
+    /// A sequence begins.
+    void keepTime(ClockOffset offset) { m_offset = offset; }
+    void publish(WallTime time, const OutgoingFrame *frames, int count) override
     {
         m_ports.publish(time, frames, count);
-        m_sentAt = monotonicTime();
+        const MonotonicTime sentAt = conclude(time);
         if (m_capture)
-            m_capture->publish(m_sentAt, frames, count);
+            m_capture->publish(sentAt, frames, count);
     }
-    void note(qint64 /*time*/, const Transition &transition) override
+    void note(WallTime /*time*/, const Transition &transition) override
     {
-        if (m_capture)
-            m_capture->note(monotonicTime(), transition);
+        m_changes[m_changeCount++] = transition;
     }
-    /// When the frames of the instant were sent, by CLOCK_MONOTONIC; now, if it had none.
-    qint64 takeSentAt()
+    /// By how much the frames of the instant that is over were late; if it had none, it is over
+    /// now.
+    Duration takeLateness(WallTime instant)
     {
-        const qint64 sentAt = std::exchange(m_sentAt, 0);
-        return sentAt != 0 ? sentAt : monotonicTime();
+        if (!m_lateness)
+            conclude(instant);
+        return *std::exchange(m_lateness, std::nullopt);
     }
 
 private:
+    MonotonicTime conclude(WallTime instant)
+    {
+        const MonotonicTime now = MonotonicClock::now();
+        m_lateness = now - m_offset.monotonic(instant);
+        for (std::size_t i = 0; m_capture && i < m_changeCount; ++i) {
+            m_changes[i].lateness = *m_lateness;
+            m_capture->note(now, m_changes[i]);
+        }
+        m_changeCount = 0;
+        return now;
+    }
+
     PacketPorts &m_ports;
     LiveCapture *const m_capture;
-    qint64 m_sentAt = 0;
+    ClockOffset m_offset;
+    std::array<Transition, Player::kMaximumChanges> m_changes;
+    std::size_t m_changeCount = 0; ///< of the instant
+    std::optional<Duration> m_lateness; ///< of the instant, once that is known
 };
 
 /// The reason if it is not possible, else empty.
@@ -105,7 +123,7 @@ QString setCpu(std::thread &thread, int cpu)
 
 struct LivePerformer::Private
 {
-    Private(std::unique_ptr<PacketPorts> openPorts, const LiveOptions &options, Report to)
+    Private(std::unique_ptr<PacketPorts> openPorts, const LiveOptions &options, NoticeHandler to)
         : report(std::move(to))
         , limit(options.limit)
         , ports(std::move(openPorts))
@@ -115,20 +133,21 @@ struct LivePerformer::Private
         , sink(*ports, capture.get())
     { }
 
+    QString prefer(const LiveOptions &options);
     void begin(const TestProgram &program);
     void reportUnconnected(const TestProgram &program);
     void takeInputs(Player &player);
-    void keepTime(qint64 lateness);
+    void keepTime(Duration lateness);
     void summarise();
     void finish();
 
-    const Report report;
-    const qint64 limit;
+    const NoticeHandler report;
+    const Duration limit;
     const std::unique_ptr<PacketPorts> ports;
     const std::unique_ptr<LiveCapture> capture;
     LiveInputs inputs;
     LiveSink sink;
-    SpscQueue<qint64> triggers{64}; ///< by CLOCK_MONOTONIC
+    moodycamel::ReaderWriterQueue<MonotonicTime> triggers{64};
 
     std::mutex mutex; ///< for the next two
     std::condition_variable changed; ///< one of them
@@ -137,10 +156,10 @@ struct LivePerformer::Private
     std::atomic<bool> stopping = false;
 
     // Of the sequence; the playing thread's while there is a player.
-    qint64 offset = 0; ///< absolute time less CLOCK_MONOTONIC
-    qint64 startTime = 0; ///< absolute
-    qint64 interval = 0; ///< ns
-    qint64 lastInput = 0; ///< absolute
+    ClockOffset offset;
+    WallTime startTime;
+    Duration interval = {};
+    WallTime lastInput;
     quint64 earlierFailures = 0;
     LatenessHistogram lateness;
     Punctuality punctuality;
@@ -165,30 +184,35 @@ LivePerformer::~LivePerformer()
     d->thread.join();
 }
 
-std::unique_ptr<LivePerformer> LivePerformer::open(const LiveOptions &options, Report report,
-                                                   QString *error)
+Expected<std::unique_ptr<LivePerformer>> LivePerformer::open(const LiveOptions &options,
+                                                             NoticeHandler report)
 {
-    error->clear();
     if (!options.iKnow) {
-        *error = defaultRouteWarning(options.interfaces);
-        if (!error->isEmpty())
-            return nullptr;
+        if (const QString warning = defaultRouteWarning(options.interfaces); !warning.isEmpty())
+            return Refusal(warning);
     }
-    auto ports = PacketPorts::open(options.interfaces, error);
+    auto ports = PacketPorts::open(options.interfaces);
     if (!ports)
-        return nullptr;
-    std::unique_ptr<LivePerformer> result(
-        new LivePerformer(std::make_unique<Private>(std::move(ports), options, std::move(report))));
+        return Refusal(ports.error());
+    std::unique_ptr<LivePerformer> result(new LivePerformer(
+        std::make_unique<Private>(std::move(*ports), options, std::move(report))));
+    if (const QString reason = result->d->prefer(options); !reason.isEmpty())
+        return Refusal(reason);
+    return result;
+}
+
+/// Gives the threads what the options ask for; the reason if that is not possible, else empty.
+QString LivePerformer::Private::prefer(const LiveOptions &options)
+{
+    QString reason;
     if (options.realtime) {
-        *error = setRealtime(result->d->thread, *options.realtime);
-        if (error->isEmpty())
-            *error = setRealtime(result->d->inputs.thread(), std::max(1, *options.realtime - 1));
-        if (error->isEmpty())
-            *error = lockMemory();
+        reason = setRealtime(thread, *options.realtime);
+        if (reason.isEmpty())
+            reason = setRealtime(inputs.thread(), std::max(1, *options.realtime - 1));
+        if (reason.isEmpty())
+            reason = lockMemory();
     }
-    if (error->isEmpty() && options.cpu)
-        *error = setCpu(result->d->thread, *options.cpu);
-    return error->isEmpty() ? std::move(result) : nullptr;
+    return reason.isEmpty() && options.cpu ? setCpu(thread, *options.cpu) : reason;
 }
 
 void LivePerformer::start(const TestProgram &program)
@@ -197,7 +221,7 @@ void LivePerformer::start(const TestProgram &program)
     forgetLog();
     d->begin(program);
     const auto active = d->inputs.beginSequence(program.subscriptions());
-    d->startTime = alignedStart(monotonicTime() + d->offset + lead, d->interval);
+    d->startTime = alignedStart(d->offset.wall(MonotonicClock::now()) + kLead, d->interval);
     auto player = std::make_unique<Player>(program, d->startTime, active);
     show(*player);
     {
@@ -210,14 +234,14 @@ void LivePerformer::start(const TestProgram &program)
 void LivePerformer::Private::begin(const TestProgram &program)
 {
     reportUnconnected(program);
-    while (triggers.front())
-        triggers.pop();
+    while (triggers.pop()) { }
     stopping = false;
-    offset = wallClockOffset();
+    offset = ClockOffset::measured();
+    sink.keepTime(offset);
     if (capture)
         capture->begin(program, offset);
-    interval = qint64(program.sampleInterval()) * 1000;
-    lastInput = 0;
+    interval = std::chrono::microseconds(program.sampleInterval());
+    lastInput = {};
     earlierFailures = ports->failures();
     lateness = LatenessHistogram();
     punctuality = Punctuality();
@@ -225,14 +249,14 @@ void LivePerformer::Private::begin(const TestProgram &program)
 
 void LivePerformer::Private::reportUnconnected(const TestProgram &program)
 {
-    std::array<int, portLimit + 1> streams = {};
+    std::array<int, kPortLimit + 1> streams = {};
     const auto count = [&](int port) {
-        if (!ports->hasInterface(port) && port >= 1 && port <= portLimit)
+        if (!ports->hasInterface(port) && port >= 1 && port <= kPortLimit)
             ++streams[std::size_t(port)];
     };
-    for (const SvStream &stream : program.svStreams())
+    for (const PlayedSv &stream : program.svStreams())
         count(stream.port);
-    for (const GooseStream &stream : program.gooseStreams())
+    for (const PlayedGoose &stream : program.gooseStreams())
         count(stream.port);
     for (std::size_t port = 1; port < streams.size(); ++port) {
         if (streams[port] > 0)
@@ -252,7 +276,7 @@ void LivePerformer::stop()
 void LivePerformer::trigger()
 {
     const std::lock_guard lock(d->mutex);
-    if (d->playing && !d->triggers.push(monotonicTime()))
+    if (d->playing && !d->triggers.try_enqueue(MonotonicClock::now()))
         d->report(QStringLiteral("A trigger was lost, too many came at once."));
 }
 
@@ -261,10 +285,13 @@ void LivePerformer::watch(const TestProgram &program)
     d->inputs.watch(program.subscriptions());
 }
 
-qint64 LivePerformer::processorTime() const
+Duration LivePerformer::processorTime() const
 {
     clockid_t clock = {};
-    return pthread_getcpuclockid(d->thread.native_handle(), &clock) == 0 ? clockTime(clock) : 0;
+    timespec time = {};
+    if (pthread_getcpuclockid(d->thread.native_handle(), &clock) == 0)
+        clock_gettime(clock, &time);
+    return durationOf(time);
 }
 
 void LivePerformer::run()
@@ -276,32 +303,33 @@ void LivePerformer::run()
         if (!d->playing)
             return;
         lock.unlock();
-        play(*d->playing);
+        const Duration late = play(*d->playing);
         d->finish();
         reportEnd(*d->playing, d->limit, d->report);
-        show(*d->playing, d->punctuality); // last, so that whoever sees the end sees all of it
+        show(*d->playing, d->punctuality,
+             late); // last, so that whoever sees the end sees all of it
         lock.lock();
         d->playing.reset();
         d->changed.notify_all();
     }
 }
 
-/// The sample loop: nothing in it allocates, locks, or touches a file.
-void LivePerformer::play(Player &player)
+/// The sample loop: nothing in it allocates, locks, or touches a file. Returns by how much its last
+/// instant was late.
+Duration LivePerformer::play(Player &player)
 {
     while (true) {
-        const qint64 instant = player.nextInstant();
-        const qint64 deadline = instant - d->offset;
-        sleepUntil(deadline);
+        const WallTime instant = player.nextInstant();
+        sleepUntil(d->offset.monotonic(instant));
         d->takeInputs(player);
         if (d->stopping.load(std::memory_order_relaxed))
             player.stop(Cause::Stop);
-        else if (d->limit > 0 && instant - d->startTime >= d->limit)
+        else if (d->limit > 0ns && instant - d->startTime >= d->limit)
             player.stop(Cause::Limit);
         player.play(d->sink);
+        const Duration late = d->sink.takeLateness(instant);
         if (player.hasEnded())
-            return;
-        const qint64 late = d->sink.takeSentAt() - deadline;
+            return late;
         d->keepTime(late);
         show(player, d->punctuality, late);
     }
@@ -310,16 +338,16 @@ void LivePerformer::play(Player &player)
 /// Hands on what has happened up to the next instant, in the order of time as far as it is known.
 void LivePerformer::Private::takeInputs(Player &player)
 {
-    const qint64 instant = player.nextInstant();
+    const WallTime instant = player.nextInstant();
     while (true) {
-        const InputEvent *const event = inputs.events().front();
-        const qint64 *const trigger = triggers.front();
+        const InputAt<MonotonicTime> *const event = inputs.events().peek();
+        const MonotonicTime *const trigger = triggers.peek();
         const bool triggerIsNext = trigger && (!event || *trigger < event->time);
         if (!triggerIsNext && !event)
             return;
-        InputEvent next =
-            triggerIsNext ? InputEvent{*trigger, InputEvent::Trigger, noChannel} : *event;
-        next.time += offset;
+        InputEvent next = triggerIsNext
+            ? InputEvent{offset.wall(*trigger), InputKind::Trigger, kNoChannel}
+            : InputEvent{offset.wall(event->time), event->kind, event->channel};
         if (next.time > instant)
             return;
         triggerIsNext ? triggers.pop() : inputs.events().pop();
@@ -331,13 +359,13 @@ void LivePerformer::Private::takeInputs(Player &player)
     }
 }
 
-void LivePerformer::Private::keepTime(qint64 late)
+void LivePerformer::Private::keepTime(Duration late)
 {
-    constexpr quint64 instantsBetweenSummaries = 256; // a percentile takes a while to find
+    constexpr quint64 kInstantsBetweenSummaries = 256; // a percentile takes a while to find
     lateness.add(late);
     if (late > interval)
         ++punctuality.missedDeadlines;
-    if (lateness.count() % instantsBetweenSummaries == 1)
+    if (lateness.count() % kInstantsBetweenSummaries == 1)
         summarise();
 }
 

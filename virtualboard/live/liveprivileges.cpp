@@ -1,4 +1,4 @@
-#include "liveprivileges.h"
+#include "virtualboard/live/liveprivileges.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -111,14 +111,14 @@ QString missingCapability(int capability)
         const char *what;
         const char *grant;
     };
-    static constexpr Need needs[] = {
+    static constexpr Need kNeeds[] = {
         {CAP_NET_RAW, "Frames on a network interface need CAP_NET_RAW", "cap_net_raw"},
         {CAP_SYS_NICE, "Real-time scheduling needs CAP_SYS_NICE",
          "cap_net_raw,cap_sys_nice,cap_ipc_lock"},
         {CAP_IPC_LOCK, "Locking the memory for real-time scheduling needs CAP_IPC_LOCK",
          "cap_net_raw,cap_sys_nice,cap_ipc_lock"},
     };
-    for (const Need &need : needs) {
+    for (const Need &need : kNeeds) {
         if (need.capability == capability)
             return QStringLiteral("%1: run the program as root, or grant it once with "
                                   "\"sudo setcap %2+ep %3\".")
@@ -132,9 +132,9 @@ QString defaultRouteWarning(const PortInterfaces &interfaces)
 {
     QSet<unsigned> routed;
     for (const int family : {AF_INET, AF_INET6}) {
-        constexpr int attempts = 10;
+        constexpr int kAttempts = 10;
         int error = EAGAIN;
-        for (int i = 0; i < attempts && error == EAGAIN; ++i)
+        for (int i = 0; i < kAttempts && error == EAGAIN; ++i)
             error = addDefaultRoutes(family, &routed);
         if (error != 0)
             return QStringLiteral("Which interfaces carry the default route of this machine cannot "

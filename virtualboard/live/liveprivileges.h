@@ -2,7 +2,7 @@
 /// What a live board needs permission for.
 #pragma once
 
-#include "packetports.h"
+#include "virtualboard/live/packetports.h"
 
 #include <QString>
 

@@ -1,8 +1,8 @@
-#include "packetports.h"
+#include "virtualboard/live/packetports.h"
 
-#include "ethernetframes.h"
-#include "liveclock.h"
-#include "liveprivileges.h"
+#include "virtualboard/live/liveclock.h"
+#include "virtualboard/live/liveprivileges.h"
+#include "virtualboard/wire/ethernetframes.h"
 
 #include <QRegularExpression>
 #include <QVector>
@@ -30,9 +30,9 @@ namespace virtualboard {
 
 namespace {
 
-constexpr std::size_t batchSize = std::size_t(2) * streamLimit; // all that an instant can bring
+constexpr std::size_t kBatchSize = std::size_t(2) * kStreamLimit; // all that an instant can bring
 
-constexpr char unusable[] = ": it cannot be used";
+constexpr char kUnusable[] = ": it cannot be used";
 
 template <typename T>
 bool setOption(int socket, int level, int name, const T &value)
@@ -45,7 +45,7 @@ bool acceptOnlyGoose(int socket)
 {
     sock_filter program[] = {
         BPF_STMT(BPF_LD | BPF_W | BPF_ABS, quint32(SKF_AD_OFF + SKF_AD_PROTOCOL)),
-        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, etherTypeGoose, 0, 1),
+        BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, kEtherTypeGoose, 0, 1),
         BPF_STMT(BPF_RET | BPF_K, 0xffff),
         BPF_STMT(BPF_RET | BPF_K, 0),
     };
@@ -67,13 +67,15 @@ std::optional<Value> controlValue(msghdr &message, int level, int type)
     return std::nullopt;
 }
 
-/// When the kernel took the frame over, by CLOCK_MONOTONIC. That clock has no stamps; so we take
-/// off what both are apart now.
-qint64 arrivalTime(msghdr &message)
+/// When the kernel took the frame over. It stamps by the other clock; so we take off what both are
+/// apart now.
+MonotonicTime arrivalTime(msghdr &message)
 {
     const auto stamp = controlValue<timespec>(message, SOL_SOCKET, SCM_TIMESTAMPNS);
-    const qint64 now = monotonicTime();
-    return stamp ? std::min(nanoseconds(*stamp) - wallClockOffset(), now) : now;
+    const MonotonicTime now = MonotonicClock::now();
+    if (!stamp)
+        return now;
+    return std::min(ClockOffset::measured().monotonic(WallTime(durationOf(*stamp))), now);
 }
 
 /// The IEEE 802.1Q tag that the kernel has taken out of the frame; empty if it had none.
@@ -91,18 +93,16 @@ QByteArray tagOf(msghdr &message)
 
 } // namespace
 
-bool setPort(PortInterfaces &interfaces, const QString &text, QString *error)
+Expected<void> setPort(PortInterfaces &interfaces, const QString &text)
 {
     static const QRegularExpression form(QStringLiteral("^([1-8])=(\\S+)$"));
     const QRegularExpressionMatch match = form.match(text);
-    if (!match.hasMatch()) {
-        *error = QStringLiteral("Port \"%1\": a port from 1 to 8 and an interface are expected, "
-                                "as in 1=eth1.")
-                     .arg(text);
-        return false;
-    }
+    if (!match.hasMatch())
+        return Refusal(QStringLiteral("Port \"%1\": a port from 1 to 8 and an interface are "
+                                      "expected, as in 1=eth1.")
+                           .arg(text));
     interfaces[std::size_t(match.captured(1).toInt() - 1)] = match.captured(2);
-    return true;
+    return {};
 }
 
 QString interfaceName(const QString &name)
@@ -129,7 +129,7 @@ public:
     int receivingSocket() const { return m_receiving; }
     QVector<int> ports; ///< 1 to 8; only 0 if the interface has all of them
 
-    bool isFull() const { return m_queued == batchSize; }
+    bool isFull() const { return m_queued == kBatchSize; }
     void queue(const OutgoingFrame &frame)
     {
         m_parts[m_queued++] = {const_cast<uchar *>(frame.bytes), std::size_t(frame.size)};
@@ -159,19 +159,19 @@ private:
 
     // What check() knows of the failures; they come in episodes.
     quint64 m_seen = 0;
-    qint64 m_seenAt = 0; ///< by CLOCK_MONOTONIC
+    MonotonicTime m_seenAt;
     quint64 m_reported = 0; ///< those of the episodes that are over
     bool m_announced = false; ///< the present episode
 
     std::size_t m_queued = 0;
-    std::array<iovec, batchSize> m_parts = {};
-    std::array<mmsghdr, batchSize> m_messages = {};
+    std::array<iovec, kBatchSize> m_parts = {};
+    std::array<mmsghdr, kBatchSize> m_messages = {};
 };
 
 PacketPorts::Interface::Interface(const QString &name)
     : m_name(name)
 {
-    for (std::size_t i = 0; i < batchSize; ++i) {
+    for (std::size_t i = 0; i < kBatchSize; ++i) {
         m_messages[i].msg_hdr.msg_iov = &m_parts[i];
         m_messages[i].msg_hdr.msg_iovlen = 1;
     }
@@ -200,17 +200,17 @@ QString PacketPorts::Interface::open()
         return errno == EPERM ? missingCapability(CAP_NET_RAW) : failure(": no raw socket");
 
     // All frames of an instant; only the second way is bounded by what the system allows everybody.
-    constexpr int sendingSpace = 4 << 20;
-    if (!setOption(m_sending, SOL_SOCKET, SO_SNDBUFFORCE, sendingSpace))
-        setOption(m_sending, SOL_SOCKET, SO_SNDBUF, sendingSpace);
+    constexpr int kSendingSpace = 4 << 20;
+    if (!setOption(m_sending, SOL_SOCKET, SO_SNDBUFFORCE, kSendingSpace))
+        setOption(m_sending, SOL_SOCKET, SO_SNDBUF, kSendingSpace);
     const int on = 1;
     if (!acceptOnlyGoose(m_receiving)
         || !setOption(m_receiving, SOL_PACKET, PACKET_IGNORE_OUTGOING, on)
         || !setOption(m_receiving, SOL_SOCKET, SO_TIMESTAMPNS, on)
         || !setOption(m_receiving, SOL_PACKET, PACKET_AUXDATA, on))
-        return failure(unusable);
+        return failure(kUnusable);
     const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
-    return index == 0 ? failure(unusable) : bindTo(index);
+    return index == 0 ? failure(kUnusable) : bindTo(index);
 }
 
 /// The kernel unbinds sockets when an interface vanishes; the same one, with the same index, may
@@ -234,7 +234,7 @@ QString PacketPorts::Interface::bindTo(unsigned index)
     const QByteArray name = m_name.toLocal8Bit(); // short enough: an interface has this name
     std::memcpy(request.ifr_name, name.constData(), std::size_t(name.size()));
     if (ioctl(m_sending, SIOCGIFHWADDR, &request) < 0)
-        return failure(unusable);
+        return failure(kUnusable);
     if (request.ifr_hwaddr.sa_family != ARPHRD_ETHER)
         return QStringLiteral("Interface %1 is no Ethernet interface.").arg(m_name);
 
@@ -252,7 +252,7 @@ QString PacketPorts::Interface::bindTo(unsigned index)
     // Last what isBoundTo() looks at.
     const bool done = setOption(m_receiving, SOL_PACKET, PACKET_ADD_MEMBERSHIP, membership)
         && bindSocket(m_sending, 0) && bindSocket(m_receiving, ETH_P_ALL);
-    return done ? QString() : failure(unusable);
+    return done ? QString() : failure(kUnusable);
 }
 
 void PacketPorts::Interface::sendQueued()
@@ -276,8 +276,8 @@ void PacketPorts::Interface::sendQueued()
 
 bool PacketPorts::Interface::receive(const Receiver &receiver)
 {
-    constexpr int enough = 256; // then the other interfaces have their turn
-    for (int i = 0; i < enough; ++i) {
+    constexpr int kEnough = 256; // then the other interfaces have their turn
+    for (int i = 0; i < kEnough; ++i) {
         std::array<char, 2048> bytes;
         alignas(cmsghdr) std::array<char, 256> control;
         iovec part = {bytes.data(), bytes.size()};
@@ -291,16 +291,16 @@ bool PacketPorts::Interface::receive(const Receiver &receiver)
             return errno == EAGAIN || errno == EINTR;
         if ((message.msg_flags & MSG_TRUNC) != 0)
             continue; // longer than any Ethernet frame
-        const qint64 arrival = arrivalTime(message);
-        constexpr int addressesSize = 12;
+        const MonotonicTime arrival = arrivalTime(message);
+        constexpr int kAddressesSize = 12;
         QByteArray frame(bytes.data(), int(size));
-        frame.insert(addressesSize, tagOf(message));
+        frame.insert(kAddressesSize, tagOf(message));
         receiver(arrival, ports, frame);
     }
     return true;
 }
 
-/// Binds again if need be. @param reason  why it is unusable, if it is
+/// Binds again if need be. \param reason why it is unusable, if it is
 PacketPorts::Interface::State PacketPorts::Interface::state(QString *reason)
 {
     const QByteArray name = m_name.toLocal8Bit();
@@ -346,12 +346,12 @@ QStringList PacketPorts::Interface::check()
     return lines;
 }
 
-/// @param failures  until now  @param error  to announce; 0: none, or its cause is known
+/// \param failures until now  \param error to announce; 0: none, or its cause is known
 QStringList PacketPorts::Interface::reportFailures(quint64 failures, int error)
 {
-    constexpr qint64 quiet = 50'000'000; // ns; after that, an episode is over
+    constexpr Duration kQuiet = 50ms; // after that, an episode is over
     QStringList lines;
-    const qint64 now = monotonicTime();
+    const MonotonicTime now = MonotonicClock::now();
     if (error != 0 && !m_announced) {
         lines << failure(" does not take all frames", error);
         m_announced = true;
@@ -359,7 +359,7 @@ QStringList PacketPorts::Interface::reportFailures(quint64 failures, int error)
     if (failures != m_seen) {
         m_seen = failures;
         m_seenAt = now;
-    } else if (failures != m_reported && now - m_seenAt >= quiet) {
+    } else if (failures != m_reported && now - m_seenAt >= kQuiet) {
         lines << QStringLiteral("Interface %1: %2 frames were not sent.")
                      .arg(m_name)
                      .arg(failures - m_reported);
@@ -372,20 +372,20 @@ QStringList PacketPorts::Interface::reportFailures(quint64 failures, int error)
 PacketPorts::PacketPorts() = default;
 PacketPorts::~PacketPorts() = default;
 
-std::unique_ptr<PacketPorts> PacketPorts::open(const PortInterfaces &interfaces, QString *error)
+Expected<std::unique_ptr<PacketPorts>> PacketPorts::open(const PortInterfaces &interfaces)
 {
     if (std::all_of(interfaces.begin(), interfaces.end(),
-                    [](const QString &name) { return name.isEmpty(); })) {
-        *error = QStringLiteral("No port has an interface.");
-        return nullptr;
-    }
+                    [](const QString &name) { return name.isEmpty(); }))
+        return Refusal(QStringLiteral("No port has an interface."));
     std::unique_ptr<PacketPorts> result(new PacketPorts);
-    return result->add(interfaces, error) ? std::move(result) : nullptr;
+    if (const QString reason = result->add(interfaces); !reason.isEmpty())
+        return Refusal(reason);
+    return result;
 }
 
-bool PacketPorts::add(const PortInterfaces &interfaces, QString *error)
+QString PacketPorts::add(const PortInterfaces &interfaces)
 {
-    for (int port = 1; port <= portLimit; ++port) {
+    for (int port = 1; port <= kPortLimit; ++port) {
         if (interfaces[std::size_t(port - 1)].isEmpty())
             continue;
         const QString name = interfaceName(interfaces[std::size_t(port - 1)]);
@@ -393,26 +393,25 @@ bool PacketPorts::add(const PortInterfaces &interfaces, QString *error)
                                   [&](const auto &each) { return each->name() == name; });
         if (known == m_interfaces.end()) {
             known = m_interfaces.insert(known, std::make_unique<Interface>(name));
-            *error = (*known)->open();
-            if (!error->isEmpty())
-                return false;
+            if (const QString reason = (*known)->open(); !reason.isEmpty())
+                return reason;
         }
         (*known)->ports << port;
         m_ofPort[std::size_t(port - 1)] = known->get();
     }
     for (const auto &each : m_interfaces) {
-        if (each->ports.size() == portLimit)
+        if (each->ports.size() == kPortLimit)
             each->ports = {0};
     }
-    return true;
+    return {};
 }
 
 bool PacketPorts::hasInterface(int port) const
 {
-    return port >= 1 && port <= portLimit && m_ofPort[std::size_t(port - 1)] != nullptr;
+    return port >= 1 && port <= kPortLimit && m_ofPort[std::size_t(port - 1)] != nullptr;
 }
 
-void PacketPorts::publish(qint64, const OutgoingFrame *frames, int count)
+void PacketPorts::publish(WallTime, const OutgoingFrame *frames, int count)
 {
     for (int i = 0; i < count; ++i) {
         if (!hasInterface(frames[i].port))
@@ -436,7 +435,7 @@ quint64 PacketPorts::failures() const
 
 bool PacketPorts::receive(int milliseconds, const Receiver &receiver)
 {
-    std::array<pollfd, std::size_t(portLimit)> sockets = {};
+    std::array<pollfd, std::size_t(kPortLimit)> sockets = {};
     for (std::size_t i = 0; i < m_interfaces.size(); ++i)
         sockets[i] = {m_interfaces[i]->receivingSocket(), POLLIN, 0};
     if (poll(sockets.data(), nfds_t(m_interfaces.size()), milliseconds) <= 0)

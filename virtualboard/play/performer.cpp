@@ -1,12 +1,12 @@
-#include "performer.h"
+#include "virtualboard/play/performer.h"
 
-#include "player.h"
+#include "virtualboard/play/player.h"
 
 #include <algorithm>
 
 namespace virtualboard {
 
-void Performer::show(const Player &player, const Punctuality &punctuality, qint64 lateness)
+void Performer::show(const Player &player, const Punctuality &punctuality, Duration lateness)
 {
     // First the changes, so that whoever sees the end of a sequence also sees why it ended.
     for (int i = 0; i < player.changeCount(); ++i) {
@@ -21,16 +21,15 @@ void Performer::show(const Player &player, const Punctuality &punctuality, qint6
     m_status.write(status);
 }
 
-void Performer::reportEnd(const Player &player, qint64 limit, const Report &report)
+void Performer::reportEnd(const Player &player, Duration limit, const NoticeHandler &report)
 {
-    constexpr qint64 second = 1'000'000'000; // ns
     const Cause cause = player.changes()[player.changeCount() - 1].cause;
     if (cause == Cause::Ring)
         report(QStringLiteral("the sequence was ended: its steps led to each other without taking "
                               "any time"));
     else if (cause == Cause::Limit)
-        report(QStringLiteral("the sequence was ended: it had been played for %1 s")
-                   .arg(limit / second));
+        report(
+            QStringLiteral("the sequence was ended: it had been played for %1 s").arg(limit / 1s));
 }
 
 TransitionLog Performer::log() const
@@ -38,7 +37,7 @@ TransitionLog Performer::log() const
     const Changes changes = m_shownChanges.read();
     TransitionLog log;
     log.total = changes.total;
-    const quint32 kept = std::min(changes.total, quint32(TransitionLog::capacity));
+    const quint32 kept = std::min(changes.total, quint32(TransitionLog::kCapacity));
     for (quint32 number = changes.total - kept; number < changes.total; ++number)
         log.last << changes.last[number % changes.last.size()];
     return log;

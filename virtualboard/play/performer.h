@@ -1,8 +1,7 @@
 #pragma once
 
-#include "boardstatus.h"
-#include "lockfree.h"
-#include "playback.h"
+#include "virtualboard/play/snapshot.h"
+#include "virtualboard/play/transitions.h"
 
 #include <QString>
 
@@ -15,7 +14,7 @@ class Player;
 class TestProgram;
 
 /// Takes one line of text; may be called from any thread, never from a live sample loop.
-using Report = std::function<void(const QString &)>;
+using NoticeHandler = std::function<void(const QString &)>;
 
 /// Plays programs, one after the other, in a thread of its own. The operations are for one other
 /// thread; none of them waits for the end of a sequence.
@@ -24,7 +23,7 @@ class Performer
 public:
     virtual ~Performer() = default;
 
-    /// Ends what is being played, and begins with @p program, which must be playable.
+    /// Ends what is being played, and begins with \a program, which must be playable.
     virtual void start(const TestProgram &program) = 0;
     /// Ends what is being played; no frame goes out any more when this returns. A live board's
     /// capture is complete when the performer has been destroyed.
@@ -42,10 +41,10 @@ public:
 protected:
     // For the playing thread:
     /// Leaves the player's state and its last changes for others to see.
-    /// @param lateness  ns by which the instant of these changes was late
-    void show(const Player &player, const Punctuality &punctuality = {}, qint64 lateness = 0);
-    /// Reports the end of a sequence that nobody had asked for. @param limit  ns
-    static void reportEnd(const Player &player, qint64 limit, const Report &report);
+    /// \param lateness by which the instant of these changes was late
+    void show(const Player &player, const Punctuality &punctuality = {}, Duration lateness = {});
+    /// Reports the end of a sequence that nobody had asked for.
+    static void reportEnd(const Player &player, Duration limit, const NoticeHandler &report);
     // For the commanding thread, while nothing is played:
     void forgetLog();
 
@@ -54,7 +53,7 @@ private:
     struct Changes
     {
         quint32 total = 0;
-        std::array<Transition, TransitionLog::capacity> last;
+        std::array<Transition, TransitionLog::kCapacity> last;
     };
     Snapshot<PlayStatus> m_status;
     Changes m_changes; ///< the playing thread's

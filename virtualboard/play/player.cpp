@@ -1,7 +1,7 @@
-#include "player.h"
+#include "virtualboard/play/player.h"
 
-#include "publishers.h"
-#include "testprogram.h"
+#include "virtualboard/play/publishers.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <vector>
 
@@ -9,66 +9,64 @@ namespace virtualboard {
 
 namespace {
 
-constexpr qint64 microsecond = 1000; // ns
-constexpr qint64 millisecond = 1'000'000; // ns
 /// Changes of steps at one sample instant; with one more the steps are a ring that takes no time.
-constexpr int mostChangesAtOnce = stepLimit;
+constexpr int kMostChangesAtOnce = kStepLimit;
 
 } // namespace
 
 struct Player::Private
 {
-    std::array<Step, stepLimit> steps;
-    std::array<bool, stepLimit> hasStep = {};
+    std::array<PlayedStep, kStepLimit> steps;
+    std::array<bool, kStepLimit> hasStep = {};
     std::vector<SvPublisher> sampledValues;
     std::vector<GoosePublisher> goose;
     /// Room for all streams; those of the sampled values are at the front and stay the same.
     std::vector<OutgoingFrame> frames;
-    int sampleInterval = 0; ///< microseconds
-    qint64 startTime = 0;
+    Duration sampleInterval = {};
+    WallTime startTime;
     Waveforms waveforms;
 
-    qint64 instant = 0; ///< the next one, absolute
+    WallTime instant; ///< the next one
     int step = 0;
-    qint64 entry = 0; ///< into the step, absolute
-    qint64 lastCause = 0; ///< absolute time of what led into the step
+    WallTime entry; ///< into the step
+    WallTime lastCause; ///< of what led into the step
     bool stepIsNew = true;
     PlayState state = PlayState::Running;
     ActiveChannels active = {};
     quint64 framesSent = 0;
-    std::array<Transition, maximumChanges> changes;
+    std::array<Transition, kMaximumChanges> changes;
     int changeCount = 0; ///< noted by the last play(), or to be noted by the next one
     bool changesAreNoted = false;
     int changesAtInstant = 0;
 
     void append(const Transition &change);
-    void change(int next, Cause cause, qint64 causeTime, quint16 channel = noChannel);
-    void end(Cause cause, qint64 causeTime);
-    void leaveOnTime(qint64 now);
+    void change(int next, Cause cause, WallTime causeTime, quint16 channel = kNoChannel);
+    void end(Cause cause, WallTime causeTime);
+    void leaveOnTime(WallTime now);
     void publish(FrameSink &sink);
 };
 
-Player::Player(const TestProgram &program, qint64 startTime, const ActiveChannels &active)
+Player::Player(const TestProgram &program, WallTime startTime, const ActiveChannels &active)
     : d(std::make_unique<Private>())
 {
-    for (int i = 0; i < stepLimit; ++i) {
-        if (const Step *const step = program.step(i)) {
+    for (int i = 0; i < kStepLimit; ++i) {
+        if (const std::optional<PlayedStep> step = program.step(i)) {
             d->steps[std::size_t(i)] = *step;
             d->hasStep[std::size_t(i)] = true;
         }
     }
-    for (const SvStream &stream : program.svStreams())
+    for (const PlayedSv &stream : program.svStreams())
         d->sampledValues.emplace_back(stream);
-    for (const GooseStream &stream : program.gooseStreams())
+    for (const PlayedGoose &stream : program.gooseStreams())
         d->goose.emplace_back(stream, startTime);
     d->frames.resize(d->sampledValues.size() + d->goose.size());
     for (std::size_t i = 0; i < d->sampledValues.size(); ++i)
         d->frames[i] = d->sampledValues[i].frame();
-    d->sampleInterval = program.sampleInterval();
+    d->sampleInterval = std::chrono::microseconds(program.sampleInterval());
     d->startTime = startTime;
     d->instant = startTime;
     d->entry = startTime;
-    d->lastCause = startTime - 1;
+    d->lastCause = startTime - 1ns;
     d->active = active;
     Transition start;
     start.entered = 0;
@@ -82,7 +80,7 @@ bool Player::hasEnded() const
     return d->state != PlayState::Running;
 }
 
-qint64 Player::nextInstant() const
+WallTime Player::nextInstant() const
 {
     return d->instant;
 }
@@ -96,17 +94,17 @@ void Player::Private::append(const Transition &change)
     changes[std::size_t(changeCount++)] = change;
 }
 
-void Player::Private::change(int next, Cause cause, qint64 causeTime, quint16 channel)
+void Player::Private::change(int next, Cause cause, WallTime causeTime, quint16 channel)
 {
-    if (changesAtInstant == mostChangesAtOnce) {
+    if (changesAtInstant == kMostChangesAtOnce) {
         end(Cause::Ring, causeTime);
         return;
     }
     ++changesAtInstant;
-    const bool exists = next < stepLimit && hasStep[std::size_t(next)];
+    const bool exists = next < kStepLimit && hasStep[std::size_t(next)];
     Transition change;
     change.left = quint8(step);
-    change.entered = exists ? quint8(next) : noStep;
+    change.entered = exists ? quint8(next) : kNoStep;
     change.cause = cause;
     change.channel = channel;
     change.causeTime = causeTime - startTime;
@@ -124,7 +122,7 @@ void Player::Private::change(int next, Cause cause, qint64 causeTime, quint16 ch
         stream.enter(std::size_t(step), instant);
 }
 
-void Player::Private::end(Cause cause, qint64 causeTime)
+void Player::Private::end(Cause cause, WallTime causeTime)
 {
     Transition change;
     change.left = quint8(step);
@@ -135,18 +133,18 @@ void Player::Private::end(Cause cause, qint64 causeTime)
     state = PlayState::Stopped;
 }
 
-void Player::Private::leaveOnTime(qint64 now)
+void Player::Private::leaveOnTime(WallTime now)
 {
-    const Step &current = steps[std::size_t(step)];
-    const qint64 deadline = entry + current.milliseconds * millisecond;
+    const PlayedStep &current = steps[std::size_t(step)];
+    const WallTime deadline = entry + std::chrono::milliseconds(current.milliseconds);
     if (state == PlayState::Running && current.milliseconds > 0 && deadline <= now)
         change(current.timeJump, Cause::Time, deadline);
 }
 
 void Player::input(const InputEvent &event)
 {
-    const bool isChannel = event.kind != InputEvent::Trigger;
-    if (isChannel && event.channel >= logicChannels)
+    const bool isChannel = event.kind != InputKind::Trigger;
+    if (isChannel && event.channel >= kLogicChannels)
         return;
     d->leaveOnTime(event.time);
 
@@ -154,14 +152,14 @@ void Player::input(const InputEvent &event)
     if (isChannel) {
         quint64 &word = d->active[event.channel / 64];
         const quint64 bit = quint64(1) << (event.channel % 64);
-        becameActive = event.kind == InputEvent::ChannelOn && (word & bit) == 0;
-        word = event.kind == InputEvent::ChannelOn ? word | bit : word & ~bit;
+        becameActive = event.kind == InputKind::ChannelOn && (word & bit) == 0;
+        word = event.kind == InputKind::ChannelOn ? word | bit : word & ~bit;
     }
     // What belongs to the cause of the last change, such as the other poles of a trip in the same
     // message, does not leave the next step, too.
     if (d->state != PlayState::Running || event.time <= d->lastCause)
         return;
-    const Step &current = d->steps[std::size_t(d->step)];
+    const PlayedStep &current = d->steps[std::size_t(d->step)];
     if (becameActive && current.binaryInputEnabled)
         d->change(current.binaryInputJump, Cause::BinaryInput, event.time, event.channel);
     else if (!isChannel && current.triggerEnabled)
@@ -206,7 +204,7 @@ void Player::Private::publish(FrameSink &sink)
     if (count > 0)
         sink.publish(instant, frames.data(), int(count));
     framesSent += count;
-    instant += sampleInterval * microsecond;
+    instant += sampleInterval;
 }
 
 const Transition *Player::changes() const

@@ -1,47 +1,45 @@
 #pragma once
 
-#include "playback.h"
+#include "virtualboard/play/playback.h"
 
 #include <array>
 #include <memory>
 
 namespace virtualboard {
 
-/**
- * Plays a test once, from its start to its end.
- *
- * A plain class without sockets, files and threads: inputs go in, in the order of their times;
- * frames come out, one sample instant after the other. Everything is allocated by the constructor;
- * no other operation allocates, locks or waits.
- *
- *     Player player(program, startTime);
- *     while (!player.hasEnded()) {
- *         for (every input that has happened up to player.nextInstant())
- *             player.input(event);
- *         player.play(sink);
- *     }
- */
+/// Plays a test once, from its start to its end.
+///
+/// A plain class without sockets, files and threads: inputs go in, in the order of their times;
+/// frames come out, one sample instant after the other. Everything is allocated by the constructor;
+/// no other operation allocates, locks or waits.
+///
+///     Player player(program, startTime);
+///     while (!player.hasEnded()) {
+///         for (every input that has happened up to player.nextInstant())
+///             player.input(event);
+///         player.play(sink);
+///     }
 class Player
 {
 public:
     /// Changes of steps that one sample instant can bring, the end included.
-    static constexpr int maximumChanges = stepLimit + 2;
+    static constexpr int kMaximumChanges = kStepLimit + 2;
 
-    /// @param program  must be playable (TestProgram::whyNotPlayable()).
-    /// @param startTime  of the first sample instant, absolute.
-    /// @param active  the logic channels that are active already; they leave no step.
-    Player(const TestProgram &program, qint64 startTime, const ActiveChannels &active = {});
+    /// \param program must be playable (TestProgram::whyNotPlayable()).
+    /// \param startTime of the first sample instant.
+    /// \param active the logic channels that are active already; they leave no step.
+    Player(const TestProgram &program, WallTime startTime, const ActiveChannels &active = {});
     ~Player();
     Player(const Player &) = delete;
     Player &operator=(const Player &) = delete;
 
     bool hasEnded() const;
-    /// Absolute time of the sample instant that play() will do.
-    qint64 nextInstant() const;
+    /// Time of the sample instant that play() will do.
+    WallTime nextInstant() const;
 
     /// Something has happened, not later than nextInstant() and not earlier than the input before.
     void input(const InputEvent &event);
-    /// Ends the sequence at nextInstant(), for @p cause; play() then notes it.
+    /// Ends the sequence at nextInstant(), for \a cause; play() then notes it.
     void stop(Cause cause);
 
     /// Does one sample instant: notes the changes of steps that take effect at it, then, unless the

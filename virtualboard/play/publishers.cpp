@@ -1,4 +1,4 @@
-#include "publishers.h"
+#include "virtualboard/play/publishers.h"
 
 #include <QtEndian>
 
@@ -10,12 +10,8 @@ namespace virtualboard {
 
 namespace {
 
-constexpr int entrySize = 8; ///< of an SV dataset: INT32 value and quality
-constexpr int stNumSize = 4;
-constexpr qint64 millisecond = 1'000'000; // ns
-constexpr qint64 second = 1'000'000'000; // ns
-constexpr qint64 firstPause = 2 * millisecond;
-constexpr qint64 leastPause = millisecond;
+constexpr Duration kFirstPause = 2ms;
+constexpr Duration kLeastPause = 1ms;
 
 /// stNum and sqNum skip 0 when they roll over (IEC 61850-8-1).
 quint32 rolledOver(quint32 counter)
@@ -23,31 +19,33 @@ quint32 rolledOver(quint32 counter)
     return counter == 0 ? 1 : counter;
 }
 
-constexpr int timeQualityOffset = 7; ///< in t
+constexpr int kTimeQualityOffset = 7; ///< in t
 
 /// Seconds since 1970, a fraction of 24 bits and the time quality (IEC 61850-8-1, 8.1.3.6).
-void writeTime(qint64 time, uchar quality, uchar *bytes)
+void writeTime(WallTime time, uchar quality, uchar *bytes)
 {
-    constexpr int fractionBits = 24;
-    qToBigEndian(quint32(time / second), bytes);
-    const auto fraction = quint32((time % second << fractionBits) / second);
+    constexpr int kFractionBits = 24;
+    const Duration sinceEpoch = time.time_since_epoch();
+    qToBigEndian(quint32(sinceEpoch / 1s), bytes);
+    const auto fraction =
+        quint32(((sinceEpoch % 1s).count() << kFractionBits) / Duration(1s).count());
     bytes[4] = uchar(fraction >> 16);
     bytes[5] = uchar(fraction >> 8);
     bytes[6] = uchar(fraction);
-    bytes[timeQualityOffset] = quality;
+    bytes[kTimeQualityOffset] = quality;
 }
 
 /// No station may send from a group address, and switches drop what seems to come from one (IEEE
 /// Std 802.3, 3.2.3; IEEE Std 802.1Q): such an address becomes one of our own.
 QByteArray withSource(QByteArray frame, int port)
 {
-    constexpr int sourceOffset = 6;
-    constexpr uchar groupBit = 1;
-    constexpr uchar own[] = {0x02, 0, 0, 0, 0}; // locally administered; then comes the port
-    auto *const source = reinterpret_cast<uchar *>(frame.data()) + sourceOffset;
-    if ((source[0] & groupBit) != 0) {
-        std::copy(std::begin(own), std::end(own), source);
-        source[std::size(own)] = uchar(port);
+    constexpr int kSourceOffset = 6;
+    constexpr uchar kGroupBit = 1;
+    constexpr uchar kOwn[] = {0x02, 0, 0, 0, 0}; // locally administered; then comes the port
+    auto *const source = reinterpret_cast<uchar *>(frame.data()) + kSourceOffset;
+    if ((source[0] & kGroupBit) != 0) {
+        std::copy(std::begin(kOwn), std::end(kOwn), source);
+        source[std::size(kOwn)] = uchar(port);
     }
     return frame;
 }
@@ -59,7 +57,7 @@ OutgoingFrame outgoing(const QByteArray &frame, int port)
 
 } // namespace
 
-SvPublisher::SvPublisher(const SvStream &stream)
+SvPublisher::SvPublisher(const PlayedSv &stream)
     : m_frame(withSource(stream.frame, stream.port))
     , m_port(stream.port)
     , m_smpCntOffset(stream.smpCntOffset)
@@ -69,8 +67,8 @@ SvPublisher::SvPublisher(const SvStream &stream)
     m_bytes = reinterpret_cast<uchar *>(m_frame.data());
     for (int i = 0; i < stream.channelKinds.size(); ++i) {
         const auto kind = quint8(stream.channelKinds.at(i));
-        if (kind < analogChannels)
-            m_slots.push_back({stream.seqDataOffset + i * entrySize, kind});
+        if (kind < kAnalogChannels)
+            m_slots.push_back({stream.seqDataOffset + i * kSvEntrySize, kind});
     }
 }
 
@@ -89,26 +87,27 @@ OutgoingFrame SvPublisher::frame() const
     return outgoing(m_frame, m_port);
 }
 
-GoosePublisher::GoosePublisher(const GooseStream &stream, qint64 startTime)
+GoosePublisher::GoosePublisher(const PlayedGoose &stream, WallTime startTime)
     : m_stream(stream)
-    , m_longestPause(std::max(stream.timeAllowedToLive * millisecond / 2, leastPause))
+    , m_longestPause(
+          std::max(Duration(std::chrono::milliseconds(stream.timeAllowedToLive)) / 2, kLeastPause))
 {
     m_stream.frame = withSource(stream.frame, stream.port);
     m_bytes = reinterpret_cast<uchar *>(m_stream.frame.data());
     m_stNum = qFromBigEndian<quint32>(m_bytes + m_stream.stNumOffset);
-    m_timeQuality = m_bytes[m_stream.tOffset + timeQualityOffset];
+    m_timeQuality = m_bytes[m_stream.tOffset + kTimeQualityOffset];
     for (const GooseItem &item : std::as_const(m_stream.items[0]))
         std::copy(item.data.begin(), item.data.end(), m_bytes + item.offset);
     beginState(startTime);
 }
 
-void GoosePublisher::enter(std::size_t step, qint64 now)
+void GoosePublisher::enter(std::size_t step, WallTime now)
 {
     bool changes = false;
     for (const GooseItem &item : std::as_const(m_stream.items[step])) {
         std::copy(item.data.begin(), item.data.end(), m_bytes + item.offset);
         changes = changes
-            || (item.offset < m_stream.stNumOffset + stNumSize
+            || (item.offset < m_stream.stNumOffset + kGooseCounterSize
                 && item.offset + item.data.size() > m_stream.stNumOffset);
     }
     if (!changes)
@@ -117,11 +116,11 @@ void GoosePublisher::enter(std::size_t step, qint64 now)
     beginState(now);
 }
 
-void GoosePublisher::beginState(qint64 now)
+void GoosePublisher::beginState(WallTime now)
 {
     m_sqNum = 0;
     m_due = now;
-    m_pause = std::min(firstPause, m_longestPause);
+    m_pause = std::min(kFirstPause, m_longestPause);
     qToBigEndian(m_stNum, m_bytes + m_stream.stNumOffset);
     writeTime(now, m_timeQuality, m_bytes + m_stream.tOffset);
 }

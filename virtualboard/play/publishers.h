@@ -2,8 +2,8 @@
 /// One object per published stream: its frame, and what changes in it from message to message.
 #pragma once
 
-#include "testprogram.h"
-#include "waveforms.h"
+#include "virtualboard/play/testprogram.h"
+#include "virtualboard/play/waveforms.h"
 
 #include <QByteArray>
 
@@ -15,7 +15,7 @@ namespace virtualboard {
 class SvPublisher
 {
 public:
-    explicit SvPublisher(const SvStream &stream);
+    explicit SvPublisher(const PlayedSv &stream);
 
     /// Writes the next sample into the frame.
     void sample(const Waveforms::Counts &counts);
@@ -41,28 +41,28 @@ private:
 class GoosePublisher
 {
 public:
-    /// The first state begins at @p startTime (absolute).
-    GoosePublisher(const GooseStream &stream, qint64 startTime);
+    /// The first state begins at \a startTime.
+    GoosePublisher(const PlayedGoose &stream, WallTime startTime);
 
     /// The step begins: writes its items; one that reaches into stNum makes a state change.
-    void enter(std::size_t step, qint64 now);
-    /// Whether a message is due at the sample instant @p now; if so, frame() is that message.
-    bool isDue(qint64 now) const { return m_due <= now; }
+    void enter(std::size_t step, WallTime now);
+    /// Whether a message is due at the sample instant \a now; if so, frame() is that message.
+    bool isDue(WallTime now) const { return m_due <= now; }
     /// Writes the counter of the message that is due, and sets the time of the next one.
     void prepare();
     OutgoingFrame frame() const;
 
 private:
-    void beginState(qint64 now);
+    void beginState(WallTime now);
 
-    GooseStream m_stream;
+    PlayedGoose m_stream;
     uchar *m_bytes = nullptr; ///< of m_stream.frame
     uchar m_timeQuality = 0;
     quint32 m_stNum = 0;
     quint32 m_sqNum = 0;
-    qint64 m_due = 0; ///< absolute
-    qint64 m_pause = 0;
-    qint64 m_longestPause = 0;
+    WallTime m_due;
+    Duration m_pause = {};
+    Duration m_longestPause = {};
 };
 
 } // namespace virtualboard

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "commands.h"
-#include "playback.h"
+#include "virtualboard/play/download.h"
+#include "virtualboard/play/playback.h"
 
 #include <QByteArray>
 #include <QString>
@@ -9,13 +9,12 @@
 #include <QVector>
 
 #include <array>
-#include <map>
 #include <optional>
 
 namespace virtualboard {
 
 /// A sampled-value stream as it is published.
-struct SvStream
+struct PlayedSv
 {
     int number = 0; ///< of the stream, 0 to 63
     int port = 0; ///< output port, 1 to 8
@@ -30,7 +29,7 @@ struct SvStream
 };
 
 /// A GOOSE stream as it is published.
-struct GooseStream
+struct PlayedGoose
 {
     int number = 0;
     int port = 0;
@@ -40,7 +39,7 @@ struct GooseStream
     int stNumOffset = 0;
     int sqNumOffset = 0;
     /// What is written when a step begins; everything lies within the frame.
-    std::array<QVector<GooseItem>, stepLimit> items;
+    std::array<QVector<GooseItem>, kStepLimit> items;
 };
 
 /// One analog channel in one step.
@@ -52,10 +51,10 @@ struct Wave
     float scaleFactor = 0; ///< V or A per count; 0: never told
 };
 
-using Waves = std::array<Wave, analogChannels>;
+using Waves = std::array<Wave, kAnalogChannels>;
 
 /// One state of the sequence.
-struct Step
+struct PlayedStep
 {
     Waves waves;
     int milliseconds = 0; ///< 0: no end in time
@@ -66,72 +65,29 @@ struct Step
     int binaryInputJump = 0;
 };
 
-/**
- * What the link has downloaded: streams, steps and subscriptions, as far as they can be played.
- *
- * A command with problems of its own is reported and changes nothing; only a frame template
- * replaces the earlier one of its stream nevertheless. So does every later command of the same kind
- * for the same thing; a reset clears everything.
- */
+/// What the link has downloaded, as far as it can be played.
 class TestProgram
 {
 public:
-    /// Takes over what @p decoded says. Commands that are no part of a program (stop, status, ...)
-    /// change nothing. Returns one line per problem.
-    QStringList take(const DecodedCommand &decoded);
+    /// See Download::take().
+    QStringList take(const DecodedCommand &decoded) { return m_download.take(decoded); }
 
     /// The streams that can be published: template and description are there and fit each other.
-    QVector<SvStream> svStreams() const;
-    QVector<GooseStream> gooseStreams() const;
-    QVector<Subscription> subscriptions() const;
-    /// The step, or null when its step condition has not been downloaded.
-    const Step *step(int number) const;
+    QVector<PlayedSv> svStreams() const;
+    QVector<PlayedGoose> gooseStreams() const;
+    QVector<SubscriptionCommand> subscriptions() const;
+    /// The step; nothing when its step condition has not been downloaded.
+    std::optional<PlayedStep> step(int number) const;
     /// Microseconds between two samples, from the last start command; 0 before.
-    int sampleInterval() const { return m_sampleInterval; }
+    int sampleInterval() const { return m_download.sampleInterval(); }
 
     /// Why nothing can be played: no step 0, no sample interval. Empty if something can.
     QString whyNotPlayable() const;
-    /// What was downloaded, at least in part, but cannot be published: streams, and items of GOOSE
-    /// signal control commands; one line each.
-    QStringList unpublished() const;
+    /// See Download::unpublished().
+    QStringList unpublished() const { return m_download.unpublished(); }
 
 private:
-    template <typename Description>
-    struct Stream
-    {
-        std::optional<FrameTemplate> frame;
-        QString frameFault; ///< why the template cannot be used; empty if it can
-        std::optional<Description> description;
-    };
-    using SvEntry = Stream<SvDescription>;
-    using GooseEntry = Stream<GooseDescription>;
-    struct StepEntry
-    {
-        Step step;
-        bool hasCondition = false;
-        std::map<int, QVector<GooseItem>> items; ///< by GOOSE stream
-    };
-
-    template <typename Other>
-    QString apply(const Other &)
-    {
-        return {};
-    }
-    QString apply(const ResetParameters &);
-    QString apply(const StartStop &command);
-    QString apply(const SvDescription &command);
-    QString apply(const GooseDescription &command);
-    QString apply(const ChannelSignal &command);
-    QString apply(const StepCondition &command);
-    QString apply(const GooseControl &command);
-    QString apply(const Subscription &command);
-    QString takeTemplate(const FrameTemplate &command, const DecodedCommand &decoded);
-
-    std::map<int, SvEntry> m_sampledValues; ///< by stream number
-    std::map<int, GooseEntry> m_goose;
-    std::array<StepEntry, stepLimit> m_steps;
-    std::map<int, Subscription> m_subscriptions; ///< by group
-    int m_sampleInterval = 0;
+    Download m_download;
 };
 
 } // namespace virtualboard

@@ -1,4 +1,4 @@
-#include "waveforms.h"
+#include "virtualboard/play/waveforms.h"
 
 #include <algorithm>
 #include <cmath>
@@ -8,31 +8,31 @@ namespace virtualboard {
 
 namespace {
 
-constexpr double twoPi = 6.283185307179586476925286766559;
-constexpr double degreesPerTurn = 360.0;
+constexpr double kTwoPi = 6.283185307179586476925286766559;
+constexpr double kDegreesPerTurn = 360.0;
 /// Samples after which the phasors are computed anew, so that their errors do not add up. Turning
 /// them costs a fraction of a sine.
-constexpr qint64 alignInterval = 64;
+constexpr qint64 kAlignInterval = 64;
 
 } // namespace
 
 qint32 toCount(double value)
 {
-    constexpr double least = std::numeric_limits<qint32>::min();
-    constexpr double most = std::numeric_limits<qint32>::max();
-    const double limited = std::min(std::max(value, least), most);
+    constexpr double kLeast = std::numeric_limits<qint32>::min();
+    constexpr double kMost = std::numeric_limits<qint32>::max();
+    const double limited = std::min(std::max(value, kLeast), kMost);
     const auto whole = qint64(limited);
     const double rest = limited - double(whole);
     return qint32(whole + (rest >= 0.5) - (rest <= -0.5));
 }
 
-void Waveforms::enter(const Waves &waves, int sampleInterval)
+void Waveforms::enter(const Waves &waves, Duration sampleInterval)
 {
     m_waves = waves;
-    m_sampleInterval = sampleInterval * 1e-6;
+    m_sampleInterval = std::chrono::duration<double>(sampleInterval).count();
     m_sample = 0;
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
-        const double turn = twoPi * std::remainder(m_waves[i].frequency * m_sampleInterval, 1.0);
+        const double turn = kTwoPi * std::remainder(m_waves[i].frequency * m_sampleInterval, 1.0);
         m_turnSine[i] = std::sin(turn);
         m_turnCosine[i] = std::cos(turn);
     }
@@ -42,8 +42,8 @@ void Waveforms::align()
 {
     const double time = double(m_sample) * m_sampleInterval;
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
-        const double turns = m_waves[i].frequency * time + m_waves[i].phase / degreesPerTurn;
-        const double angle = twoPi * std::remainder(turns, 1.0);
+        const double turns = m_waves[i].frequency * time + m_waves[i].phase / kDegreesPerTurn;
+        const double angle = kTwoPi * std::remainder(turns, 1.0);
         m_sine[i] = std::sin(angle);
         m_cosine[i] = std::cos(angle);
     }
@@ -51,7 +51,7 @@ void Waveforms::align()
 
 const Waveforms::Counts &Waveforms::next()
 {
-    if (m_sample % alignInterval == 0)
+    if (m_sample % kAlignInterval == 0)
         align();
     for (std::size_t i = 0; i < m_counts.size(); ++i) {
         m_counts[i] = toCount(m_waves[i].amplitude * m_sine[i]);

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "testprogram.h"
+#include "virtualboard/play/testprogram.h"
 
 #include <array>
 
@@ -10,16 +10,15 @@ namespace virtualboard {
 class Waveforms
 {
 public:
-    using Counts = std::array<qint32, analogChannels>;
+    using Counts = std::array<qint32, kAnalogChannels>;
 
     /// A step begins: the next sample is its first one.
-    /// @param sampleInterval  microseconds
-    void enter(const Waves &waves, int sampleInterval);
+    void enter(const Waves &waves, Duration sampleInterval);
     /// The next sample, in counts.
     const Counts &next();
 
 private:
-    using Values = std::array<double, analogChannels>;
+    using Values = std::array<double, kAnalogChannels>;
     void align();
 
     Waves m_waves;

@@ -1,6 +1,6 @@
-#include "berreader.h"
+#include "virtualboard/wire/berreader.h"
 
-#include "bytes.h"
+#include "virtualboard/wire/bytes.h"
 
 namespace virtualboard {
 
@@ -10,8 +10,8 @@ std::optional<BerElement> BerReader::next()
         return std::nullopt;
     BerElement element;
     element.tag = byteAt(m_frame, m_position);
-    constexpr int severalBytes = 0x1f;
-    if ((element.tag & severalBytes) == severalBytes) {
+    constexpr int kSeveralBytes = 0x1f;
+    if ((element.tag & kSeveralBytes) == kSeveralBytes) {
         problem(QStringLiteral("BER tag at offset %1: one byte expected, %2 found.")
                     .arg(m_position)
                     .arg(hexNumber(element.tag, 2)));
@@ -33,12 +33,12 @@ std::optional<int> BerReader::length()
     const int available = m_end - start;
     const int first = byteAt(m_frame, start);
     const int more = available > 0 && first >= 0x80 ? first - 0x80 : 0;
-    constexpr int mostBytes = 3; // more than any frame needs
+    constexpr int kMostBytes = 3; // more than any frame needs
     const bool indefinite = available > 0 && first == 0x80;
-    if (available < 1 + more || indefinite || more > mostBytes) {
+    if (available < 1 + more || indefinite || more > kMostBytes) {
         problem(QStringLiteral("BER length at offset %1: definite length expected, %2 found.")
                     .arg(start)
-                    .arg(hexText(m_frame.mid(start, qBound(0, available, 1 + mostBytes)))));
+                    .arg(hexText(m_frame.mid(start, qBound(0, available, 1 + kMostBytes)))));
         return std::nullopt;
     }
     const int size = more == 0 ? first : int(bigEndian(m_frame.mid(start + 1, more)));

@@ -15,16 +15,14 @@ struct BerElement
     int size = 0; ///< of the contents
 };
 
-/**
- * Walks the elements of one constructed value in BER (ITU-T X.690, 8.1).
- *
- * Refuses tags of several bytes, indefinite and needlessly long lengths, and contents that leave
- * the value. After the first problem there are no more elements.
- */
+/// Walks the elements of one constructed value in BER (ITU-T X.690, 8.1).
+///
+/// Refuses tags of several bytes, indefinite and needlessly long lengths, and contents that leave
+/// the value. After the first problem there are no more elements.
 class BerReader
 {
 public:
-    /// Reads from @p begin to @p end, both within @p frame; the three must outlive the reader.
+    /// Reads from \a begin to \a end, both within \a frame; the three must outlive the reader.
     BerReader(const QByteArray &frame, int begin, int end, QStringList &problems)
         : m_frame(frame)
         , m_position(begin)
@@ -37,7 +35,7 @@ public:
     std::optional<BerElement> next();
     /// The next element, which has to have this tag and at least/at most this size.
     std::optional<BerElement> expect(quint8 tag, const char *name, int minimum, int maximum);
-    /// A reader for the contents of @p element.
+    /// A reader for the contents of \a element.
     BerReader inside(const BerElement &element) const
     {
         return BerReader(m_frame, element.offset, element.offset + element.size, m_problems);

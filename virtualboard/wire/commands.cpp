@@ -1,7 +1,8 @@
-#include "commands.h"
+#include "virtualboard/wire/commands.h"
 
-#include "bytes.h"
-#include "fieldreader.h"
+#include "virtualboard/wire/bytes.h"
+#include "virtualboard/wire/fieldreader.h"
+#include "virtualboard/wire/limits.h"
 
 #include <utility>
 
@@ -11,7 +12,7 @@ namespace {
 
 Command readChannelSignal(FieldReader &in)
 {
-    ChannelSignal result;
+    ChannelSignalCommand result;
     result.step = in.byte("step");
     result.channel = in.byte("channel");
     result.scaleFactor = in.real("scale factor");
@@ -26,12 +27,12 @@ Command readChannelSignal(FieldReader &in)
 
 Command readResetParameters(FieldReader &)
 {
-    return ResetParameters{};
+    return ResetCommand{};
 }
 
 Command readStartStop(FieldReader &in)
 {
-    StartStop result;
+    StartStopCommand result;
     const int mode = in.byte("start flag");
     if (mode > 1)
         in.problem(QStringLiteral("Start flag: 0 or 1 expected, %1 found.").arg(mode));
@@ -43,10 +44,10 @@ Command readStartStop(FieldReader &in)
 
 Command readSvDescription(FieldReader &in)
 {
-    SvDescription result;
+    SvDescriptionCommand result;
     const int count = in.byte("stream and protocol");
-    result.stream = count & 0x3f;
-    result.protocol = count >> 6;
+    result.stream = count % kStreamLimit;
+    result.protocol = count / kStreamLimit;
     result.number = in.byte("stream number");
     result.smpCntOffset = in.word("smpCnt offset");
     result.smpCntStart = in.word("smpCnt start value");
@@ -61,14 +62,14 @@ Command readSvDescription(FieldReader &in)
 /// lies behind the 26 bytes that precede the goosePdu, so a smaller first byte is a high byte.
 int readFrameOffset(FieldReader &in, const char *field)
 {
-    constexpr int smallest = 26;
+    constexpr int kSmallest = 26;
     const int first = in.byte(field);
-    return first > 0 && first < smallest ? first * 256 + in.byte(field) : first;
+    return first > 0 && first < kSmallest ? first * 256 + in.byte(field) : first;
 }
 
 Command readGooseDescription(FieldReader &in)
 {
-    GooseDescription result;
+    GooseDescriptionCommand result;
     result.stream = in.byte("stream");
     result.sqNumOffset = readFrameOffset(in, "sqNum offset");
     result.tOffset = readFrameOffset(in, "t offset");
@@ -77,12 +78,12 @@ Command readGooseDescription(FieldReader &in)
 
 Command readDisableCurrentState(FieldReader &in)
 {
-    return DisableCurrentState{in.byte("flag")};
+    return DisableCurrentStateCommand{in.byte("flag")};
 }
 
 Command readStepCondition(FieldReader &in)
 {
-    StepCondition result;
+    StepConditionCommand result;
     result.step = in.byte("step");
     result.conditions = in.byte("conditions");
     result.milliseconds = in.word("step time");
@@ -96,12 +97,12 @@ Command readStepCondition(FieldReader &in)
 
 Command readStateChange(FieldReader &in)
 {
-    return StateChange{in.byte("flag")};
+    return StateChangeCommand{in.byte("flag")};
 }
 
 Command readGooseControl(FieldReader &in)
 {
-    GooseControl result;
+    GooseControlCommand result;
     result.step = in.byte("step");
     result.group = in.byte("group");
     const int count = in.byte("item count");
@@ -121,15 +122,15 @@ Command readGooseControl(FieldReader &in)
 
 Command readStepOption(FieldReader &in)
 {
-    StepOption result;
+    StepOptionCommand result;
     result.step = in.byte("step");
     result.option = in.byte("option");
     return result;
 }
 
-Ft3Template readFt3Template(FieldReader &in)
+Ft3TemplateCommand readFt3Template(FieldReader &in)
 {
-    Ft3Template result;
+    Ft3TemplateCommand result;
     result.group = in.byte("group");
     const int flag = in.byte("flag");
     result.flag = flag >> 4;
@@ -148,23 +149,27 @@ Ft3Template readFt3Template(FieldReader &in)
     return result;
 }
 
-FrameTemplate readEthernetTemplate(FieldReader &in)
+FrameTemplateCommand readEthernetTemplate(FieldReader &in)
 {
-    FrameTemplate result;
+    FrameTemplateCommand result;
     const int count = in.byte("stream and kind");
-    result.stream = count & 0x3f;
-    result.kind = count >> 6;
-    if (result.kind > FrameTemplate::GooseFrame)
+    result.stream = count % kStreamLimit;
+    result.kind = count / kStreamLimit;
+    if (result.kind > FrameTemplateCommand::GooseFrame)
         in.problem(QStringLiteral("Frame kind: 0 (sampled values) or 1 (GOOSE) expected, %1 found.")
                        .arg(result.kind));
     const int selector = in.byte("port selector");
-    result.port = (selector >> 2 & 7) + 1;
+    result.port = selector / 4 % kPortLimit + 1;
     if ((selector & 0xe3) != 1)
         in.problem(QStringLiteral("Port selector: 01, 05, ... or 1d expected, %1 found.")
                        .arg(hexNumber(quint64(selector), 2)));
     in.fixed(QByteArray(1, 0), "byte after the port selector");
     result.announcedSize = in.word("frame length");
+    result.size = in.remaining();
     result.bytes = in.bytes(result.announcedSize, "Ethernet frame");
+    const bool ends = !in.isTruncated() && in.remaining() <= 1; // there may be a pad byte
+    if (ends)
+        result.size = result.announcedSize;
     result.ethernet = decodeEthernetFrame(result.bytes);
     for (const QString &sentence : std::as_const(result.ethernet.problems))
         in.problem(sentence);
@@ -177,8 +182,8 @@ FrameTemplate readEthernetTemplate(FieldReader &in)
 /// longer.
 bool isFt3Template(const QByteArray &frame)
 {
-    constexpr int shortest = 28;
-    if (frame.size() < shortest || littleEndian16(frame, 7) != 0)
+    constexpr int kShortest = 28;
+    if (frame.size() < kShortest || littleEndian16(frame, 7) != 0)
         return false;
     const quint8 header = byteAt(frame, 6);
     const quint8 dataSet = byteAt(frame, 9);
@@ -195,17 +200,17 @@ Command readFrameTemplate(FieldReader &in)
 
 Command readStatusReadBack(FieldReader &in)
 {
-    return StatusReadBack{in.byte("which")};
+    return StatusReadBackCommand{in.byte("which")};
 }
 
 Command readStop(FieldReader &)
 {
-    return Stop{};
+    return StopCommand{};
 }
 
 Command readFpgaReset(FieldReader &in)
 {
-    FpgaReset result;
+    FpgaResetCommand result;
     result.select1 = in.byte("first selector");
     result.select2 = in.byte("second selector");
     return result;
@@ -213,7 +218,7 @@ Command readFpgaReset(FieldReader &in)
 
 Command readDspConfiguration(FieldReader &in)
 {
-    DspConfiguration result;
+    DspConfigurationCommand result;
     in.fixed(QByteArray(14, 0), "spare");
     result.digitalNumber = in.word("Dig_NO");
     in.fixed(QByteArray::fromHex("00010000"), "spare");
@@ -223,8 +228,8 @@ Command readDspConfiguration(FieldReader &in)
 
 Command readSubscription(FieldReader &in)
 {
-    constexpr int mapped = 4;
-    Subscription result;
+    constexpr int kMapped = 4;
+    SubscriptionCommand result;
     result.group = in.byte("group");
     const int light = in.byte("light port and group");
     result.lightPort = (light >> 5) + 1;
@@ -235,7 +240,7 @@ Command readSubscription(FieldReader &in)
     const QByteArray map = in.bytes((result.entryCount + 1) / 2, "entry map");
     for (int i = 0; i < 2 * int(map.size()); ++i) {
         const int code = byteAt(map, i / 2) >> (i % 2 * 4) & 0x0f;
-        if (code == mapped && i < result.entryCount)
+        if (code == kMapped && i < result.entryCount)
             result.mappedPositions << i + 1;
         else if (code != 0)
             in.problem(QStringLiteral("Entry map: code 0%1 expected for entry %2 of %3, %4 found.")
@@ -249,7 +254,7 @@ Command readSubscription(FieldReader &in)
 
 Command readSvCombination(FieldReader &in)
 {
-    SvCombination result;
+    SvCombinationCommand result;
     result.group = in.byte("group");
     const int light = in.byte("light port and group");
     result.lightPort = light >> 4;
@@ -265,15 +270,15 @@ Command readSvCombination(FieldReader &in)
 
 Command readSvChannel(FieldReader &in)
 {
-    SvChannel result;
+    SvChannelCommand result;
     result.logicChannel = in.byte("logic channel");
     result.properties = in.bytes(5, "properties");
     in.fixed(QByteArray(38, 0), "spare");
     return result;
 }
 
-constexpr int noSubcode = -1;
-constexpr quint16 control = 0x8c90;
+constexpr int kNoSubcode = -1;
+constexpr quint16 kControl = 0x8c90;
 
 /// A frame begins with the code, written twice; those of the control family have a subcode.
 struct Kind
@@ -284,30 +289,30 @@ struct Kind
 };
 
 const Kind kinds[] = {
-    {control, 0x01, readChannelSignal},
-    {control, 0x02, readResetParameters},
-    {control, 0x03, readStartStop},
-    {control, 0x04, readSvDescription},
-    {control, 0x05, readGooseDescription},
-    {control, 0x06, readDisableCurrentState},
-    {control, 0x07, readStepCondition},
-    {control, 0x08, readStateChange},
-    {control, 0x09, readGooseControl},
-    {control, 0x0a, readStepOption},
-    {0x8c91, noSubcode, readFrameTemplate},
-    {0x8c92, noSubcode, readStatusReadBack},
-    {0x8c93, noSubcode, readStop},
-    {0x8453, noSubcode, readFpgaReset},
-    {0x8812, noSubcode, readDspConfiguration},
-    {0xac12, noSubcode, readSubscription},
-    {0x9c12, noSubcode, readSvCombination},
-    {0xbc12, noSubcode, readSvChannel},
+    {kControl, 0x01, readChannelSignal},
+    {kControl, 0x02, readResetParameters},
+    {kControl, 0x03, readStartStop},
+    {kControl, 0x04, readSvDescription},
+    {kControl, 0x05, readGooseDescription},
+    {kControl, 0x06, readDisableCurrentState},
+    {kControl, 0x07, readStepCondition},
+    {kControl, 0x08, readStateChange},
+    {kControl, 0x09, readGooseControl},
+    {kControl, 0x0a, readStepOption},
+    {0x8c91, kNoSubcode, readFrameTemplate},
+    {0x8c92, kNoSubcode, readStatusReadBack},
+    {0x8c93, kNoSubcode, readStop},
+    {0x8453, kNoSubcode, readFpgaReset},
+    {0x8812, kNoSubcode, readDspConfiguration},
+    {0xac12, kNoSubcode, readSubscription},
+    {0x9c12, kNoSubcode, readSvCombination},
+    {0xbc12, kNoSubcode, readSvChannel},
 };
 
 const Kind *findKind(int code, int subcode)
 {
     for (const Kind &kind : kinds) {
-        if (kind.code == code && (kind.subcode == noSubcode || kind.subcode == subcode))
+        if (kind.code == code && (kind.subcode == kNoSubcode || kind.subcode == subcode))
             return &kind;
     }
     return nullptr;
@@ -328,11 +333,11 @@ DecodedCommand decodeCommand(const QByteArray &paddedFrame)
         result.problems = in.problems();
         if (!in.isTruncated())
             result.problems << QStringLiteral("Command code: %1 is none that the board knows.")
-                                   .arg(hexText(paddedFrame.left(code == control ? 5 : 4)));
+                                   .arg(hexText(paddedFrame.left(code == kControl ? 5 : 4)));
         return result;
     }
 
-    if (kind->subcode != noSubcode)
+    if (kind->subcode != kNoSubcode)
         in.byte("subcode");
     result.command = kind->read(in);
     in.finish();
@@ -343,16 +348,15 @@ DecodedCommand decodeCommand(const QByteArray &paddedFrame)
     return result;
 }
 
-QString commandName(const Command &command)
+bool isObeyed(const DecodedCommand &decoded)
 {
-    return std::visit([](const auto &each) { return QString::fromLatin1(each.name); }, command);
+    return decoded.problems.isEmpty()
+        || std::holds_alternative<FrameTemplateCommand>(decoded.command);
 }
 
-QString channelName(int channel)
+QString commandName(const Command &command)
 {
-    static const char *const names[] = {"Ia1", "Ia2", "Ib1", "Ib2", "Ic1", "Ic2", "In1", "In2",
-                                        "Va1", "Va2", "Vb1", "Vb2", "Vc1", "Vc2", "Vn1", "Vn2"};
-    return channel >= 0 && channel < 16 ? QString::fromLatin1(names[channel]) : QString();
+    return std::visit([](const auto &each) { return QString::fromLatin1(each.kName); }, command);
 }
 
 } // namespace virtualboard

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ethernetframes.h"
+#include "virtualboard/wire/ethernetframes.h"
 
 #include <QByteArray>
 #include <QString>
@@ -8,6 +8,7 @@
 #include <QVector>
 
 #include <optional>
+#include <type_traits>
 #include <variant>
 
 namespace virtualboard {
@@ -16,9 +17,9 @@ namespace virtualboard {
 // unless a comment says otherwise.
 
 /// 8c 90 8c 90 01: waveform of one analog output in one step.
-struct ChannelSignal
+struct ChannelSignalCommand
 {
-    static constexpr const char *name = "channel signal";
+    static constexpr const char *kName = "channel signal";
     int step = 0;
     int channel = 0; ///< 0 to 7: Ia1 Ia2 Ib1 Ib2 Ic1 Ic2 In1 In2, 8 to 15: Va1 ... Vn2
     float scaleFactor = 0; ///< V or A per count of the sampled-value stream
@@ -30,24 +31,24 @@ struct ChannelSignal
 };
 
 /// 8c 90 8c 90 02: forget all streams; a new configuration follows.
-struct ResetParameters
+struct ResetCommand
 {
-    static constexpr const char *name = "reset message parameters";
+    static constexpr const char *kName = "reset message parameters";
 };
 
 /// 8c 90 8c 90 03.
-struct StartStop
+struct StartStopCommand
 {
-    static constexpr const char *name = "start/stop";
+    static constexpr const char *kName = "start/stop";
     bool start = false;
     int sampleInterval = 0; ///< microseconds
     QByteArray parameters; ///< the last four bytes
 };
 
 /// 8c 90 8c 90 04: where the run-time fields of a sampled-value frame lie, and what feeds it.
-struct SvDescription
+struct SvDescriptionCommand
 {
-    static constexpr const char *name = "SV stream description";
+    static constexpr const char *kName = "SV stream description";
     int stream = 0; ///< 0 to 63
     int protocol = 0; ///< 0 to 3
     int number = 0; ///< the stream number again
@@ -59,25 +60,25 @@ struct SvDescription
 };
 
 /// 8c 90 8c 90 05: where the run-time fields of a GOOSE frame lie.
-struct GooseDescription
+struct GooseDescriptionCommand
 {
-    static constexpr const char *name = "GOOSE stream description";
+    static constexpr const char *kName = "GOOSE stream description";
     int stream = 0;
     int sqNumOffset = 0; ///< high byte first when it takes two bytes
     int tOffset = 0; ///< high byte first when it takes two bytes
 };
 
 /// 8c 90 8c 90 06.
-struct DisableCurrentState
+struct DisableCurrentStateCommand
 {
-    static constexpr const char *name = "disable current state";
+    static constexpr const char *kName = "disable current state";
     int flag = 0;
 };
 
 /// 8c 90 8c 90 07: how long a step lasts and where the sequence goes from it.
-struct StepCondition
+struct StepConditionCommand
 {
-    static constexpr const char *name = "step condition";
+    static constexpr const char *kName = "step condition";
     int step = 0;
     int conditions = 0; ///< flags; bit 3 enables the binary-input transition
     int milliseconds = 0;
@@ -89,9 +90,9 @@ struct StepCondition
 };
 
 /// 8c 90 8c 90 08.
-struct StateChange
+struct StateChangeCommand
 {
-    static constexpr const char *name = "state change";
+    static constexpr const char *kName = "state change";
     int flag = 0;
 };
 
@@ -104,39 +105,40 @@ struct GooseItem
 };
 
 /// 8c 90 8c 90 09: bytes to write into a published GOOSE frame when a step begins.
-struct GooseControl
+struct GooseControlCommand
 {
-    static constexpr const char *name = "GOOSE signal control";
+    static constexpr const char *kName = "GOOSE signal control";
     int step = 0;
     int group = 0; ///< number of the GOOSE publication stream
     QVector<GooseItem> items;
 };
 
 /// 8c 90 8c 90 0a.
-struct StepOption
+struct StepOptionCommand
 {
-    static constexpr const char *name = "step option";
+    static constexpr const char *kName = "step option";
     int step = 0;
     int option = 0;
 };
 
 /// 8c 91 8c 91: an Ethernet frame to publish.
-struct FrameTemplate
+struct FrameTemplateCommand
 {
-    static constexpr const char *name = "frame-template download";
+    static constexpr const char *kName = "frame-template download";
     enum Kind { SampledValueFrame = 0, GooseFrame = 1 };
     int kind = SampledValueFrame; ///< 2 and 3 have no meaning
     int stream = 0; ///< 0 to 63
     int port = 0; ///< 1 to 8
     int announcedSize = 0; ///< of the frame, as the length field says
+    int size = 0; ///< of what came in its place
     QByteArray bytes; ///< the frame from the destination MAC address on
     EthernetFrame ethernet; ///< the same, decoded
 };
 
 /// 8c 91 8c 91 with an FT3 header (IEC 60044-8): words are high byte first.
-struct Ft3Template
+struct Ft3TemplateCommand
 {
-    static constexpr const char *name = "FT3 frame-template download";
+    static constexpr const char *kName = "FT3 frame-template download";
     int group = 0;
     int flag = 0;
     int headerLength = 0;
@@ -152,38 +154,38 @@ struct Ft3Template
 };
 
 /// 8c 92 8c 92: asks for a data reply after the acknowledgement.
-struct StatusReadBack
+struct StatusReadBackCommand
 {
-    static constexpr const char *name = "status read-back";
+    static constexpr const char *kName = "status read-back";
     int which = 0;
 };
 
 /// 8c 93 8c 93.
-struct Stop
+struct StopCommand
 {
-    static constexpr const char *name = "stop";
+    static constexpr const char *kName = "stop";
 };
 
 /// 84 53 84 53.
-struct FpgaReset
+struct FpgaResetCommand
 {
-    static constexpr const char *name = "FPGA reset";
+    static constexpr const char *kName = "FPGA reset";
     int select1 = 0;
     int select2 = 0;
 };
 
 /// 88 12 88 12.
-struct DspConfiguration
+struct DspConfigurationCommand
 {
-    static constexpr const char *name = "DSP configuration";
+    static constexpr const char *kName = "DSP configuration";
     int digitalNumber = 0;
     int gooseNumber = 0; ///< one byte
 };
 
 /// ac 12 ac 12: a GOOSE stream to watch.
-struct Subscription
+struct SubscriptionCommand
 {
-    static constexpr const char *name = "GOOSE subscription";
+    static constexpr const char *kName = "GOOSE subscription";
     int group = 0;
     int lightPort = 0; ///< 1 to 8
     int lightGroup = 0; ///< 0 to 31
@@ -194,9 +196,9 @@ struct Subscription
 };
 
 /// 9c 12 9c 12.
-struct SvCombination
+struct SvCombinationCommand
 {
-    static constexpr const char *name = "SV combination";
+    static constexpr const char *kName = "SV combination";
     int group = 0;
     int lightPort = 0; ///< 0 to 15
     int lightGroup = 0; ///< 0 to 15
@@ -207,24 +209,26 @@ struct SvCombination
 };
 
 /// bc 12 bc 12.
-struct SvChannel
+struct SvChannelCommand
 {
-    static constexpr const char *name = "SV channel";
+    static constexpr const char *kName = "SV channel";
     int logicChannel = 0;
     QByteArray properties; ///< five bytes
 };
 
 /// A frame whose code is none of the above.
-struct Unknown
+struct UnknownCommand
 {
-    static constexpr const char *name = "unknown command";
+    static constexpr const char *kName = "unknown command";
 };
 
 using Command =
-    std::variant<Unknown, ChannelSignal, ResetParameters, StartStop, SvDescription,
-                 GooseDescription, DisableCurrentState, StepCondition, StateChange, GooseControl,
-                 StepOption, FrameTemplate, Ft3Template, StatusReadBack, Stop, FpgaReset,
-                 DspConfiguration, Subscription, SvCombination, SvChannel>;
+    std::variant<UnknownCommand, ChannelSignalCommand, ResetCommand, StartStopCommand,
+                 SvDescriptionCommand, GooseDescriptionCommand, DisableCurrentStateCommand,
+                 StepConditionCommand, StateChangeCommand, GooseControlCommand, StepOptionCommand,
+                 FrameTemplateCommand, Ft3TemplateCommand, StatusReadBackCommand, StopCommand,
+                 FpgaResetCommand, DspConfigurationCommand, SubscriptionCommand,
+                 SvCombinationCommand, SvChannelCommand>;
 
 struct DecodedCommand
 {
@@ -237,18 +241,22 @@ struct DecodedCommand
     QByteArray frame;
 };
 
-/**
- * Decodes one command frame.
- *
- * @param paddedFrame  as openEnvelope() returns it; any bytes of any size are taken, nothing
- *                     outside of them is read, and fields that are not there read as 0.
- */
+/// Whether the board obeys the command: one without problems of its own. The bytes of a template
+/// are published as they are; only some faults of them forbid that.
+[[nodiscard]] bool isObeyed(const DecodedCommand &decoded);
+
+/// For the overload of a visitor that lists the commands with which it has nothing to do. Without
+/// one for all others, a new command that a visitor forgets does not compile.
+template <typename Command, typename... Listed>
+constexpr bool kIsOneOf = (std::is_same_v<Command, Listed> || ...);
+
+/// Decodes one command frame.
+///
+/// \param paddedFrame as openEnvelope() returns it; any bytes of any size are taken, nothing
+///                     outside of them is read, and fields that are not there read as 0.
 [[nodiscard]] DecodedCommand decodeCommand(const QByteArray &paddedFrame);
 
 /// Name of the command's kind, in lower case ("channel signal").
 [[nodiscard]] QString commandName(const Command &command);
-
-/// Name of an analog channel, 0 to 15 ("Ia1" to "Vn2"); empty for any other number.
-[[nodiscard]] QString channelName(int channel);
 
 } // namespace virtualboard

@@ -1,26 +1,26 @@
-#include "envelope.h"
+#include "virtualboard/wire/envelope.h"
 
-#include "bytes.h"
+#include "virtualboard/wire/bytes.h"
 
 namespace virtualboard {
 
 namespace {
 
 const QByteArray marker("\xa5\xa5\xa5\xa5", 4);
-constexpr int markerSize = 4;
-constexpr int headerSize = 9;
-constexpr int checkSize = 2;
+constexpr int kMarkerSize = 4;
+constexpr int kHeaderSize = 9;
+constexpr int kCheckSize = 2;
 
 void checkHeader(const QByteArray &datagram, QStringList &problems)
 {
-    const QByteArray start = datagram.left(markerSize);
+    const QByteArray start = datagram.left(kMarkerSize);
     if (start != marker)
         problems << QStringLiteral("Marker: a5 a5 a5 a5 expected, %1 found.").arg(hexText(start));
     if (byteAt(datagram, 4) != 0)
         problems << QStringLiteral("Byte 4: 00 expected, %1 found.")
                         .arg(hexNumber(byteAt(datagram, 4), 2));
 
-    const int expected = int(datagram.size()) - headerSize;
+    const int expected = int(datagram.size()) - kHeaderSize;
     const int first = littleEndian16(datagram, 5);
     const int second = littleEndian16(datagram, 7);
     if (first != second)
@@ -43,12 +43,12 @@ void checkFrame(const QByteArray &frame, const QByteArray &found, QStringList &p
         problems << QStringLiteral("Padding: an even number of frame bytes expected, %1 found.")
                         .arg(frame.size());
 
-    quint8 expected[checkSize] = {0, 0};
+    quint8 expected[kCheckSize] = {0, 0};
     for (int i = 0; i < frame.size(); ++i)
-        expected[i % checkSize] = quint8(expected[i % checkSize] ^ byteAt(frame, i));
+        expected[i % kCheckSize] = quint8(expected[i % kCheckSize] ^ byteAt(frame, i));
 
-    const char *const names[checkSize] = {"first", "second"};
-    for (int i = 0; i < checkSize; ++i) {
+    const char *const names[kCheckSize] = {"first", "second"};
+    for (int i = 0; i < kCheckSize; ++i) {
         if (byteAt(found, i) != expected[i])
             problems << QStringLiteral("Check byte, %1: %2 expected, %3 found.")
                             .arg(QLatin1String(names[i]), hexNumber(expected[i], 2),
@@ -61,15 +61,15 @@ void checkFrame(const QByteArray &frame, const QByteArray &found, QStringList &p
 Envelope openEnvelope(const QByteArray &datagram)
 {
     Envelope result;
-    if (datagram.size() < envelopeSize) {
+    if (datagram.size() < kEnvelopeSize) {
         result.problems << QStringLiteral("Size: at least %1 bytes expected, %2 found.")
-                               .arg(envelopeSize)
+                               .arg(kEnvelopeSize)
                                .arg(datagram.size());
         return result;
     }
-    result.frame = datagram.mid(headerSize, int(datagram.size()) - envelopeSize);
+    result.frame = datagram.mid(kHeaderSize, int(datagram.size()) - kEnvelopeSize);
     checkHeader(datagram, result.problems);
-    checkFrame(result.frame, datagram.right(checkSize), result.problems);
+    checkFrame(result.frame, datagram.right(kCheckSize), result.problems);
     return result;
 }
 

@@ -1,7 +1,7 @@
-#include "ethernetframes.h"
+#include "virtualboard/wire/ethernetframes.h"
 
-#include "berreader.h"
-#include "bytes.h"
+#include "virtualboard/wire/berreader.h"
+#include "virtualboard/wire/bytes.h"
 
 #include <algorithm>
 #include <iterator>
@@ -10,10 +10,9 @@ namespace virtualboard {
 
 namespace {
 
-constexpr int macSize = 6;
-constexpr int tpidOffset = 2 * macSize;
-constexpr quint16 tpid8021Q = 0x8100;
-constexpr int anySize = 0xffff;
+constexpr int kTagOffset = 2 * kMacSize; // if there is a tag
+constexpr quint16 kTpid8021Q = 0x8100;
+constexpr int kAnySize = 0xffff;
 
 /// An element: where a PDU needs it, or as an entry of a dataset.
 struct Field
@@ -24,25 +23,25 @@ struct Field
     int maximum;
 };
 
-const Field asduFields[] = {{0x80, "svID", 0, anySize},
-                            {0x82, "smpCnt", 2, 2},
+const Field asduFields[] = {{0x80, "svID", 0, kAnySize},
+                            {0x82, "smpCnt", kSmpCntSize, kSmpCntSize},
                             {0x83, "confRev", 4, 4},
                             {0x85, "smpSynch", 1, 1},
-                            {0x87, "seqData", 0, anySize}};
+                            {0x87, "seqData", 0, kAnySize}};
 enum AsduField { SvId, SmpCnt, SvConfRev, SmpSynch, SeqData };
 
-const Field gooseFields[] = {{0x80, "gocbRef", 0, anySize},
+const Field gooseFields[] = {{0x80, "gocbRef", 0, kAnySize},
                              {0x81, "timeAllowedtoLive", 1, 8},
-                             {0x82, "datSet", 0, anySize},
-                             {0x83, "goID", 0, anySize},
-                             {0x84, "t", 8, 8},
-                             {0x85, "stNum", 4, 4},
-                             {0x86, "sqNum", 4, 4},
+                             {0x82, "datSet", 0, kAnySize},
+                             {0x83, "goID", 0, kAnySize},
+                             {0x84, "t", kUtcTimeSize, kUtcTimeSize},
+                             {0x85, "stNum", kGooseCounterSize, kGooseCounterSize},
+                             {0x86, "sqNum", kGooseCounterSize, kGooseCounterSize},
                              {0x87, "simulation", 1, 1},
                              {0x88, "confRev", 1, 4},
                              {0x89, "ndsCom", 1, 1},
                              {0x8a, "numDatSetEntries", 1, 2},
-                             {0xab, "allData", 0, anySize}};
+                             {0xab, "allData", 0, kAnySize}};
 enum GooseField {
     GocbRef,
     TimeAllowedToLive,
@@ -60,15 +59,15 @@ enum GooseField {
 
 /// MMS Data types that a dataset may carry.
 const Field dataTypes[] = {{0x83, "boolean", 1, 1},
-                           {0x84, "bit string", 1, anySize},
+                           {0x84, "bit string", 1, kAnySize},
                            {0x85, "integer", 1, 8},
                            {0x86, "unsigned", 1, 8},
                            {0x87, "floating point", 5, 9},
-                           {0x89, "octet string", 0, anySize},
-                           {0x8a, "visible string", 0, anySize},
+                           {0x89, "octet string", 0, kAnySize},
+                           {0x8a, "visible string", 0, kAnySize},
                            {0x8c, "binary time", 4, 6},
-                           {0x8d, "BCD", 1, anySize},
-                           {0x8e, "boolean array", 1, anySize},
+                           {0x8d, "BCD", 1, kAnySize},
+                           {0x8e, "boolean array", 1, kAnySize},
                            {0x91, "UTC time", 8, 8}};
 
 const Field *findType(quint8 tag)
@@ -110,14 +109,13 @@ private:
 
 QVector<SvEntry> readSvEntries(BerReader &asdu, const QByteArray &raw)
 {
-    constexpr int entrySize = 8;
     QVector<SvEntry> entries;
-    for (int i = 0; i + entrySize <= raw.size(); i += entrySize) {
+    for (int i = 0; i + kSvEntrySize <= raw.size(); i += kSvEntrySize) {
         entries << SvEntry{qint32(bigEndian(raw.mid(i, 4))), quint32(bigEndian(raw.mid(i + 4, 4)))};
     }
-    if (raw.size() % entrySize != 0)
+    if (raw.size() % kSvEntrySize != 0)
         asdu.problem(QStringLiteral("seqData: a multiple of %1 bytes expected, %2 found.")
-                         .arg(entrySize)
+                         .arg(kSvEntrySize)
                          .arg(raw.size()));
     return entries;
 }
@@ -140,7 +138,7 @@ SampledValues readAsdu(BerReader asdu)
 
 SampledValues readSavPdu(BerReader in)
 {
-    const auto pdu = in.expect(0x60, "savPdu", 0, anySize);
+    const auto pdu = in.expect(0x60, "savPdu", 0, kAnySize);
     if (!pdu)
         return {};
     in.expectEnd("savPdu");
@@ -152,13 +150,13 @@ SampledValues readSavPdu(BerReader in)
     const quint64 count = bigEndian(inPdu.contents(*noAsdu));
     if (count != 1)
         inPdu.problem(QStringLiteral("noASDU: 1 expected, %1 found.").arg(count));
-    const auto sequence = inPdu.expect(0xa2, "sequence of ASDU", 0, anySize);
+    const auto sequence = inPdu.expect(0xa2, "sequence of ASDU", 0, kAnySize);
     if (!sequence)
         return {};
     inPdu.expectEnd("savPdu contents");
 
     BerReader inSequence = in.inside(*sequence);
-    const auto asdu = inSequence.expect(0x30, "ASDU", 0, anySize);
+    const auto asdu = inSequence.expect(0x30, "ASDU", 0, kAnySize);
     if (!asdu)
         return {};
     inSequence.expectEnd("sequence of ASDU");
@@ -190,7 +188,7 @@ QVector<GooseEntry> readGooseEntries(BerReader in)
 
 Goose readGoosePdu(BerReader in)
 {
-    const auto pdu = in.expect(0x61, "goosePdu", 0, anySize);
+    const auto pdu = in.expect(0x61, "goosePdu", 0, kAnySize);
     if (!pdu)
         return {};
     in.expectEnd("goosePdu");
@@ -229,12 +227,12 @@ EthernetFrame decodeEthernetFrame(const QByteArray &frame)
 {
     EthernetFrame result;
     result.size = int(frame.size());
-    result.destination = frame.left(macSize);
-    result.source = frame.mid(macSize, macSize);
-    result.tagged = int(bigEndian(frame.mid(tpidOffset, 2))) == tpid8021Q;
+    result.destination = frame.left(kMacSize);
+    result.source = frame.mid(kMacSize, kMacSize);
+    const int typeOffset = etherTypeOffset(frame);
+    result.tagged = typeOffset > kTagOffset;
 
     // With a tag: TPID and TCI, then EtherType, APPID, Length and two reserved words.
-    const int typeOffset = tpidOffset + (result.tagged ? 4 : 0);
     const int appIdOffset = typeOffset + 2;
     const int apduOffset = appIdOffset + 8;
     if (frame.size() < apduOffset) {
@@ -243,14 +241,14 @@ EthernetFrame decodeEthernetFrame(const QByteArray &frame)
                                .arg(frame.size());
         return result;
     }
-    const int tci = int(bigEndian(frame.mid(tpidOffset + 2, 2)));
+    const int tci = bigEndian16(frame, kTagOffset + 2);
     if (result.tagged) {
         result.priority = tci >> 13;
         result.vlanId = tci & 0x0fff;
     }
-    result.etherType = quint16(bigEndian(frame.mid(typeOffset, 2)));
-    result.appId = quint16(bigEndian(frame.mid(appIdOffset, 2)));
-    result.length = int(bigEndian(frame.mid(appIdOffset + 2, 2)));
+    result.etherType = bigEndian16(frame, typeOffset);
+    result.appId = bigEndian16(frame, appIdOffset);
+    result.length = bigEndian16(frame, appIdOffset + 2);
     if (result.length != result.size - appIdOffset)
         result.problems << QStringLiteral(
                                "Length field: %1 expected from the frame's size, %2 found.")
@@ -258,14 +256,20 @@ EthernetFrame decodeEthernetFrame(const QByteArray &frame)
                                .arg(result.length);
 
     const BerReader apdu(frame, apduOffset, result.size, result.problems);
-    if (result.etherType == etherTypeSampledValues)
+    if (result.etherType == kEtherTypeSampledValues)
         result.pdu = readSavPdu(apdu);
-    else if (result.etherType == etherTypeGoose)
+    else if (result.etherType == kEtherTypeGoose)
         result.pdu = readGoosePdu(apdu);
     else
         result.problems << QStringLiteral("EtherType: 88ba or 88b8 expected, %1 found.")
                                .arg(hexNumber(result.etherType, 4));
     return result;
+}
+
+int etherTypeOffset(const QByteArray &frame)
+{
+    constexpr int kTagSize = 4;
+    return kTagOffset + (bigEndian16(frame, kTagOffset) == kTpid8021Q ? kTagSize : 0);
 }
 
 QString gooseTypeName(quint8 tag)

@@ -11,6 +11,12 @@ namespace virtualboard {
 
 // All offsets count bytes from the first byte of the destination MAC address; -1: not found.
 
+constexpr int kMacSize = 6;
+constexpr int kSvEntrySize = 8; ///< of a dataset entry: value and quality (IEC 61850-9-2)
+constexpr int kSmpCntSize = 2;
+constexpr int kGooseCounterSize = 4; ///< stNum, sqNum
+constexpr int kUtcTimeSize = 8; ///< t
+
 /// One dataset entry of a sampled-value frame: INT32 value and 32-bit quality.
 struct SvEntry
 {
@@ -74,19 +80,21 @@ struct EthernetFrame
     QStringList problems;
 };
 
-constexpr quint16 etherTypeSampledValues = 0x88ba;
-constexpr quint16 etherTypeGoose = 0x88b8;
+constexpr quint16 kEtherTypeSampledValues = 0x88ba;
+constexpr quint16 kEtherTypeGoose = 0x88b8;
 
-/**
- * Decodes a sampled-value or GOOSE frame from the destination MAC address on.
- *
- * Every element has to stand where the standards put it, with a length in the shortest definite
- * BER form (ITU-T X.690, 8.1.3) that ends where its contents end. The first fault inside the APDU
- * ends its decoding; what was read up to there is in the result.
- *
- * @param frame  any bytes of any size; nothing outside of them is read.
- */
+/// Decodes a sampled-value or GOOSE frame from the destination MAC address on.
+///
+/// Every element has to stand where the standards put it, with a length in the shortest definite
+/// BER form (ITU-T X.690, 8.1.3) that ends where its contents end. The first fault inside the APDU
+/// ends its decoding; what was read up to there is in the result.
+///
+/// \param frame any bytes of any size; nothing outside of them is read.
 [[nodiscard]] EthernetFrame decodeEthernetFrame(const QByteArray &frame);
+
+/// Of the EtherType: behind the MAC addresses, and an IEEE 802.1Q tag if there is one. The frame
+/// may end before it.
+[[nodiscard]] int etherTypeOffset(const QByteArray &frame);
 
 /// Name of the MMS data type with this tag ("boolean", "bit string", ...); the tag if unknown.
 [[nodiscard]] QString gooseTypeName(quint8 tag);

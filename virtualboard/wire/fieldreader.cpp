@@ -1,8 +1,6 @@
-#include "fieldreader.h"
+#include "virtualboard/wire/fieldreader.h"
 
-#include "bytes.h"
-
-#include <cstring>
+#include "virtualboard/wire/bytes.h"
 
 namespace virtualboard {
 
@@ -18,17 +16,14 @@ int FieldReader::word(const char *field)
 
 int FieldReader::wordBig(const char *field)
 {
-    return int(bigEndian(bytes(2, field)));
+    return bigEndian16(bytes(2, field), 0);
 }
 
 float FieldReader::real(const char *field)
 {
-    const QByteArray raw = bytes(4, field);
-    const quint32 bits = quint32(littleEndian16(raw, 0)) | quint32(littleEndian16(raw, 2)) << 16;
-    static_assert(sizeof(float) == sizeof(bits), "single precision expected");
-    float value;
-    std::memcpy(&value, &bits, sizeof(value));
-    return value;
+    static_assert(sizeof(float) == 4, "single precision expected");
+    const QByteArray raw = bytes(sizeof(float), field);
+    return m_truncated ? 0 : qFromLittleEndian<float>(raw.constData());
 }
 
 QByteArray FieldReader::bytes(int size, const char *field)

@@ -18,9 +18,9 @@ public:
     int word(const char *field); ///< 16 bits, low byte first
     int wordBig(const char *field); ///< 16 bits, high byte first
     float real(const char *field); ///< IEEE 754 single precision, low byte first
-    /// @p size bytes, or those that are there.
+    /// \a size bytes, or those that are there.
     QByteArray bytes(int size, const char *field);
-    /// Reads @p expected.size() bytes that always have the same value.
+    /// Reads \a expected.size() bytes that always have the same value.
     void fixed(const QByteArray &expected, const char *field);
 
     void problem(const QString &sentence) { m_problems << sentence; }

@@ -1,26 +1,19 @@
-#include "goosemessage.h"
+#include "virtualboard/wire/goosemessage.h"
 
-#include "berreader.h"
-#include "bytes.h"
+#include "virtualboard/wire/berreader.h"
+#include "virtualboard/wire/bytes.h"
 
 namespace virtualboard {
 
 namespace {
 
-constexpr int typeOffset = 12; // behind both MAC addresses
-constexpr quint16 tpid8021Q = 0x8100;
-constexpr int headerSize = 8; // APPID, Length and two reserved words
-constexpr quint8 booleanTag = 0x83;
-constexpr quint8 bitStringTag = 0x84;
-
-int wordAt(const QByteArray &frame, int index)
-{
-    return byteAt(frame, index) << 8 | byteAt(frame, index + 1);
-}
+constexpr int kHeaderSize = 8; // APPID, Length and two reserved words
+constexpr quint8 kBooleanTag = 0x83;
+constexpr quint8 kBitStringTag = 0x84;
 
 int appIdOffset(const QByteArray &frame)
 {
-    return typeOffset + (wordAt(frame, typeOffset) == tpid8021Q ? 4 : 0) + 2;
+    return etherTypeOffset(frame) + 2;
 }
 
 quint64 number(BerReader &pdu, const BerElement &element)
@@ -37,24 +30,24 @@ quint64 number(BerReader &pdu, const BerElement &element)
 bool GooseMessage::isGoose(const QByteArray &frame)
 {
     const int begin = appIdOffset(frame);
-    return frame.size() >= begin + 2 && wordAt(frame, begin - 2) == etherTypeGoose;
+    return frame.size() >= begin + 2 && bigEndian16(frame, begin - 2) == kEtherTypeGoose;
 }
 
 GooseMessage::GooseMessage(const QByteArray &frame)
 {
     const int begin = appIdOffset(frame);
     header = frame.left(begin + 2);
-    appId = wordAt(frame, begin);
+    appId = bigEndian16(frame, begin);
     const int available = int(frame.size()) - begin;
-    const int length = wordAt(frame, begin + 2);
-    if (length < headerSize || length > available) {
+    const int length = bigEndian16(frame, begin + 2);
+    if (length < kHeaderSize || length > available) {
         problems << QStringLiteral("Length: %1 to %2 expected, %3 found.")
-                        .arg(headerSize)
+                        .arg(kHeaderSize)
                         .arg(available)
                         .arg(length);
         return;
     }
-    BerReader apdu(frame, begin + headerSize, begin + length, problems);
+    BerReader apdu(frame, begin + kHeaderSize, begin + length, problems);
     const auto pdu = apdu.expect(0x61, "goosePdu", 0, length);
     apdu.expectEnd("goosePdu");
     if (pdu)
@@ -112,15 +105,15 @@ void GooseMessage::readEntries(BerReader allData)
 
 BinaryState binaryState(const GooseEntry &entry)
 {
-    constexpr int unusedBits = 6; // of a double point; they come behind its two
+    constexpr int kUnusedBits = 6; // of a double point; they come behind its two
     const QByteArray &value = entry.value;
-    if (entry.tag == booleanTag && value.size() == 1)
+    if (entry.tag == kBooleanTag && value.size() == 1)
         return byteAt(value, 0) != 0 ? BinaryState::On : BinaryState::Off;
-    if (entry.tag != bitStringTag || value.size() != 2 || byteAt(value, 0) != unusedBits)
+    if (entry.tag != kBitStringTag || value.size() != 2 || byteAt(value, 0) != kUnusedBits)
         return BinaryState::None;
-    constexpr BinaryState states[] = {BinaryState::Intermediate, BinaryState::Off, BinaryState::On,
-                                      BinaryState::Bad};
-    return states[byteAt(value, 1) >> unusedBits];
+    constexpr BinaryState kStates[] = {BinaryState::Intermediate, BinaryState::Off, BinaryState::On,
+                                       BinaryState::Bad};
+    return kStates[byteAt(value, 1) >> kUnusedBits];
 }
 
 } // namespace virtualboard

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "ethernetframes.h"
+#include "virtualboard/wire/ethernetframes.h"
 
 #include <QByteArray>
 #include <QString>
@@ -11,21 +11,19 @@ namespace virtualboard {
 
 class BerReader;
 
-/**
- * A GOOSE message as any device may send it.
- *
- * decodeEthernetFrame() expects the form of a template, with every element in it and counters of
- * four bytes. A device may leave elements out that have a default, encodes integers as short as
- * they are (IEC 61850-8-1, Annex A; ITU-T X.690, 8.3), and may have structures in its dataset.
- * Bytes behind the Length field's end are ignored.
- */
+/// A GOOSE message as any device may send it.
+///
+/// decodeEthernetFrame() expects the form of a template, with every element in it and counters of
+/// four bytes. A device may leave elements out that have a default, encodes integers as short as
+/// they are (IEC 61850-8-1, Annex A; ITU-T X.690, 8.3), and may have structures in its dataset.
+/// Bytes behind the Length field's end are ignored.
 struct GooseMessage
 {
     /// Whether the frame, with or without an IEEE 802.1Q tag, has the EtherType of GOOSE and an
     /// APPID.
     static bool isGoose(const QByteArray &frame);
 
-    /// @param frame  for which isGoose()
+    /// \param frame for which isGoose()
     explicit GooseMessage(const QByteArray &frame);
 
     QStringList problems; ///< empty when the message is sound

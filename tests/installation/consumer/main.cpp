@@ -41,10 +41,12 @@ void checkEngine(LumtarEngine &engine, char *configuration)
     expect(bound.stream >= 0 && bound.position <= gblGooseDataOffsetAddr[bound.stream].Num,
            "binary output 1 drives a dataset entry");
 
-    testconfiguration::Remarks remarks;
-    const bool missing =
-        testconfiguration::readDocument(QStringLiteral("no such file"), remarks).isNull();
-    expect(missing && remarks.size() == 1, "a remark on a missing file");
+    using testconfiguration::Document;
+    const Document read = Document::read(QString::fromLocal8Bit(configuration));
+    expect(testconfiguration::check(read, 4000).streams.size() == 6, "the streams of the example");
+    expect(engine.LoadConfiguration(read) == 1, "what has been checked can be loaded");
+    const auto missing = testconfiguration::check(Document::read(QStringLiteral("none")), 4000);
+    expect(!missing.isRead() && missing.remarks.size() == 1, "a remark on a missing file");
     QObject *const object = &engine;
     expect(qobject_cast<LumtarEngine *>(object) != nullptr, "the engine's own meta-object");
 }

@@ -1,0 +1,315 @@
+// The workbench without a program around it: sequence files, the run of a test over the link, and
+// what is told about it.
+
+#include "tests/testsupport.h"
+
+#include "virtualboard/board/linkresponder.h"
+#include "workbench/sequencefile.h"
+#include "workbench/sequencetext.h"
+#include "workbench/testrun.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <memory>
+
+using namespace testsupport;
+using namespace virtualboard;
+using namespace workbench;
+
+namespace {
+
+QByteArray content(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+} // namespace
+
+class TestWorkbench : public QObject
+{
+    Q_OBJECT
+
+private slots:
+    void init();
+    void writesWhatItReads_data();
+    void writesWhatItReads();
+    void refusesSequenceFiles_data();
+    void refusesSequenceFiles();
+    void sendsWhatASequenceSays_data();
+    void sendsWhatASequenceSays();
+    void sendsNothingMore_data();
+    void sendsNothingMore();
+    void tellsHowFarItIs();
+    void tellsWhatHappened();
+
+private:
+    workbench::Expected<void> loadAndExecute(const TestRun::ShowTransfer &show = [](auto &&...) {});
+
+    SingleRun m_singleRun;
+    QTemporaryDir m_directory; ///< copies of the examples, which a test may spoil
+    const QString m_config = m_directory.filePath(QStringLiteral("config.xml"));
+    const QString m_sequence = m_directory.filePath(QStringLiteral("sequence.json"));
+    std::unique_ptr<LinkResponder> m_board;
+    std::function<bool()> m_isInterrupted;
+};
+
+void TestWorkbench::init()
+{
+    QVERIFY(writeFile(m_config, content(QFINDTESTDATA("../examples/feeder-bay.xml"))));
+    QVERIFY(writeFile(m_sequence, content(QFINDTESTDATA("../examples/earth-fault.json"))));
+    m_board = std::make_unique<LinkResponder>(boardAddress());
+    QCOMPARE(testsupport::failure(m_board->start()), QString());
+    m_isInterrupted = nullptr;
+}
+
+workbench::Expected<void> TestWorkbench::loadAndExecute(const TestRun::ShowTransfer &show)
+{
+    const DebugLines silence;
+    const workbench::Expected<PreparedTest> test = prepareTest(m_config, m_sequence);
+    if (!test)
+        return tl::unexpected<Failure>(test.error());
+    BoardSession session;
+    session.isInterrupted = m_isInterrupted;
+    TestRun run(session, *test, show);
+    return session.open(boardAddress(), localPort())
+        .and_then([&] { return run.load(); })
+        .and_then([&] { return run.execute(); });
+}
+
+/// With everything that a sequence file can say, as it is written.
+constexpr const char *kEverything = R"({
+  "description": "\"all\" 间隔",
+  "settings": {
+    "nominalFrequency": 60,
+    "samplesPerCycle": 256,
+    "svResolution": "1 V, 1 A",
+    "amplitudes": "peak",
+    "dualAD": true,
+    "ratios": { "voltage": 1100, "current": 600 }
+  },
+  "steps": [
+    {
+      "name": "间\n1",
+      "time": 65,
+      "onTimeout": "2",
+      "onBinaryInput": "end",
+      "onTrigger": { "trigger": 255, "goTo": "2" },
+      "conditionFlags": 247,
+      "stepOption": 1,
+      "binaryOutputs": [false, true, false, true],
+      "outputs": {
+        "Va1": { "amplitude": 57.735, "phase": -120.1, "frequency": 7679.9, "phaseJump": 0.001 },
+        "In1": { "amplitude": 0, "phase": 360 }
+      }
+    },
+    {
+      "name": "2",
+      "time": 0,
+      "onTimeout": "end",
+      "outputs": {}
+    }
+  ]
+}
+)";
+
+void TestWorkbench::writesWhatItReads_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    // The example writes some of the defaults down.
+    QTest::newRow("example") << content(QFINDTESTDATA("../examples/earth-fault.json"))
+                                    .replace(R"("nominalFrequency": 50,)", "")
+                                    .replace(R"("samplesPerCycle": 80,)", "")
+                                    .replace(R"("svResolution": "0.01 V, 0.001 A",)", "")
+                                    .replace(R"("amplitudes": "RMS",)", "");
+    QTest::newRow("everything") << QByteArray(kEverything);
+    const QByteArray only = R"({"steps": [{"name": "x", "time": 1, "onTimeout": "x", "outputs": {)";
+    QTest::newRow("nothing") << only + "}}]}";
+    QTest::newRow("second output, small number, negative zero")
+        << only + R"("Va2": {"amplitude": 1e-7, "phase": -0.0}}}]})";
+    QTest::newRow("frequency that is the nominal one")
+        << only + R"("Ia1": {"amplitude": 0.1, "phase": 1, "frequency": 50}}}]})";
+    QTest::newRow("largest amplitude")
+        << only + R"("Ia1": {"amplitude": 1518504.0, "phase": 1}}}]})";
+}
+
+void TestWorkbench::writesWhatItReads()
+{
+    QFETCH(QByteArray, json);
+    QVERIFY(writeFile(m_sequence, json));
+    const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
+    QVERIFY2(sequence, sequence ? "" : qPrintable(sequence.error().message));
+    QVERIFY(writeSequence(*sequence, m_sequence));
+    const QByteArray written = content(m_sequence);
+    QCOMPARE(QJsonDocument::fromJson(written), QJsonDocument::fromJson(json));
+    if (json == kEverything)
+        QCOMPARE(written, json); // in the order of the documentation, and readable
+    QVERIFY(!writeSequence(*sequence, m_directory.path()));
+}
+
+void TestWorkbench::refusesSequenceFiles_data()
+{
+    // name | text of the example | what it is replaced with | part of the message
+    addRows(R"(
+        missing comma | "time": 1, | "time": 1 | :16:8: unterminated object
+        not a number | 8.0 | NaN | :38:31: illegal number
+        infinite | 8.0 | 1e999 | :38:
+        text for a number | 8.0 | "8" | steps[1].outputs.Ia1.amplitude: must be a number, not a text
+        negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude: -8 is out of range; allowed is 0 to 1518504
+        beyond the counts of a stream | 8.0 | 1518505 | Ia1.amplitude: 1518505 is out of range
+        list for an object | { "amplitude": 8.0, "phase": -75 } | [8, -75] | steps[1].outputs.Ia1: must be an object, not a list
+        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65
+        half seconds | "time": 1 | "time": 0.5 | steps[0].time: 0.5 is not a whole number
+        key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem: unknown; known here: "name", "time"
+        key missing | "time": 1, | | steps[0]: "time" is missing
+        key twice | "Vn1" | "Va1" | :37:9: "Va1" is given twice
+        no such output | "Vn1" | "Vx1" | steps[1].outputs.Vx1: unknown
+        mirrored output | "Vn1" | "Vn2" | steps[1].outputs.Vn2: mirrors Vn1
+        two steps of one name | "name": "trip" | "name": "fault" | steps[2].name: "fault" names an earlier step too
+        a step called end | "name": "trip" | "name": "end" | steps[2].name: "end" names the end of the sequence
+        no such step | "onTimeout": "trip" | "onTimeout": "tripped" | steps[1].onTimeout: "tripped" is unknown
+        three binary outputs | false, true] | true] | steps[4].binaryOutputs: has 3 elements; allowed is 4
+        six steps | "steps": [ | "steps": [{}, | steps: has 6 elements; allowed is 1 to 5
+        flag 8 | "time": 1 | "conditionFlags": 12, "time": 1 | steps[0].conditionFlags: flag 8 is set by onBinaryInput alone
+        odd ratio | "RMS" | "RMS", "ratios": {"voltage": 1101, "current": 1} | settings.ratios.voltage: 1101 is not a multiple of 10
+        interval of one byte | Cycle": 80 | Cycle": 78 | samplesPerCycle: 78 is out of range; allowed is 79 to 20000
+        counter of 16 bits | Cycle": 80 | Cycle": 1311 | settings: 50 Hz times 1311 samples per cycle are 65550
+        )");
+}
+
+void TestWorkbench::refusesSequenceFiles()
+{
+    QFETCH(QStringList, row);
+    const QString good = QString::fromUtf8(content(m_sequence));
+    QVERIFY2(good.contains(row[1]), "the example has changed");
+    QVERIFY(writeFile(m_sequence, QString(good).replace(row[1], row[2]).toUtf8()));
+    const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
+    QVERIFY(!sequence && sequence.error().kind == Failure::Input);
+    const QString message = sequence.error().message;
+    QVERIFY2(message.startsWith(m_sequence + QLatin1Char(':')) && message.contains(row[3]),
+             qPrintable(message));
+}
+
+void TestWorkbench::sendsWhatASequenceSays_data()
+{
+    // name | settings | Va1 in the file | Va1 on the wire, behind its channel number | Va2
+    addRows(R"(
+        defaults  |                     | "amplitude": 100, "phase": 0 | 0ad7233c 00 00004842 c76b0d43 00*8 | 0ad7233c 00 00004842 00*12
+        peak      |"amplitudes": "peak" | "amplitude": 100, "phase": 0 | 0ad7233c 01 00004842 0000c842 00*8 | 0ad7233c 01 00004842 00*12
+        secondary |"ratios": {"voltage": 1100, "current": 600}, "amplitudes": "peak" | "amplitude": 100, "phase": 0 | 0ad7233c 01 00004842 00d8d647 00*8 | 0ad7233c 01 00004842 00*12
+        mirrored, 1 V per count |"dualAD": true, "svResolution": "1 V, 1 A" | "amplitude": 100, "phase": 90, "frequency": 25, "phaseJump": -90 | 0000803f 00 0000c841 c76b0d43 0000b442 0000b4c2 | 0000803f 00 0000c841 c76b0d43 0000b442 0000b4c2
+        )");
+}
+
+void TestWorkbench::sendsWhatASequenceSays()
+{
+    QFETCH(QStringList, row);
+    const QByteArray step = R"("name": "only", "time": 65, "onTimeout": "only", "stepOption": 1,
+        "conditionFlags": 4, "onTrigger": {"trigger": 3, "goTo": "end"}, "onBinaryInput": "end",
+        "outputs": {"Va1": {)";
+    QVERIFY(writeFile(m_sequence,
+                      R"({"settings": {)" + row[1].toUtf8() + R"(}, "steps": [{)" + step
+                          + row[2].toUtf8() + "}}}]}"));
+    // A GOOSE stream without binary outputs gets no command per step.
+    QVERIFY(writeFile(m_config, content(m_config).replace(R"(<mapinfo Which="4" Pos="2"/>)", "")));
+    int total = 0;
+    const workbench::Expected<void> sent = loadAndExecute(
+        [&total](const TransferProgress &progress, bool) { total = progress.total(); });
+    QVERIFY2(sent, sent ? "" : qPrintable(sent.error().message));
+    QCOMPARE(int(m_board->frames().size()), total);
+    const QVector<QByteArray> frames = m_board->frames().mid(11); // behind the configuration
+    QCOMPARE(frames.size(), 16 + 1 + 3);
+    COMPARE_BYTES(frames[0], bytes("8c908c9001 00 08" + row[3].toUtf8() + ' '));
+    COMPARE_BYTES(frames[1], bytes("8c908c9001 00 09" + row[4].toUtf8() + ' '));
+    COMPARE_BYTES(frames[17], bytes("8c908c900a 00 00"));
+    COMPARE_BYTES(frames[18], bytes("8c908c9007 00 0c e8fd 00 03 ff 01 ff"));
+}
+
+void TestWorkbench::sendsNothingMore_data()
+{
+    QTest::addColumn<int>("exchange"); // that fails, or before which an interruption comes
+    QTest::addColumn<int>("kind");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("loading") << 5 << int(Failure::Board)
+                             << "did not answer while loading config.xml; nothing more was sent";
+    QTest::newRow("executing") << 60 << int(Failure::Board)
+                               << "did not answer while executing sequence.json; nothing";
+    QTest::newRow("interrupted") << 60 << int(Failure::Interrupted) << "interrupted";
+}
+
+void TestWorkbench::sendsNothingMore()
+{
+    QFETCH(int, exchange);
+    QFETCH(int, kind);
+    QFETCH(QString, message);
+    int sending = -1;
+    if (kind == Failure::Interrupted)
+        m_isInterrupted = [&] { return sending + 1 >= exchange; };
+    else
+        m_board->setBehaviour(exchange, {Behaviour::NoAcknowledgement});
+    const workbench::Expected<void> sent =
+        loadAndExecute([&sending](const TransferProgress &, bool) { ++sending; });
+    QVERIFY(!sent);
+    QCOMPARE(int(sent.error().kind), kind);
+    QVERIFY2(sent.error().message.contains(message), qPrintable(sent.error().message));
+    QCOMPARE(int(m_board->receptions().size()), exchange + (kind == Failure::Board ? 3 : 0));
+}
+
+void TestWorkbench::tellsHowFarItIs()
+{
+    m_board->setBehaviour(3, {Behaviour::LoseFirst, 1});
+    QStringList told;
+    QVERIFY(loadAndExecute([&told](const TransferProgress &progress, bool isNews) {
+        if (isNews || progress.done() == 3)
+            told += QStringLiteral("%1/%2 %3")
+                        .arg(progress.done())
+                        .arg(progress.total())
+                        .arg(progress.element());
+    }));
+    const QString all = told.join(QLatin1Char('|'));
+    for (const char *part :
+         {"0/112 reset|1/112 SV stream 1 of 2: E1Q01MU01/", "|3/112 SV stream 2 of 2: E1Q00MU01/",
+          ", no answer yet|5/112 GOOSE stream 1 of 2: ", "|9/112 GOOSE subscription 1 of 2: APPID ",
+          "|11/112 step 1 of 5: prefault|31/112 step 2 of 5: fault|51/112 step 3 of 5: trip|",
+          "|111/112 start|112/112 done"})
+        QVERIFY2(all.contains(QLatin1String(part)), qPrintable(all));
+}
+
+/// What cannot be known for lack of the change before is not told, and what is doubtful says so.
+void TestWorkbench::tellsWhatHappened()
+{
+    const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
+    QVERIFY(sequence);
+    const TransitionLog log = {100,
+                               {{0, 1, Cause::Time, kNoChannel, 1000000us, 1000250us, 200us},
+                                {1, 2, Cause::BinaryInput, 255, 1030000us, 1030250us, 50us},
+                                {2, 3, Cause::BinaryInput, 7, 1030260us, 1030500us},
+                                {1, kNoStep, Cause::BinaryInput, 0, 1040000us, 1040000us}}};
+    const QString text = changeTexts(log, *sequence);
+    QCOMPARE(text.mid(text.indexOf(QLatin1String("binary input: "))).simplified(),
+             QStringLiteral("binary input: logic channel 255, 29.550 ms after entry into step 1 "
+                            "(fault), which began 0.200 ms late binary input: logic channel 7, "
+                            "-0.040 ms after entry into step 2 (trip): before its first frames "
+                            "were sent, so not because of them"));
+    for (const char *part :
+         {"100 changes of steps; the board has kept the last 4",
+          "1.000250 0 (prefault) 1 (fault) time 1.000000 1.030250 1 (fault) 2 (trip) binary input "
+          "255 1.030000 29.550",
+          "1.040000 1 (fault) end binary input 0 1.040000 binary input:"})
+        QVERIFY2(text.simplified().contains(QLatin1String(part)), qPrintable(text));
+
+    DecodedState last;
+    QCOMPARE(concerns(last), QString());
+    last.problems = 7;
+    last.status.punctuality = {3, 2, 12345ns, 45678ns, 250us};
+    QCOMPARE(concerns(last),
+             QStringLiteral("sample instants late by 12.3 us (p50), 45.7 us (p99), 250.0 us "
+                            "(most); 3 missed deadlines, 2 frames not sent\nthe board has "
+                            "reported 7 problems since it was started\n"));
+}
+
+QTEST_GUILESS_MAIN(TestWorkbench)
+#include "tst_workbench.moc"

@@ -1,0 +1,134 @@
+#include "tools/lumtarctl/runcommand.h"
+
+#include "tools/lumtarctl/interruption.h"
+#include "tools/lumtarctl/terminal.h"
+#include "workbench/sequencetext.h"
+#include "workbench/testrun.h"
+
+#include <QFileInfo>
+
+using namespace workbench;
+
+namespace {
+
+/// Fails upon the first error; else tells the first warnings.
+Expected<void> expectNoErrors(const testconfiguration::CheckedConfiguration &configuration)
+{
+    constexpr int kTold = 5;
+    const QString all =
+        QStringLiteral("lumtarctl check %1 shows all").arg(configuration.document.path());
+    const auto &sorted = configuration.remarks;
+    const auto line = [&configuration](const testconfiguration::Remark &remark) {
+        return toString(remark, configuration.document.path());
+    };
+    for (const testconfiguration::Remark &each : sorted) {
+        if (each.severity == testconfiguration::Remark::Error)
+            return failure(
+                Failure::Input,
+                line(each) + (sorted.size() > 1 ? QStringLiteral(" (%1)").arg(all) : QString()));
+    }
+    for (const testconfiguration::Remark &each : sorted.mid(0, kTold))
+        complain(line(each));
+    if (configuration.warnings > kTold)
+        complain(
+            QStringLiteral("%1 more warnings; %2").arg(configuration.warnings - kTold).arg(all));
+    return {};
+}
+
+void show(LiveLine &line, const TransferProgress &progress, bool isNews)
+{
+    constexpr int kBarWidth = 24; // characters
+    QString text = QStringLiteral("%1/%2  %3")
+                       .arg(progress.done(), 4)
+                       .arg(progress.total())
+                       .arg(progress.element());
+    if (line.isOnTerminal()) {
+        const int bars = kBarWidth * progress.done() / progress.total();
+        text = QStringLiteral("[%1%2]").arg(QString(bars, QLatin1Char('#')),
+                                            QString(kBarWidth - bars, QLatin1Char('-')))
+            + text;
+    }
+    line.show(text, isNews);
+}
+
+Expected<void> loadAndStart(TestRun &run, const PreparedTest &test, const LumtarEngine &engine,
+                            LiveLine &line)
+{
+    return run.load()
+        .and_then([&] {
+            line.clear();
+            say(QStringLiteral(
+                    "loaded %1: %2 SV and %3 GOOSE streams to publish, %4 GOOSE subscriptions")
+                    .arg(QFileInfo(test.configuration.document.path()).fileName())
+                    .arg(engine.smvCount)
+                    .arg(engine.gooseCount)
+                    .arg(engine.groupNum - 1));
+            return run.execute();
+        })
+        .map([&] {
+            line.clear();
+            say(QStringLiteral("started %1: %2 steps")
+                    .arg(QFileInfo(test.sequencePath).fileName())
+                    .arg(engine.stepCount));
+            sayLines(stepTexts(test.sequence));
+        });
+}
+
+Expected<void> watch(TestRun &run, const Sequence &sequence)
+{
+    LiveLine line;
+    const auto last = run.follow([&](const virtualboard::PlayStatus &status, bool isNews) {
+        line.show(stateText(status, sequence), isNews);
+    });
+    line.keep();
+    if (!last)
+        return tl::unexpected<Failure>(last.error());
+    return run.readChanges().and_then(
+        [&](const virtualboard::TransitionLog &log) -> Expected<void> {
+            sayLines(changeTexts(log, sequence));
+            sayLines(concerns(*last));
+            if (last->status.state == virtualboard::PlayState::Stopped)
+                return failure(Failure::Board,
+                               QStringLiteral("the sequence was stopped before its end"));
+            return {};
+        });
+}
+
+Expected<void> run(BoardSession &session, const PreparedTest &test, bool isWatched)
+{
+    LiveLine line;
+    TestRun run(session, test, [&line](const TransferProgress &progress, bool isNews) {
+        show(line, progress, isNews);
+    });
+    const Expected<void> started = loadAndStart(run, test, session.engine, line);
+    line.keep();
+    return started && isWatched ? watch(run, test.sequence) : started;
+}
+
+} // namespace
+
+Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QString &sequencePath,
+                  bool isWatched)
+{
+    const Expected<PreparedTest> test = prepareTest(configPath, sequencePath);
+    if (!test)
+        return tl::unexpected<Failure>(test.error());
+    if (const Expected<void> sound = expectNoErrors(test->configuration); !sound)
+        return tl::unexpected<Failure>(sound.error());
+    if (const QString warning = rateWarning(test->sequence); !warning.isEmpty())
+        complain(warning);
+
+    BoardSession session;
+    session.isInterrupted = interruption::hasCome;
+    Expected<void> result = session.open(endpoint.board, endpoint.localPort);
+    if (result) {
+        interruption::expect();
+        result = run(session, *test, isWatched);
+    }
+    if (!result && result.error().kind == Failure::Interrupted)
+        result = session.stopInterrupted().and_then([]() -> Expected<void> {
+            return failure(Failure::Interrupted,
+                           QStringLiteral("interrupted; the board has been stopped"));
+        });
+    return result.map([] { return 0; });
+}

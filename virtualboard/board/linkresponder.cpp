@@ -1,0 +1,467 @@
+#include "virtualboard/board/linkresponder.h"
+
+#include "virtualboard/wire/commandmemory.h"
+#include "virtualboard/wire/envelope.h"
+#include "virtualboard/wire/limits.h"
+
+#include <QElapsedTimer>
+#include <QHash>
+#include <QNetworkProxy>
+#include <QUdpSocket>
+#include <QtEndian>
+
+#include <algorithm>
+#include <atomic>
+#include <condition_variable>
+#include <future>
+#include <mutex>
+#include <optional>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace virtualboard {
+
+namespace {
+
+constexpr int kMaximumAttempts = 3;
+constexpr int kMaximumStatusSize = 60000;
+constexpr int kOversized = 2000;
+static_assert(kOversized > kPeerBufferSize, "more than the peer reads");
+/// Ends a wait in which the datagram that stop() sends got lost.
+constexpr qint64 kLongestWait = 1000; // ms
+
+const QByteArray acknowledgementPattern = QByteArray::fromHex("0f5af0a5");
+const QByteArray dataReplyPattern = QByteArray::fromHex("5a5a5a5a");
+
+/// \a size bytes that look random and hold no 5a, so that no pattern can occur in them.
+QByteArray noise(int size)
+{
+    QByteArray result;
+    quint32 state = 0x2545f491;
+    for (int i = 0; i < size; ++i) {
+        state = state * 1664525u + 1013904223u;
+        const quint8 byte = quint8(state >> 24);
+        result += char(byte == 0x5a ? 0xa6 : byte);
+    }
+    return result;
+}
+
+/// Marker, a byte, the payload's length low byte first, two bytes, payload. The bytes that mean
+/// nothing have values that no length has.
+QByteArray dataReply(const QByteArray &payload)
+{
+    QByteArray result = dataReplyPattern;
+    result += char(0xee);
+    const quint16 size = qToLittleEndian(quint16(payload.size()));
+    result.append(reinterpret_cast<const char *>(&size), sizeof(size));
+    result += "\xee\xee";
+    return result + payload;
+}
+
+/// What goes out for one datagram; an empty part is not sent.
+struct Answer
+{
+    QByteArray first; ///< where the acknowledgement is due
+    QByteArray second; ///< where the data reply is due
+    bool acknowledges = false; ///< `first` is an acknowledgement
+    bool dataIsSound = true; ///< `second` can be used by a peer with a buffer of 1600 bytes
+};
+
+Answer answerOf(Behaviour::Kind kind, const QByteArray &status)
+{
+    const QByteArray &ack = acknowledgementPattern;
+    const QByteArray reply = dataReply(status);
+    switch (kind) {
+    case Behaviour::NoAcknowledgement:
+        return {};
+    case Behaviour::AcknowledgementInTheMiddle:
+        return {noise(13) + ack + noise(20), reply, true};
+    case Behaviour::OversizedAcknowledgement:
+        return {ack + noise(kOversized), reply, true};
+    case Behaviour::AcknowledgementBeyondBuffer:
+        return {noise(kPeerBufferSize) + ack, {}, false};
+    case Behaviour::Garbage:
+        return {noise(40), {}, false};
+    case Behaviour::NoDataReply:
+        return {ack, {}, true, false};
+    case Behaviour::GarbageDataReply:
+        return {ack, noise(40), true, false};
+    case Behaviour::ShortDataReply:
+        return {ack, reply.left(int(reply.size()) - 1), true, false};
+    case Behaviour::DataReplyInTheMiddle:
+        return {ack, noise(13) + reply, true};
+    case Behaviour::PaddedDataReply:
+        return {ack, reply + noise(kOversized), true};
+    case Behaviour::OversizedDataReply:
+        return {ack, dataReply(status + noise(kOversized)), true, false};
+    case Behaviour::Proper:
+    case Behaviour::LoseFirst:
+    case Behaviour::Late:
+        break;
+    }
+    return {ack, reply, true};
+}
+
+/// One datagram on its way through the board.
+struct Arrival
+{
+    int exchange = 0;
+    int record = -1; ///< index of its record; -1 when the record was full
+    DecodedCommand decoded;
+    QHostAddress peer;
+    quint16 peerPort = 0;
+
+    /// The command, if it asks for a data reply, else null.
+    const StatusReadBackCommand *statusReadBack() const
+    {
+        return std::get_if<StatusReadBackCommand>(&decoded.command);
+    }
+};
+
+struct LateAnswer
+{
+    qint64 due = 0; ///< ms since start
+    Arrival arrival;
+};
+
+} // namespace
+
+struct LinkResponder::Private
+{
+    QHostAddress address;
+    quint16 requestedPort = 0;
+    std::thread thread;
+    std::atomic<bool> stopping = false;
+    QElapsedTimer clock;
+    std::function<QByteArray(int)> statusSource;
+    std::function<void(const DecodedCommand &)> commandHandler;
+
+    mutable std::mutex mutex; // guards all that follows
+    mutable std::condition_variable received;
+    quint16 boundPort = 0;
+    QByteArray status = QByteArray::fromHex("0102030405060708");
+    Behaviour defaultBehaviour;
+    QHash<int, Behaviour> behaviours;
+    QVector<Reception> records;
+    qint64 recordedBytes = 0;
+    int dropped = 0;
+    std::vector<LateAnswer> lateAnswers;
+    // The exchange that goes on, or the last one.
+    QByteArray lastDatagram;
+    int exchange = -1;
+    int attempt = 0;
+    bool answered = false;
+    int handledExchange = -1; ///< the last whose command was handed on
+
+    void run(std::promise<QString> &started);
+    void receive(QUdpSocket &socket, QByteArray &buffer);
+    void count(const QByteArray &datagram);
+    int record(const Reception &reception);
+    void react(QUdpSocket &socket, const Arrival &arrival);
+    void answer(QUdpSocket &socket, const Arrival &arrival, Behaviour::Kind kind);
+    QByteArray statusPayload(const Arrival &arrival) const;
+    int millisecondsToNextAnswer() const;
+    void sendAnswersDue(QUdpSocket &socket);
+    void forget();
+};
+
+void LinkResponder::Private::run(std::promise<QString> &started)
+{
+    QUdpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy); // asking the system for one is slow
+    if (!socket.bind(address, requestedPort)) {
+        started.set_value(QStringLiteral("Cannot bind %1, UDP port %2: %3")
+                              .arg(address.toString())
+                              .arg(requestedPort)
+                              .arg(socket.errorString()));
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        boundPort = socket.localPort();
+    }
+    started.set_value({});
+
+    QByteArray buffer(kLargestDatagram, 0);
+    while (!stopping) {
+        socket.waitForReadyRead(millisecondsToNextAnswer());
+        while (!stopping && socket.hasPendingDatagrams())
+            receive(socket, buffer);
+        sendAnswersDue(socket);
+    }
+}
+
+void LinkResponder::Private::receive(QUdpSocket &socket, QByteArray &buffer)
+{
+    Arrival arrival;
+    const qint64 size =
+        socket.readDatagram(buffer.data(), buffer.size(), &arrival.peer, &arrival.peerPort);
+    if (size < 0 || stopping)
+        return;
+    Reception reception;
+    reception.datagram = buffer.left(int(size));
+    const Envelope envelope = openEnvelope(reception.datagram);
+    reception.problems = envelope.problems;
+    const bool isSound = envelope.problems.isEmpty();
+    if (isSound)
+        reception.decoded = decodeCommand(envelope.frame);
+    arrival.decoded = reception.decoded;
+
+    // The lock is held until the record says how the datagram was answered, so that a peer that
+    // has its answer finds the record complete.
+    const std::lock_guard<std::mutex> lock(mutex);
+    count(reception.datagram);
+    arrival.exchange = exchange;
+    arrival.record = record(reception);
+    if (isSound)
+        react(socket, arrival);
+    received.notify_all();
+}
+
+void LinkResponder::Private::count(const QByteArray &datagram)
+{
+    const bool retry =
+        exchange >= 0 && !answered && attempt + 1 < kMaximumAttempts && datagram == lastDatagram;
+    if (retry) {
+        ++attempt;
+        return;
+    }
+    ++exchange;
+    attempt = 0;
+    answered = false;
+    lastDatagram = datagram;
+}
+
+int LinkResponder::Private::record(const Reception &reception)
+{
+    const qint64 bytes = reception.datagram.size() + memoryOf(reception.decoded);
+    if (int(records.size()) >= kMaximumRecords || recordedBytes + bytes > kMaximumBytes) {
+        ++dropped;
+        return -1;
+    }
+    recordedBytes += bytes;
+    records << reception;
+    records.last().exchange = exchange;
+    records.last().attempt = attempt;
+    records.last().msecsSinceStart = clock.elapsed();
+    return int(records.size()) - 1;
+}
+
+void LinkResponder::Private::react(QUdpSocket &socket, const Arrival &arrival)
+{
+    const Behaviour behaviour = behaviours.value(exchange, defaultBehaviour);
+    switch (behaviour.kind) {
+    case Behaviour::LoseFirst:
+        if (attempt >= behaviour.count)
+            answer(socket, arrival, Behaviour::Proper);
+        break;
+    case Behaviour::Late:
+        if (attempt == 0)
+            lateAnswers.push_back({clock.elapsed() + behaviour.milliseconds, arrival});
+        break;
+    default:
+        answer(socket, arrival, behaviour.kind);
+    }
+}
+
+void LinkResponder::Private::answer(QUdpSocket &socket, const Arrival &arrival,
+                                    Behaviour::Kind kind)
+{
+    const bool statusReadBack = arrival.statusReadBack() != nullptr;
+    const Answer answer = answerOf(kind, statusReadBack ? statusPayload(arrival) : QByteArray());
+    if (answer.acknowledges && arrival.record >= 0)
+        records[arrival.record].acknowledged = true;
+    if (answer.acknowledges && commandHandler && handledExchange != arrival.exchange) {
+        handledExchange = arrival.exchange;
+        commandHandler(arrival.decoded);
+    }
+    const bool complete = answer.acknowledges && (!statusReadBack || answer.dataIsSound);
+    if (complete && arrival.exchange == exchange)
+        answered = true;
+
+    if (!answer.first.isEmpty())
+        socket.writeDatagram(answer.first, arrival.peer, arrival.peerPort);
+    if (statusReadBack && !answer.second.isEmpty())
+        socket.writeDatagram(answer.second, arrival.peer, arrival.peerPort);
+}
+
+QByteArray LinkResponder::Private::statusPayload(const Arrival &arrival) const
+{
+    return statusSource ? statusSource(arrival.statusReadBack()->which) : status;
+}
+
+int LinkResponder::Private::millisecondsToNextAnswer() const
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    qint64 wait = kLongestWait;
+    for (const LateAnswer &late : lateAnswers)
+        wait = std::min(wait, late.due - clock.elapsed());
+    return int(std::max(qint64(0), wait));
+}
+
+void LinkResponder::Private::sendAnswersDue(QUdpSocket &socket)
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    const qint64 now = clock.elapsed();
+    const auto isDue = [now](const LateAnswer &each) { return each.due <= now; };
+    for (const LateAnswer &late : lateAnswers) {
+        if (isDue(late))
+            answer(socket, late.arrival, Behaviour::Proper);
+    }
+    lateAnswers.erase(std::remove_if(lateAnswers.begin(), lateAnswers.end(), isDue),
+                      lateAnswers.end());
+}
+
+void LinkResponder::Private::forget()
+{
+    records.clear();
+    recordedBytes = 0;
+    dropped = 0;
+    lateAnswers.clear();
+    exchange = -1;
+    handledExchange = -1;
+}
+
+LinkResponder::LinkResponder(const QHostAddress &address, quint16 port)
+    : d(std::make_unique<Private>())
+{
+    d->address = address;
+    d->requestedPort = port;
+}
+
+LinkResponder::~LinkResponder()
+{
+    stop();
+}
+
+Expected<void> LinkResponder::start()
+{
+    if (d->thread.joinable())
+        return {};
+    {
+        const std::lock_guard<std::mutex> lock(d->mutex);
+        d->forget();
+    }
+    d->stopping = false;
+    d->clock.start();
+
+    std::promise<QString> started;
+    std::future<QString> outcome = started.get_future();
+    d->thread = std::thread([this, &started] { d->run(started); });
+    const QString error = outcome.get();
+    if (error.isEmpty())
+        return {};
+    d->thread.join();
+    return Refusal(error);
+}
+
+void LinkResponder::stop()
+{
+    if (!d->thread.joinable())
+        return;
+    d->stopping = true;
+    // The thread sleeps until a datagram comes in, so it is sent one. An address that means "any"
+    // cannot be sent to.
+    QHostAddress target = d->address;
+    if (target == QHostAddress(QHostAddress::AnyIPv6))
+        target = QHostAddress(QHostAddress::LocalHostIPv6);
+    else if (target == QHostAddress(QHostAddress::AnyIPv4)
+             || target == QHostAddress(QHostAddress::Any))
+        target = QHostAddress(QHostAddress::LocalHost);
+    QUdpSocket socket;
+    socket.setProxy(QNetworkProxy::NoProxy);
+    socket.writeDatagram(QByteArray(1, 0), target, port());
+    d->thread.join();
+}
+
+QHostAddress LinkResponder::address() const
+{
+    return d->address;
+}
+
+quint16 LinkResponder::port() const
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    return d->boundPort != 0 ? d->boundPort : d->requestedPort;
+}
+
+bool LinkResponder::setStatus(const QByteArray &payload)
+{
+    if (payload.size() > kMaximumStatusSize)
+        return false;
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    d->status = payload;
+    return true;
+}
+
+void LinkResponder::setStatusSource(std::function<QByteArray(int)> source)
+{
+    d->statusSource = std::move(source);
+}
+
+void LinkResponder::setCommandHandler(std::function<void(const DecodedCommand &)> handler)
+{
+    d->commandHandler = std::move(handler);
+}
+
+void LinkResponder::setDefaultBehaviour(Behaviour behaviour)
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    d->defaultBehaviour = behaviour;
+}
+
+void LinkResponder::setBehaviour(int exchange, Behaviour behaviour)
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    d->behaviours.insert(exchange, behaviour);
+}
+
+QVector<Reception> LinkResponder::receptions() const
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    return d->records;
+}
+
+QVector<QByteArray> LinkResponder::frames() const
+{
+    QVector<QByteArray> result;
+    const QVector<Reception> acknowledged = acknowledgedExchanges(receptions());
+    for (const Reception &reception : acknowledged)
+        result << reception.decoded.frame;
+    return result;
+}
+
+int LinkResponder::dropped() const
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    return d->dropped;
+}
+
+void LinkResponder::clear()
+{
+    const std::lock_guard<std::mutex> lock(d->mutex);
+    d->forget();
+    d->behaviours.clear();
+}
+
+bool LinkResponder::waitForReceptions(int count, int timeoutMs) const
+{
+    std::unique_lock<std::mutex> lock(d->mutex);
+    return d->received.wait_for(lock, std::chrono::milliseconds(timeoutMs), [this, count] {
+        return int(d->records.size()) + d->dropped >= count;
+    });
+}
+
+QVector<Reception> acknowledgedExchanges(const QVector<Reception> &receptions)
+{
+    QVector<Reception> result;
+    for (const Reception &reception : receptions) {
+        const bool known = !result.isEmpty() && result.last().exchange == reception.exchange;
+        if (reception.acknowledged && !known)
+            result << reception;
+    }
+    return result;
+}
+
+} // namespace virtualboard

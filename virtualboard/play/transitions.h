@@ -1,0 +1,42 @@
+/// \file
+/// The record of the changes of steps, and the times between them.
+#pragma once
+
+#include "virtualboard/play/playback.h"
+
+#include <QString>
+#include <QVector>
+
+#include <optional>
+
+namespace virtualboard {
+
+/// The time from the entry into the step that \a change leaves to the cause of \a change. It counts
+/// from when the step's first frames were sent, however late: no device could see the step before.
+/// So it is negative for a cause that came earlier than they.
+/// \param before the change before; null if it is not known
+/// \return nothing if \a change leaves no step, or \a before does not enter that step
+[[nodiscard]] std::optional<Duration> timeInStep(const Transition *before,
+                                                 const Transition &change);
+
+/// The changes of steps of a sequence, as a log that keeps the last ones.
+struct TransitionLog
+{
+    static constexpr int kCapacity = 48;
+    quint32 total = 0; ///< since the start of the sequence
+    QVector<Transition> last; ///< at most #kCapacity, oldest first
+
+    /// As above, for the change at \a index of `last`.
+    [[nodiscard]] std::optional<Duration> timeInStep(int index) const;
+};
+
+/// "start", "time", "trigger", "binary input", "stop", "ring", "limit".
+[[nodiscard]] const char *causeName(Cause cause);
+/// "idle", "armed", "running", "finished", "stopped".
+[[nodiscard]] const char *stateName(PlayState state);
+
+// How times are printed, whoever prints them: to the microsecond, without the unit.
+[[nodiscard]] QString secondsText(Duration time); ///< "1.030250"
+[[nodiscard]] QString millisecondsText(Duration time); ///< "30.250"
+
+} // namespace virtualboard

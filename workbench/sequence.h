@@ -1,0 +1,86 @@
+/// \file
+/// A state sequence as a protection engineer thinks of it.
+#pragma once
+
+#include "engine/lumtarengine.h"
+
+#include <QString>
+#include <QStringList>
+#include <QVector>
+
+#include <array>
+#include <chrono>
+#include <optional>
+
+namespace workbench {
+
+/// Setting of an analog output.
+struct SequenceOutput
+{
+    double amplitude = 0; ///< volts or amperes
+    double phase = 0; ///< degrees
+    std::optional<double> frequency; ///< Hz; else the nominal one
+    double phaseJump = 0; ///< degrees, when the step is entered
+};
+
+/// A step; another one that it goes to is given by its number.
+struct SequenceStep
+{
+    static constexpr int kBinaryOutputs = 4;
+    static constexpr int kAnalogOutputs = 16;
+
+    struct OnTrigger
+    {
+        int trigger = 1; ///< setting of the board
+        int goTo = 0;
+    };
+
+    QString name;
+    std::chrono::seconds time{0};
+    int onTimeout = 0;
+    std::optional<int> onBinaryInput;
+    std::optional<OnTrigger> onTrigger;
+    int conditionFlags = 0; ///< further ones, handed to the board as they are
+    int stepOption = 0; ///< as CStep::stepOption
+    std::array<bool, kBinaryOutputs> binaryOutputs = {};
+    /// In the order of outputNames(); those that are left out have amplitude 0.
+    std::array<std::optional<SequenceOutput>, kAnalogOutputs> outputs;
+};
+
+/// A state sequence with the settings that hold for all of its steps.
+struct Sequence
+{
+    enum class Resolution { Centivolt, Volt }; ///< a count is 0.01 V and 0.001 A, or 1 V and 1 A
+    struct Ratios
+    {
+        int voltage = 10; ///< a multiple of 10
+        int current = 1;
+    };
+    static constexpr int kEnd = 255; ///< a step that is never there: it ends the sequence
+
+    QString description;
+    int nominalFrequency = 50; ///< Hz
+    int samplesPerCycle = 80;
+    Resolution resolution = Resolution::Centivolt;
+    bool amplitudesArePeak = false; ///< else RMS
+    bool dualAD = false; ///< the second outputs mirror the first
+    std::optional<Ratios> ratios; ///< make primary values of secondary ones; else they are primary
+    QVector<SequenceStep> steps; ///< 1 to 5
+
+    [[nodiscard]] int samplesPerSecond() const { return samplesPerCycle * nominalFrequency; }
+    [[nodiscard]] QStringList names() const; ///< of the steps
+    /// The name of step \a number, "end", or the number itself.
+    [[nodiscard]] QString nameOf(int number) const;
+};
+
+/// Va1, Va2, Vb1, ... In2, as in CStep::outPara.
+[[nodiscard]] const QStringList &outputNames();
+[[nodiscard]] inline bool isCurrent(int output)
+{
+    return output >= 8;
+}
+
+/// Writes the settings and the steps into \a engine.
+void apply(const Sequence &sequence, LumtarEngine &engine);
+
+} // namespace workbench

@@ -1,0 +1,32 @@
+/// \file
+/// What a tester reads about a sequence: its steps, where it stands, how its steps have changed.
+/// Texts of several lines end each with a line break.
+#pragma once
+
+#include "virtualboard/board/boardstatus.h"
+#include "workbench/sequence.h"
+
+#include <QString>
+
+namespace workbench {
+
+/// A line for every step: its time, and where it goes.
+[[nodiscard]] QString stepTexts(const Sequence &sequence);
+
+/// The start command gives the sample interval in whole microseconds of a 50 Hz cycle; the
+/// configuration's streams count as many samples a second as the sequence asks for. A line about
+/// the difference, empty if there is none.
+[[nodiscard]] QString rateWarning(const Sequence &sequence);
+
+/// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames, active: none"
+[[nodiscard]] QString stateText(const virtualboard::PlayStatus &status, const Sequence &sequence);
+
+/// A table of the changes of steps; below it, for each binary input, the time that it took, which
+/// is what a test is made for.
+[[nodiscard]] QString changeTexts(const virtualboard::TransitionLog &log, const Sequence &sequence);
+
+/// What the board's last state says about problems and, of a live board that did not keep it well,
+/// about its time. Empty if there is nothing to tell.
+[[nodiscard]] QString concerns(const virtualboard::DecodedState &last);
+
+} // namespace workbench

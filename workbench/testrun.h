@@ -1,0 +1,58 @@
+/// \file
+/// A whole test on the board: read and check, load, execute, follow.
+#pragma once
+
+#include "configuration/testconfiguration.h"
+#include "virtualboard/board/boardstatus.h"
+#include "workbench/boardsession.h"
+#include "workbench/sequence.h"
+#include "workbench/transferprogress.h"
+
+#include <QString>
+
+#include <functional>
+
+namespace workbench {
+
+/// A test that has been read. It can be run if the configuration has no errors.
+struct PreparedTest
+{
+    QString sequencePath;
+    Sequence sequence;
+    testconfiguration::CheckedConfiguration configuration;
+};
+
+/// Reads both files.
+[[nodiscard]] Expected<PreparedTest> prepareTest(const QString &configPath,
+                                                 const QString &sequencePath);
+
+/// The run of a test over a session whose link is open.
+class TestRun
+{
+    Q_DISABLE_COPY(TestRun)
+
+public:
+    using ShowTransfer = std::function<void(const TransferProgress &, bool isNews)>;
+    using ShowState = std::function<void(const virtualboard::PlayStatus &, bool isNews)>;
+
+    /// Both must outlive the run. \a showTransfer is called with every datagram that is sent.
+    TestRun(BoardSession &session, const PreparedTest &test, ShowTransfer showTransfer);
+    ~TestRun() { m_session.onSending = nullptr; }
+
+    [[nodiscard]] Expected<void> load();
+    /// Sends the sequence and starts it.
+    [[nodiscard]] Expected<void> execute();
+    /// Reads the state of the board until the sequence has ended, and returns the last one. Fails
+    /// when the board does not play, or has no status that is understood.
+    [[nodiscard]] Expected<virtualboard::DecodedState> follow(const ShowState &showState);
+    /// The changes of steps so far.
+    [[nodiscard]] Expected<virtualboard::TransitionLog> readChanges();
+
+private:
+    BoardSession &m_session;
+    const PreparedTest &m_test;
+    TransferProgress m_progress;
+    ShowTransfer m_showTransfer;
+};
+
+} // namespace workbench
