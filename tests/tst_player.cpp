@@ -157,9 +157,9 @@ struct Sent
     {
         QByteArray t = bytes.mid(tAt, 8).toHex();
         for (int ms = 0; ms < 10; ++ms) {
-            constexpr qint64 second = 1000000000;
+            constexpr qint64 kSecond = 1000000000;
             const qint64 at = (kStart + ms * 1ms).time_since_epoch().count();
-            const auto wire = quint64(at / second << 24 | (at % second << 24) / second);
+            const auto wire = quint64(at / kSecond << 24 | (at % kSecond << 24) / kSecond);
             if (bytes.mid(tAt, 8) == be(wire, 7) + byte(0x2a))
                 t = QByteArray::number(ms);
         }
@@ -199,7 +199,7 @@ private:
     bool happens(const QStringList &input, Player &player) const
     {
         const WallTime time = kStart + Duration(qRound64(input[0].toDouble() * 1e6));
-        const QString event = input[1];
+        const QString &event = input[1];
         if (time <= m_instant && event == "S")
             player.stop(Cause::Stop);
         else if (time <= m_instant)
@@ -268,7 +268,9 @@ private slots:
         const auto svAt = [](int smpCnt, int data, int channels = 3) {
             return svPlaces(QByteArray(channels, 0), 0, 0, 4000, smpCnt, data);
         };
-        const QByteArray sv = svStream[0], goose = gooseStream[0], largest = svFrame(182);
+        const QByteArray &sv = svStream[0];
+        const QByteArray &goose = gooseStream[0];
+        const QByteArray largest = svFrame(182);
         QByteArray swapped = sv, reversed = goose;
         swapped[4] = 0x40;
         reversed[4] = 0;
@@ -435,11 +437,11 @@ private slots:
             float amplitude, scale, phase;
             int value;
         };
-        for (const Case &of :
-             {Case{0.5F, 1, 90, 1}, Case{0.5F, 1, -90, -1}, Case{2.5F, 1, 90, 3},
-              Case{0.4999F, 1, 90, 0}, Case{2.5F, -1, 90, -3}, Case{2147483520, 1, 90, 2147483520},
-              Case{2147483648.0F, 1, 90, kMost}, Case{1e30F, 1, -90, kLeast},
-              Case{3e38F, 1e-38F, 90, kMost}, Case{3e38F, 1e-38F, 0, 0}}) {
+        for (const Case &of : {Case{0.5F, 1, 90, 1}, Case{0.5F, 1, -90, -1}, Case{2.5F, 1, 90, 3},
+                               Case{0.4999F, 1, 90, 0}, Case{2.5F, -1, 90, -3},
+                               Case{2147483520.F, 1, 90, 2147483520},
+                               Case{2147483648.0F, 1, 90, kMost}, Case{1e30F, 1, -90, kLeast},
+                               Case{3e38F, 1e-38F, 90, kMost}, Case{3e38F, 1e-38F, 0, 0}}) {
             const Commands wave = {signal(0, 0, of.amplitude, 0, of.phase, of.scale)};
             QCOMPARE(Recording(svStream + endless + wave, 3).sv[2].value(0), of.value);
         }
