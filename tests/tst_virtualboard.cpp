@@ -10,7 +10,12 @@
 #include <QElapsedTimer>
 #include <QRandomGenerator>
 #include <QTest>
+#include <QThread>
 #include <QUdpSocket>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
 
 using namespace virtualboard;
 
@@ -387,6 +392,60 @@ private slots:
         board.stop();
         QVERIFY2(clock.elapsed() < 1000, "stopping takes too long");
         QVERIFY(second.start());
+    }
+
+    void retriesAreObeyedOnce()
+    {
+        // The same command from several clients at once; each has a port of its own.
+        struct Try
+        {
+            int client;
+            int at; ///< ms
+            const QByteArray *frame = &stop;
+        };
+        const QVector<Try> tries = {
+            {0, 0},    {1, 0},    {2, 0}, // the answer is lost, the board is slow, nothing is lost
+            {1, 100}, // while the handler is still busy
+            {2, 400}, // sent again by a client that has its answer
+            {0, 1500}, {3, 1500}, {3, 1600, &statusRead}, // another client's come in between
+            {0, 3000}, {3, 3100}, // third try; another command came before this
+            {0, 4500}, // nobody tries four times
+            {2, 3000}, // too late for a retry
+        };
+        const QVector<int> exchanges = {2, 1, 3, 3}; // by client
+        LinkResponder board(boardAddress, kBoardPort);
+        std::atomic<int> obeyed = 0;
+        board.setCommandHandler([&obeyed](const DecodedCommand &command) {
+            if (command.frame == stop && ++obeyed == 2)
+                QThread::msleep(300);
+        });
+        QCOMPARE(testsupport::failure(board.start()), QString());
+        std::array<QUdpSocket, 4> clients;
+        for (QUdpSocket &each : clients)
+            QVERIFY(each.bind(boardAddress, 0));
+        QVector<Try> ordered = tries;
+        std::stable_sort(ordered.begin(), ordered.end(),
+                         [](const Try &a, const Try &b) { return a.at < b.at; });
+        QElapsedTimer clock;
+        clock.start();
+        for (const Try &each : std::as_const(ordered)) {
+            QThread::msleep(ulong(qMax(qint64(0), each.at - clock.elapsed())));
+            clients[std::size_t(each.client)].writeDatagram(wrapped(*each.frame), boardAddress,
+                                                            kBoardPort);
+        }
+        QVERIFY(board.waitForReceptions(int(tries.size()), 5000));
+        QVector<int> begun(4);
+        QVector<int> answered;
+        for (QUdpSocket &each : clients)
+            answered << int(answers(each, 20).count(QLatin1Char('A')));
+        QCOMPARE(answered, QVector<int>({4, 2, 3, 3})); // every try
+        for (const Try &each : std::as_const(ordered)) {
+            const Reception reception = board.receptions().at(int(&each - ordered.constData()));
+            begun[each.client] += reception.attempt == 0 ? 1 : 0;
+        }
+        QCOMPARE(begun, exchanges);
+        QCOMPARE(obeyed.load(), 8); // and a status read
+        QCOMPARE(board.frames().size(), 9);
     }
 
     void recordIsBounded_data()

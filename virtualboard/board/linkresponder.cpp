@@ -7,12 +7,14 @@
 #include <QElapsedTimer>
 #include <QHash>
 #include <QNetworkProxy>
+#include <QSet>
 #include <QUdpSocket>
 #include <QtEndian>
 
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -25,6 +27,11 @@ namespace virtualboard {
 namespace {
 
 constexpr int kMaximumAttempts = 3;
+// A client waits 1500 ms for an acknowledgement before it tries again. Both ends may be late.
+constexpr qint64 kEarliestRetry = 1400; // ms after the try before
+constexpr qint64 kLatestRetry = 2000;
+constexpr std::size_t kMaximumClients = 32; ///< whose last exchange is known
+constexpr std::size_t kMaximumWaiting = 64; ///< datagrams read, but not looked at yet
 constexpr int kMaximumStatusSize = 60000;
 constexpr int kOversized = 2000;
 static_assert(kOversized > kPeerBufferSize, "more than the peer reads");
@@ -103,19 +110,59 @@ Answer answerOf(Behaviour::Kind kind, const QByteArray &status)
     return {ack, reply, true};
 }
 
+struct Client
+{
+    QHostAddress address;
+    quint16 port = 0;
+
+    bool operator==(const Client &other) const
+    {
+        return address == other.address && port == other.port;
+    }
+};
+
+/// A datagram as it was read from the socket.
+struct Incoming
+{
+    QByteArray datagram;
+    Client client;
+    quint64 number = 0; ///< counted from 1, in the order in which they came
+};
+
 /// One datagram on its way through the board.
 struct Arrival
 {
     int exchange = 0;
     int record = -1; ///< index of its record; -1 when the record was full
     DecodedCommand decoded;
-    QHostAddress peer;
-    quint16 peerPort = 0;
+    Client client;
 
     /// The command, if it asks for a data reply, else null.
     const StatusReadBackCommand *statusReadBack() const
     {
         return std::get_if<StatusReadBackCommand>(&decoded.command);
+    }
+};
+
+/// The exchange that goes on with a client, or the last one.
+struct Exchange
+{
+    Client client;
+    QByteArray datagram;
+    int number = 0;
+    int attempt = 0;
+    qint64 lastTry = 0; ///< ms since start
+    bool handled = false; ///< its command has been handed on
+    bool answered = false; ///< completely
+    quint64 lastBeforeAnswer = 0; ///< number of the last datagram that came before that
+
+    bool isRetriedBy(const Incoming &incoming, qint64 now) const
+    {
+        if (attempt + 1 >= kMaximumAttempts || incoming.datagram != datagram)
+            return false;
+        const qint64 pause = now - lastTry;
+        return !answered || incoming.number <= lastBeforeAnswer
+            || (pause >= kEarliestRetry && pause <= kLatestRetry);
     }
 };
 
@@ -147,18 +194,21 @@ struct LinkResponder::Private
     qint64 recordedBytes = 0;
     int dropped = 0;
     std::vector<LateAnswer> lateAnswers;
-    // The exchange that goes on, or the last one.
-    QByteArray lastDatagram;
-    int exchange = -1;
-    int attempt = 0;
-    bool answered = false;
-    int handledExchange = -1; ///< the last whose command was handed on
+    std::vector<Exchange> exchanges; ///< one for each client, the latest one last
+    int exchangeCount = 0;
+
+    // The thread's own.
+    std::deque<Incoming> waiting;
+    quint64 incomingCount = 0;
+    QByteArray buffer;
 
     void run(std::promise<QString> &started);
-    void receive(QUdpSocket &socket, QByteArray &buffer);
-    void count(const QByteArray &datagram);
+    void collect(QUdpSocket &socket);
+    void receive(QUdpSocket &socket, const Incoming &incoming);
+    const Exchange &count(const Incoming &incoming);
+    Exchange *find(int number);
     int record(const Reception &reception);
-    void react(QUdpSocket &socket, const Arrival &arrival);
+    void react(QUdpSocket &socket, const Arrival &arrival, int attempt);
     void answer(QUdpSocket &socket, const Arrival &arrival, Behaviour::Kind kind);
     QByteArray statusPayload(const Arrival &arrival) const;
     int millisecondsToNextAnswer() const;
@@ -183,54 +233,88 @@ void LinkResponder::Private::run(std::promise<QString> &started)
     }
     started.set_value({});
 
-    QByteArray buffer(kLargestDatagram, 0);
+    waiting.clear();
+    buffer = QByteArray(kLargestDatagram, 0);
     while (!stopping) {
-        socket.waitForReadyRead(millisecondsToNextAnswer());
-        while (!stopping && socket.hasPendingDatagrams())
-            receive(socket, buffer);
+        if (waiting.empty())
+            socket.waitForReadyRead(millisecondsToNextAnswer());
+        for (collect(socket); !stopping && !waiting.empty(); collect(socket)) {
+            const Incoming next = std::move(waiting.front());
+            waiting.pop_front();
+            receive(socket, next);
+        }
         sendAnswersDue(socket);
     }
 }
 
-void LinkResponder::Private::receive(QUdpSocket &socket, QByteArray &buffer)
+/// Takes over what the socket holds, as far as there is room.
+void LinkResponder::Private::collect(QUdpSocket &socket)
 {
-    Arrival arrival;
-    const qint64 size =
-        socket.readDatagram(buffer.data(), buffer.size(), &arrival.peer, &arrival.peerPort);
-    if (size < 0 || stopping)
-        return;
+    while (waiting.size() < kMaximumWaiting && socket.hasPendingDatagrams()) {
+        Incoming next;
+        const qint64 size = socket.readDatagram(buffer.data(), buffer.size(), &next.client.address,
+                                                &next.client.port);
+        if (size < 0)
+            return;
+        next.datagram = buffer.left(int(size));
+        next.number = ++incomingCount;
+        waiting.push_back(std::move(next));
+    }
+}
+
+void LinkResponder::Private::receive(QUdpSocket &socket, const Incoming &incoming)
+{
     Reception reception;
-    reception.datagram = buffer.left(int(size));
+    reception.datagram = incoming.datagram;
     const Envelope envelope = openEnvelope(reception.datagram);
     reception.problems = envelope.problems;
     const bool isSound = envelope.problems.isEmpty();
     if (isSound)
         reception.decoded = decodeCommand(envelope.frame);
-    arrival.decoded = reception.decoded;
 
     // The lock is held until the record says how the datagram was answered, so that a peer that
     // has its answer finds the record complete.
     const std::lock_guard<std::mutex> lock(mutex);
-    count(reception.datagram);
-    arrival.exchange = exchange;
-    arrival.record = record(reception);
+    const Exchange &exchange = count(incoming);
+    reception.exchange = exchange.number;
+    reception.attempt = exchange.attempt;
+    const int index = record(reception);
     if (isSound)
-        react(socket, arrival);
+        react(socket, {reception.exchange, index, reception.decoded, incoming.client},
+              reception.attempt);
     received.notify_all();
 }
 
-void LinkResponder::Private::count(const QByteArray &datagram)
+/// The exchange that the datagram is part of.
+const Exchange &LinkResponder::Private::count(const Incoming &incoming)
 {
-    const bool retry =
-        exchange >= 0 && !answered && attempt + 1 < kMaximumAttempts && datagram == lastDatagram;
-    if (retry) {
-        ++attempt;
-        return;
+    const auto known = std::find_if(exchanges.begin(), exchanges.end(), [&](const Exchange &each) {
+        return each.client == incoming.client;
+    });
+    Exchange next;
+    if (known != exchanges.end() && known->isRetriedBy(incoming, clock.elapsed())) {
+        next = *known;
+        ++next.attempt;
+    } else {
+        next.client = incoming.client;
+        next.datagram = incoming.datagram;
+        next.number = exchangeCount++;
     }
-    ++exchange;
-    attempt = 0;
-    answered = false;
-    lastDatagram = datagram;
+    next.lastTry = clock.elapsed();
+    if (known != exchanges.end())
+        exchanges.erase(known);
+    else if (exchanges.size() == kMaximumClients)
+        exchanges.erase(exchanges.begin());
+    exchanges.push_back(next);
+    return exchanges.back();
+}
+
+/// Null if its client has begun another, or has been forgotten.
+Exchange *LinkResponder::Private::find(int number)
+{
+    const auto found = std::find_if(exchanges.begin(), exchanges.end(),
+                                    [=](const Exchange &each) { return each.number == number; });
+    return found == exchanges.end() ? nullptr : &*found;
 }
 
 int LinkResponder::Private::record(const Reception &reception)
@@ -242,15 +326,13 @@ int LinkResponder::Private::record(const Reception &reception)
     }
     recordedBytes += bytes;
     records << reception;
-    records.last().exchange = exchange;
-    records.last().attempt = attempt;
     records.last().msecsSinceStart = clock.elapsed();
     return int(records.size()) - 1;
 }
 
-void LinkResponder::Private::react(QUdpSocket &socket, const Arrival &arrival)
+void LinkResponder::Private::react(QUdpSocket &socket, const Arrival &arrival, int attempt)
 {
-    const Behaviour behaviour = behaviours.value(exchange, defaultBehaviour);
+    const Behaviour behaviour = behaviours.value(arrival.exchange, defaultBehaviour);
     switch (behaviour.kind) {
     case Behaviour::LoseFirst:
         if (attempt >= behaviour.count)
@@ -272,18 +354,23 @@ void LinkResponder::Private::answer(QUdpSocket &socket, const Arrival &arrival,
     const Answer answer = answerOf(kind, statusReadBack ? statusPayload(arrival) : QByteArray());
     if (answer.acknowledges && arrival.record >= 0)
         records[arrival.record].acknowledged = true;
-    if (answer.acknowledges && commandHandler && handledExchange != arrival.exchange) {
-        handledExchange = arrival.exchange;
+    Exchange *const exchange = find(arrival.exchange);
+    if (answer.acknowledges && commandHandler && !(exchange && exchange->handled))
         commandHandler(arrival.decoded);
+    if (exchange && answer.acknowledges)
+        exchange->handled = true;
+    if (exchange && answer.acknowledges && (!statusReadBack || answer.dataIsSound)) {
+        // What is here before the answer has gone out, was sent by somebody who did not have it.
+        collect(socket);
+        exchange->answered = true;
+        exchange->lastBeforeAnswer = incomingCount;
     }
-    const bool complete = answer.acknowledges && (!statusReadBack || answer.dataIsSound);
-    if (complete && arrival.exchange == exchange)
-        answered = true;
 
+    const Client &client = arrival.client;
     if (!answer.first.isEmpty())
-        socket.writeDatagram(answer.first, arrival.peer, arrival.peerPort);
+        socket.writeDatagram(answer.first, client.address, client.port);
     if (statusReadBack && !answer.second.isEmpty())
-        socket.writeDatagram(answer.second, arrival.peer, arrival.peerPort);
+        socket.writeDatagram(answer.second, client.address, client.port);
 }
 
 QByteArray LinkResponder::Private::statusPayload(const Arrival &arrival) const
@@ -319,8 +406,8 @@ void LinkResponder::Private::forget()
     recordedBytes = 0;
     dropped = 0;
     lateAnswers.clear();
-    exchange = -1;
-    handledExchange = -1;
+    exchanges.clear();
+    exchangeCount = 0;
 }
 
 LinkResponder::LinkResponder(const QHostAddress &address, quint16 port)
@@ -456,10 +543,12 @@ bool LinkResponder::waitForReceptions(int count, int timeoutMs) const
 QVector<Reception> acknowledgedExchanges(const QVector<Reception> &receptions)
 {
     QVector<Reception> result;
+    QSet<int> known; // those of two clients may be mixed
     for (const Reception &reception : receptions) {
-        const bool known = !result.isEmpty() && result.last().exchange == reception.exchange;
-        if (reception.acknowledged && !known)
+        if (reception.acknowledged && !known.contains(reception.exchange)) {
+            known.insert(reception.exchange);
             result << reception;
+        }
     }
     return result;
 }

@@ -59,8 +59,11 @@ struct Reception
 /// a datagram with a damaged envelope is recorded and not answered.
 ///
 /// A new exchange begins with every datagram that is not a retry. A retry has the same bytes as the
-/// datagram before it, whose exchange has not been answered completely; as a sender tries three
-/// times, a fourth such datagram begins a new exchange.
+/// datagram before it from the same address and port, and one of these holds: that was not answered
+/// completely; the retry had come in before the answer went out; or it comes 1.4 to 2.0 s later, as
+/// from a sender that has waited its 1.5 s in vain because the answer was lost. A sender that has
+/// its answer may send the same command again at any other time, and it is a new one. As a sender
+/// tries three times, a fourth such datagram begins a new exchange.
 ///
 /// At most #kMaximumRecords datagrams, in about #kMaximumBytes with what was decoded, are kept;
 /// later ones are answered and counted, but not recorded. All operations may be called from any
