@@ -3,6 +3,7 @@
 
 #include "tests/testsupport.h"
 
+#include "configuration/suggestion.h"
 #include "configuration/testconfiguration.h"
 
 #include <QJsonArray>
@@ -75,6 +76,8 @@ class TestCheck : public QObject
     Q_OBJECT
 
 private slots:
+    void suggests_data();
+    void suggests();
     void tellsProblems_data();
     void tellsProblems();
     void refusesUnreadableFiles();
@@ -101,6 +104,28 @@ void TestCheck::lumtarctl(const QStringList &arguments)
         : -1;
     m_output = process.readAllStandardOutput();
     m_errors = QString::fromLocal8Bit(process.readAllStandardError());
+}
+
+void TestCheck::suggests_data()
+{
+    addRows(R"(
+        letter for digit | Ial   | Va1 Ia1 Ib1     | Ia1
+        case             | IA1   | Va1 Ia1         | Ia1
+        too short        | Ia    | Va1 Ia1 Ia2     | Ia1
+        another phase    | ib1   | Va1 Ia1 Ib1     | Ib1
+        letters swapped  | wacth | match wait watch | watch
+        letter missing   | wath  | board watch     | watch
+        longer word      | onTimout | onTimeout time | onTimeout
+        nothing like it  | Sync  | Va1 Ia1         |
+        three changes    | baard | watch           |
+        one letter       | I     | Ia1 V           |
+        nothing          |       | a b             |)");
+}
+
+void TestCheck::suggests()
+{
+    QFETCH(QStringList, row);
+    QCOMPARE(suggestion::nearest(row[1], row[2].split(QLatin1Char(' '))), row[3]);
 }
 
 void TestCheck::tellsProblems_data()
