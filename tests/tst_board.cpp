@@ -213,8 +213,9 @@ void TestBoard::obeys()
     const TransitionLog log = decodeLog(readStatus(engine, LogStatus)).value();
     VERIFY_MATCH((QString::number(log.total) + ": " + text(log.last)).trimmed(), row[4]);
     QCOMPARE(int(log.last.size()), int(qMin(log.total, 48U)));
+    QCOMPARE(log.start, state.start);
     for (const int which : {2, 255})
-        COMPARE_BYTES(readStatus(engine, which).left(5), bytes("'LVB' 02 00"));
+        COMPARE_BYTES(readStatus(engine, which).left(5), bytes("'LVB' 03 00"));
     board.stop();
     QCOMPARE(board.state(), status.state == PlayState::Running ? PlayState::Stopped : status.state);
     QStringList begins;
@@ -223,6 +224,7 @@ void TestBoard::obeys()
             begins << milliseconds(each.time.time_since_epoch());
     }
     VERIFY_MATCH(begins.join(' '), row[5]);
+    QCOMPARE(int(state.start), begins.size());
     QCOMPARE(notices.load(), row[6].toInt());
     QCOMPARE(int(state.problems), row[6].toInt());
 }

@@ -136,6 +136,8 @@ private slots:
     void inputs();
     void commands();
     void interfacesFail();
+    void disturbances();
+    void lostMessages();
     void defaultRoutes();
     void closedLoop();
 };
@@ -346,6 +348,7 @@ void LiveTest::interfacesFail()
     QTest::qWait(400);
     board->stop();
     QVERIFY(board->status().punctuality.sendFailures > failures + 800);
+    QCOMPARE(int(board->log().last.last().disturbances & FramesRefused), int(FramesRefused));
 
     QStringList reports = board.report();
     quint64 reported = 0;
@@ -366,6 +369,52 @@ void LiveTest::interfacesFail()
                             "Interface board1: N frames were not sent.\n"
                             "Interface board1 does not take all frames: Message too long.\n"
                             "Interface board1: N frames were not sent."));
+}
+
+/// Each step's disturbances are told by the change that ends it, and by no other.
+void LiveTest::disturbances()
+{
+    Board board;
+    // Prefault, then three steps of which only the second is disturbed.
+    board->start(program({1, 0, {300, 300, 300, 300}}));
+    QTRY_COMPARE_WITH_TIMEOUT(int(board->status().step), 1, 5000);
+    QTest::qWait(50);
+    const QString stall = QStringLiteral("kill -STOP %1; sleep 0.1; kill -CONT %1").arg(getpid());
+    QVERIFY(QProcess::startDetached(QStringLiteral("sh"), {QStringLiteral("-c"), stall}));
+    QVERIFY(board.waitForEnd());
+    const auto changes = board->log().last;
+    QCOMPARE(changes.size(), 5);
+    QCOMPARE(int(changes[2].disturbances), int(SentLate));
+    for (const Transition &each : changes)
+        QCOMPARE(each.disturbances & (FramesRefused | InputsLost), 0);
+}
+
+/// A message is handed on only when those that the system dropped before it have been counted.
+void LiveTest::lostMessages()
+{
+    constexpr int kFlood = 5000;
+    Wire wire("far1");
+    const auto opened = PacketPorts::open({"board1"});
+    QVERIFY(opened);
+    PacketPorts &ports = **opened;
+    const QByteArray frame = gooseFrame(kDeviceAppId, true);
+    const auto received = [&](int count) {
+        for (int i = 0; i < count; ++i)
+            wire.inject(frame);
+        int result = 0, before = -1;
+        while (std::exchange(before, result) != result)
+            ports.receive(100, [&](auto, auto, auto) { ++result; });
+        return result;
+    };
+    QCOMPARE(received(10), 10);
+    QCOMPARE(ports.losses(), quint64(0));
+    int sum = received(kFlood);
+    QVERIFY(sum < kFlood);
+    QCOMPARE(received(1), 1);
+    QCOMPARE(ports.losses(), quint64(kFlood - sum));
+    sum += received(kFlood); // lost at the end: only the check tells
+    QVERIFY(!ports.check().isEmpty());
+    QCOMPARE(ports.losses(), quint64(2 * kFlood - sum));
 }
 
 /// The network of the default route is found whatever the route looks like, and however the
@@ -456,6 +505,8 @@ void LiveTest::closedLoop()
     const Duration seen = trip->time - fault->time;
     qInfo("trip time logged: %lld us, on the wire: %lld us, from a frame %lld us late",
           qlonglong(logged / 1us), qlonglong(seen / 1us), qlonglong(changes[1].lateness / 1us));
+    // The stall spoils the time in the fault, since the frames came in a burst then.
+    QCOMPARE(int(changes[2].disturbances & SentLate), int(SentLate));
     QVERIFY(seen >= 20ms && std::chrono::abs(logged - seen) <= kInterval);
 
     board.close();

@@ -240,18 +240,19 @@ void TestLumtarctl::readsPayloadsOfItsLayoutOnly_data()
     // fault | which | offset of the bytes that are other, hexadecimal
     addRows(R"(
         another board           | 0 | 0  | 4d
-        another version         | 0 | 3  | 01
+        another version         | 0 | 3  | 02
         no such state           | 0 | 4  | 05
         no such current step    | 0 | 5  | 05
         time beyond 64 bits     | 0 | 8  | ff ff ff ff ff ff ff 7f
         another board's log     | 1 | 1  | 4d
+        unknown disturbance     | 1 | 19 | 08
         more records than sent  | 1 | 4  | 05 00 00 00 05
         more records than total | 1 | 4  | 03
         records too small       | 1 | 10 | 00
-        no such step            | 1 | 13 | 05
-        no such cause           | 1 | 14 | 07
-        channel of a start      | 1 | 16 | 00 00
-        no such logic channel   | 1 | 80 | 00 01
+        no such step            | 1 | 17 | 05
+        no such cause           | 1 | 18 | 07
+        channel of a start      | 1 | 20 | 00 00
+        no such logic channel   | 1 | 84 | 00 01
         )");
 }
 
@@ -260,18 +261,21 @@ void TestLumtarctl::readsPayloadsOfItsLayoutOnly()
     PlayStatus status = stateAt(PlayState::Running, 1, 20, 1020);
     status.activeChannels = {1, 0, 0, 0x8000000000000000U};
     status.punctuality = {3, 2, 1us, 4us, 250us};
-    const QByteArray state = encodeState(status, 7);
+    const QByteArray state = encodeState(status, 7, 9);
     COMPARE_BYTES(state,
-                  bytes("'LVB' 02 02 01 0000 002d310100*4 00f7cb3c00*4 e01f00*6 0100*30 80 07000000"
-                        "00000000 e80300*6 a00f00*6 90d00300*5 0300*7 0200*7"));
-    const QByteArray log = encodeLog(exampleLog());
-    COMPARE_BYTES(log.left(12), bytes("'LVB' 02 04000000 0400 2000"));
-    COMPARE_BYTES(log.mid(76, 32), bytes("01 02 03 00 ff00 0000 00*8 808d643d00*4 105e683d00*4"));
-    QCOMPARE(encodeState(decodeState(state + '\x55')->status, 7), state);
+                  bytes("'LVB' 03 02 01 0000 002d310100*4 00f7cb3c00*4 e01f00*6 0100*30 80 07000000"
+                        "09000000 e80300*6 a00f00*6 90d00300*5 0300*7 0200*7"));
+    TransitionLog changes = exampleLog();
+    changes.start = 12;
+    changes.last[2].disturbances = FramesRefused;
+    const QByteArray log = encodeLog(changes);
+    COMPARE_BYTES(log.left(16), bytes("'LVB' 03 04000000 0400 2000 0c000000"));
+    COMPARE_BYTES(log.mid(80, 32), bytes("01 02 03 02 ff00 0000 00*8 808d643d00*4 105e683d00*4"));
+    QCOMPARE(encodeState(decodeState(state + '\x55')->status, 7, 9), state);
     QCOMPARE(encodeLog(decodeLog(log + '\x55').value()), log);
     for (const int count : {48, 49})
-        QCOMPARE(decodeLog(bytes("'LVB' 02 ff000000") + char(count) + bytes("00 2000")
-                           + log.mid(12, 32).repeated(count))
+        QCOMPARE(decodeLog(bytes("'LVB' 03 ff000000") + char(count) + bytes("00 2000 00*4")
+                           + log.mid(16, 32).repeated(count))
                      .has_value(),
                  count == 48);
 

@@ -19,6 +19,8 @@ class TestTransitions : public QObject
 private slots:
     void oneNumber_data();
     void oneNumber();
+    void doubts_data();
+    void doubts();
 };
 
 /// The last change of each row is the one that is timed.
@@ -69,6 +71,42 @@ void TestTransitions::oneNumber()
     const QString row =
         playedReport({}, read).split('\n').filter(causeName(log.last[last].cause))[0];
     QCOMPARE(row.simplified().split(' ')[3], milliseconds);
+}
+
+void TestTransitions::doubts_data()
+{
+    QTest::addColumn<int>("disturbances"); // of the change out of the step
+    QTest::addColumn<QString>("why");
+    QTest::newRow("none") << 0 << "";
+    QTest::newRow("late") << 1 << "sent late";
+    QTest::newRow("refused") << 2 << "frames refused";
+    QTest::newRow("lost") << 4 << "inputs lost";
+    QTest::newRow("all") << 7 << "sent late, frames refused, inputs lost";
+}
+
+/// What disturbed the steps before is no reason to doubt this one, nor is a step that is not timed.
+void TestTransitions::doubts()
+{
+    QFETCH(int, disturbances);
+    QFETCH(QString, why);
+    const TransitionLog log = {
+        3,
+        {{kNoStep, 0, Cause::Start, kNoChannel, 0s, 0s, 0s, 7},
+         {0, 1, Cause::Time, kNoChannel, 1s, 1s, 0s, 7},
+         {1, 2, Cause::BinaryInput, 7, 1030ms, 1030ms, 0s, quint8(disturbances)}},
+        5};
+    const TransitionLog read = decodeLog(encodeLog(log)).value();
+    QCOMPARE(read.start, 5U);
+    const auto mark = decodeMark(encodeMark(StepMark{log.last[2], {}}));
+    QCOMPARE(int(std::get<StepMark>(mark.value()).transition.disturbances), disturbances);
+    for (const TransitionLog &each : {log, read}) {
+        QCOMPARE(each.whyDoubtful(0), QString());
+        QCOMPARE(each.whyDoubtful(1), QStringLiteral("sent late, frames refused, inputs lost"));
+        QCOMPARE(each.whyDoubtful(2), why);
+    }
+    const QString row = playedReport({}, read).split('\n').filter("binary input")[0];
+    QVERIFY(row.contains("doubtful: " + why) || why.isEmpty());
+    QCOMPARE(row.contains("doubtful"), !why.isEmpty());
 }
 
 QTEST_GUILESS_MAIN(TestTransitions)

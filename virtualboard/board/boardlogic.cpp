@@ -41,6 +41,7 @@ void BoardLogic::start()
     const QString fault = m_program.whyNotPlayable();
     m_played = fault.isEmpty(); // else nobody shall take the last sequence for this one
     if (m_played) {
+        ++m_starts;
         m_performer.start(m_program);
     } else {
         m_performer.stop();
@@ -70,8 +71,11 @@ PlayState BoardLogic::state() const
 
 QByteArray BoardLogic::status(int which)
 {
-    if (which == LogStatus)
-        return encodeLog(m_played ? m_performer.log() : TransitionLog());
+    if (which == LogStatus) {
+        TransitionLog log = m_played ? m_performer.log() : TransitionLog();
+        log.start = m_starts;
+        return encodeLog(log);
+    }
     if (which != StateStatus)
         return encodeNothing();
     PlayStatus status;
@@ -79,7 +83,7 @@ QByteArray BoardLogic::status(int which)
         status = m_performer.status();
     else
         status.state = m_playable ? PlayState::Armed : PlayState::Idle;
-    return encodeState(status, m_reports.count());
+    return encodeState(status, m_reports.count(), m_starts);
 }
 
 } // namespace virtualboard

@@ -61,6 +61,7 @@ private:
     Performer &m_performer;
     NoticeCounter &m_reports;
     TestProgram m_program;
+    quint32 m_starts = 0; ///< obeyed, since the board was switched on
     std::atomic<bool> m_started = false;
     std::atomic<bool> m_stopped = false;
     std::atomic<bool> m_playable = false;

@@ -449,13 +449,15 @@ QString changeTable(const TransitionLog &log)
 {
     TextTable table({QStringLiteral(">Time / s"), QStringLiteral(">Left"),
                      QStringLiteral(">Entered"), QStringLiteral(">In the step / ms"),
-                     QStringLiteral("Cause")});
+                     QStringLiteral("Cause"), QString()});
     for (int i = 0; i < log.last.size(); ++i) {
         const Transition &change = log.last[i];
         const std::optional<Duration> inStep = log.timeInStep(i);
+        const QString doubt = log.whyDoubtful(i);
         table.addRow({secondsText(change.causeTime), stepText(change.left),
                       stepText(change.entered), inStep ? millisecondsText(*inStep) : missing,
-                      causeText(change)});
+                      causeText(change),
+                      doubt.isEmpty() ? QString() : QStringLiteral("doubtful: ") + doubt});
     }
     return table.toString();
 }

@@ -9,10 +9,10 @@ namespace virtualboard {
 
 namespace {
 
-const QByteArray signature = QByteArrayLiteral("LVB\x02"); // the last byte is the version
+const QByteArray signature = QByteArrayLiteral("LVB\x03"); // the last byte is the version
 
 constexpr int kStateSize = 112;
-constexpr int kLogHeadSize = 12;
+constexpr int kLogHeadSize = 16;
 constexpr int kRecordSize = 32;
 constexpr int kLargestPayload = 1591; ///< of a data reply that fits a datagram of the link
 static_assert(kLogHeadSize + TransitionLog::kCapacity * kRecordSize <= kLargestPayload);
@@ -60,6 +60,13 @@ public:
         return Enumerator(check(next<quint8>(), quint8(last)));
     }
 
+    quint8 flags(quint8 known)
+    {
+        const auto set = next<quint8>();
+        m_inRange = m_inRange && (set & ~known) == 0;
+        return set;
+    }
+
     quint16 channelOf(Cause cause)
     {
         const auto channel = next<quint16>();
@@ -96,7 +103,7 @@ Transition readTransition(Fields &in)
     transition.left = in.step();
     transition.entered = in.step();
     transition.cause = in.oneOf(Cause::Limit);
-    (void)in.next<quint8>();
+    transition.disturbances = in.flags(kDisturbances);
     transition.channel = in.channelOf(transition.cause);
     (void)in.next<quint16>();
     transition.lateness = in.time();
@@ -107,7 +114,7 @@ Transition readTransition(Fields &in)
 
 } // namespace
 
-QByteArray encodeState(const PlayStatus &status, quint32 problems)
+QByteArray encodeState(const PlayStatus &status, quint32 problems, quint32 start)
 {
     QByteArray payload = signature;
     append(payload, quint8(status.state));
@@ -119,7 +126,7 @@ QByteArray encodeState(const PlayStatus &status, quint32 problems)
     for (const quint64 word : status.activeChannels)
         append(payload, word);
     append(payload, problems);
-    append(payload, quint32(0));
+    append(payload, start);
     append(payload, status.punctuality.latenessP50);
     append(payload, status.punctuality.latenessP99);
     append(payload, status.punctuality.latenessMax);
@@ -136,11 +143,12 @@ QByteArray encodeLog(const TransitionLog &log)
     append(payload, log.total);
     append(payload, quint16(last.size()));
     append(payload, quint16(kRecordSize));
+    append(payload, log.start);
     for (const Transition &each : last) {
         append(payload, each.left);
         append(payload, each.entered);
         append(payload, quint8(each.cause));
-        append(payload, quint8(0));
+        append(payload, each.disturbances);
         append(payload, each.cause == Cause::BinaryInput ? each.channel : kNoChannel);
         append(payload, quint16(0));
         append(payload, each.lateness);
@@ -171,7 +179,7 @@ std::optional<DecodedState> decodeState(const QByteArray &payload)
     for (quint64 &word : status.activeChannels)
         word = in.next<quint64>();
     decoded.problems = in.next<quint32>();
-    (void)in.next<quint32>();
+    decoded.start = in.next<quint32>();
     status.punctuality.latenessP50 = in.time();
     status.punctuality.latenessP99 = in.time();
     status.punctuality.latenessMax = in.time();
@@ -191,6 +199,7 @@ std::optional<TransitionLog> decodeLog(const QByteArray &payload)
     log.total = head.next<quint32>();
     const int count = head.next<quint16>();
     const int size = head.next<quint16>(); // a later board may have more in a record
+    log.start = head.next<quint32>();
     if (count > TransitionLog::kCapacity || quint32(count) > log.total || size < kRecordSize
         || payload.size() < kLogHeadSize + count * size)
         return std::nullopt;

@@ -13,7 +13,9 @@ namespace virtualboard {
 enum StatusKind { StateStatus = 0, LogStatus = 1 };
 
 /// \param problems number of problems reported
-[[nodiscard]] QByteArray encodeState(const PlayStatus &status, quint32 problems);
+/// \param start number of the last start that was obeyed, from 1 since the board was switched on;
+///              0: none was
+[[nodiscard]] QByteArray encodeState(const PlayStatus &status, quint32 problems, quint32 start = 0);
 [[nodiscard]] QByteArray encodeLog(const TransitionLog &log);
 /// The payload for a `which` that means nothing.
 [[nodiscard]] QByteArray encodeNothing();
@@ -22,6 +24,7 @@ struct DecodedState
 {
     PlayStatus status;
     quint32 problems = 0;
+    quint32 start = 0;
 };
 
 /// Nothing if the payload is of another board or version, too short, or has values out of range.

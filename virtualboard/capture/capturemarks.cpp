@@ -81,6 +81,9 @@ QByteArray encode(const StepMark &mark)
     members.append({QStringLiteral("entry"), Seconds(change.entryTime).count()});
     if (change.lateness != 0ns)
         members.append({QStringLiteral("late"), Seconds(change.lateness).count()});
+    if (change.disturbances != 0)
+        members.append({QStringLiteral("disturbed"),
+                        QJsonArray::fromStringList(disturbanceNames(change.disturbances))});
     QJsonArray scale;
     for (const float factor : mark.scale)
         scale.append(plain(factor));
@@ -122,6 +125,18 @@ bool readCause(const QJsonValue &value, Cause *cause)
             return true;
     }
     return false;
+}
+
+bool readDisturbances(const QJsonValue &value, quint8 *disturbances)
+{
+    QStringList names = disturbanceNames(kDisturbances);
+    for (const QJsonValue each : value.toArray()) {
+        const int bit = int(names.indexOf(each.toString()));
+        if (bit < 0)
+            return false;
+        *disturbances |= quint8(1U << bit);
+    }
+    return value.isUndefined() || value.isArray();
 }
 
 bool readScale(const QJsonValue &value, std::array<float, kAnalogChannels> *scale)
@@ -167,6 +182,7 @@ std::optional<Mark> readStepMark(const QJsonObject &object)
         || !readTime(object[QLatin1String("entry")], &change.entryTime)
         || (object.contains(QLatin1String("late"))
             && !readTime(object[QLatin1String("late")], &change.lateness))
+        || !readDisturbances(object[QLatin1String("disturbed")], &change.disturbances)
         || !readScale(object[QLatin1String("scale")], &mark.scale))
         return std::nullopt;
     if (change.cause == Cause::BinaryInput) {

@@ -96,7 +96,8 @@ void LiveInputs::run()
             const std::lock_guard lock(m_mutex);
             m_inputs.expire(now);
             reports << m_inputs.takeReports();
-            if (const quint64 lost = std::exchange(m_lost, 0))
+            const quint64 losses = m_losses;
+            if (const quint64 lost = losses - std::exchange(m_reportedLosses, losses); lost > 0)
                 reports << QStringLiteral("%1 inputs were lost, too many came at once.").arg(lost);
         }
         for (const QString &line : std::as_const(reports))
@@ -118,7 +119,7 @@ void LiveInputs::take(const Message &message)
     const auto events = m_inputs.take(message.time, message.port, message.frame);
     for (const InputAt<MonotonicTime> &event : events) {
         if (m_playing && !m_events.try_enqueue(event))
-            ++m_lost;
+            ++m_losses;
     }
 }
 

@@ -43,6 +43,11 @@ public:
 
     /// Of the sequence.
     LiveInputQueue &events() { return m_events; }
+    /// Inputs that found the queue full, and GOOSE messages that the system dropped, since
+    /// construction; for any thread. Counts a loss before any input that came after it is queued.
+    quint64 losses() const { return m_losses.load() + m_ports.losses(); }
+    /// Counts and reports an input that was lost on another way to the player; for any thread.
+    void countLoss() { ++m_losses; }
     /// To set how it is scheduled.
     std::thread &thread() { return m_thread; }
 
@@ -69,10 +74,11 @@ private:
     QVector<SubscriptionCommand> m_subscriptions;
     DeviceInputs<MonotonicTime> m_inputs{{}};
     bool m_playing = false;
-    quint64 m_lost = 0; ///< events that found the queue full, not yet reported
+    quint64 m_reportedLosses = 0; ///< of m_losses
     MonotonicTime m_lastTime;
     QMap<QByteArray, Message> m_lastMessages; ///< by port, addresses, EtherType and APPID
 
+    std::atomic<quint64> m_losses = 0; ///< all but those of the interfaces
     std::atomic<bool> m_stopping = false;
     std::thread m_thread;
 };

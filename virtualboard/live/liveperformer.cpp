@@ -35,17 +35,30 @@ WallTime alignedStart(WallTime earliest, Duration interval)
 
 /// Onto the wire, then into the capture, with the time at which it was sent. What an instant's
 /// changes of steps were late by is known only when its frames are out; their marks stand in front
-/// of them nevertheless.
+/// of them nevertheless. Also watches what disturbs the time between the changes.
 class LiveSink : public FrameSink
 {
 public:
-    LiveSink(PacketPorts &ports, LiveCapture *capture)
+    LiveSink(PacketPorts &ports, const LiveInputs &inputs, LiveCapture *capture)
         : m_ports(ports)
+        , m_inputs(inputs)
         , m_capture(capture)
     { }
 
     /// A sequence begins.
-    void keepTime(ClockOffset offset) { m_offset = offset; }
+    void beginSequence(ClockOffset offset, Duration interval)
+    {
+        m_offset = offset;
+        m_interval = interval;
+        m_failures = m_ports.failures();
+        m_losses = m_inputs.losses();
+        m_disturbances = 0;
+    }
+    void beginInstant()
+    {
+        m_lateness.reset();
+        m_changeCount = 0;
+    }
     void publish(WallTime time, const OutgoingFrame *frames, int count) override
     {
         m_ports.publish(time, frames, count);
@@ -57,31 +70,54 @@ public:
     {
         m_changes[m_changeCount++] = transition;
     }
-    /// By how much the frames of the instant that is over were late; if it had none, it is over
-    /// now.
-    Duration takeLateness(WallTime instant)
+    /// By how much the frames of the instant were late; if it had none, it is over now.
+    Duration endInstant(WallTime instant)
     {
         if (!m_lateness)
             conclude(instant);
-        return *std::exchange(m_lateness, std::nullopt);
+        return *m_lateness;
     }
+    /// Those of the instant that is over, with what the player does not know of them.
+    const Transition *changes() const { return m_changes.data(); }
+    int changeCount() const { return int(m_changeCount); }
 
 private:
     MonotonicTime conclude(WallTime instant)
     {
         const MonotonicTime now = MonotonicClock::now();
         m_lateness = now - m_offset.monotonic(instant);
-        for (std::size_t i = 0; m_capture && i < m_changeCount; ++i) {
+        const quint8 disturbances = disturbancesOfInstant();
+        for (std::size_t i = 0; i < m_changeCount; ++i) {
             m_changes[i].lateness = *m_lateness;
-            m_capture->note(now, m_changes[i]);
+            // Inputs that are known to be lost by now may be older than the change.
+            m_changes[i].disturbances = m_disturbances | (disturbances & InputsLost);
+            m_disturbances = disturbances;
+            if (m_capture)
+                m_capture->note(now, m_changes[i]);
         }
-        m_changeCount = 0;
+        m_disturbances |= disturbances;
         return now;
+    }
+    quint8 disturbancesOfInstant()
+    {
+        quint8 result = *m_lateness > m_interval ? SentLate : 0;
+        if (m_failures != m_ports.failures())
+            result |= FramesRefused;
+        if (m_losses != m_inputs.losses())
+            result |= InputsLost;
+        m_failures = m_ports.failures();
+        m_losses = m_inputs.losses();
+        return result;
     }
 
     PacketPorts &m_ports;
+    const LiveInputs &m_inputs;
     LiveCapture *const m_capture;
     ClockOffset m_offset;
+    Duration m_interval = {};
+    quint64 m_failures = 0; ///< until the last instant
+    quint64 m_losses = 0; ///< likewise
+    quint8 m_disturbances = 0; ///< since the last change of steps
     std::array<Transition, Player::kMaximumChanges> m_changes;
     std::size_t m_changeCount = 0; ///< of the instant
     std::optional<Duration> m_lateness; ///< of the instant, once that is known
@@ -130,7 +166,7 @@ struct LivePerformer::Private
         , capture(options.capture ? std::make_unique<LiveCapture>(*options.capture, report)
                                   : nullptr)
         , inputs(*ports, capture.get(), report)
-        , sink(*ports, capture.get())
+        , sink(*ports, inputs, capture.get())
     { }
 
     QString prefer(const LiveOptions &options);
@@ -237,10 +273,10 @@ void LivePerformer::Private::begin(const TestProgram &program)
     while (triggers.pop()) { }
     stopping = false;
     offset = ClockOffset::measured();
-    sink.keepTime(offset);
+    interval = std::chrono::microseconds(program.sampleInterval());
+    sink.beginSequence(offset, interval);
     if (capture)
         capture->begin(program, offset);
-    interval = std::chrono::microseconds(program.sampleInterval());
     lastInput = {};
     earlierFailures = ports->failures();
     lateness = LatenessHistogram();
@@ -277,7 +313,7 @@ void LivePerformer::trigger()
 {
     const std::lock_guard lock(d->mutex);
     if (d->playing && !d->triggers.try_enqueue(MonotonicClock::now()))
-        d->report(QStringLiteral("A trigger was lost, too many came at once."));
+        d->inputs.countLoss();
 }
 
 void LivePerformer::watch(const TestProgram &program)
@@ -303,20 +339,19 @@ void LivePerformer::run()
         if (!d->playing)
             return;
         lock.unlock();
-        const Duration late = play(*d->playing);
+        play(*d->playing);
         d->finish();
         reportEnd(*d->playing, d->limit, d->report);
-        show(*d->playing, d->punctuality,
-             late); // last, so that whoever sees the end sees all of it
+        // Last, so that whoever sees the end sees all of it.
+        show(*d->playing, d->sink.changes(), d->sink.changeCount(), d->punctuality);
         lock.lock();
         d->playing.reset();
         d->changed.notify_all();
     }
 }
 
-/// The sample loop: nothing in it allocates, locks, or touches a file. Returns by how much its last
-/// instant was late.
-Duration LivePerformer::play(Player &player)
+/// The sample loop: nothing in it allocates, locks, or touches a file.
+void LivePerformer::play(Player &player)
 {
     while (true) {
         const WallTime instant = player.nextInstant();
@@ -326,12 +361,13 @@ Duration LivePerformer::play(Player &player)
             player.stop(Cause::Stop);
         else if (d->limit > 0ns && instant - d->startTime >= d->limit)
             player.stop(Cause::Limit);
+        d->sink.beginInstant();
         player.play(d->sink);
-        const Duration late = d->sink.takeLateness(instant);
+        const Duration late = d->sink.endInstant(instant);
         if (player.hasEnded())
-            return late;
+            return;
         d->keepTime(late);
-        show(player, d->punctuality, late);
+        show(player, d->sink.changes(), d->sink.changeCount(), d->punctuality);
     }
 }
 

@@ -56,7 +56,7 @@ private:
     struct Private;
     explicit LivePerformer(std::unique_ptr<Private> d);
     void run();
-    Duration play(Player &player);
+    void play(Player &player);
 
     std::unique_ptr<Private> d;
 };

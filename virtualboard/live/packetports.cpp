@@ -137,6 +137,7 @@ public:
     /// Sends what is queued.
     void sendQueued();
     quint64 failures() const { return m_failures.load(std::memory_order_relaxed); }
+    quint64 losses() const { return m_losses.load(std::memory_order_relaxed); }
 
     bool receive(const Receiver &receiver);
     QStringList check();
@@ -149,13 +150,17 @@ private:
     State state(QString *reason);
     QString failure(const char *what, int error = errno) const;
     QStringList reportFailures(quint64 failures, int error);
+    void noteLosses(quint32 dropped);
 
     QString m_name;
     int m_sending = -1;
     int m_receiving = -1;
     std::atomic<State> m_state = Up; ///< as of the last check()
     std::atomic<quint64> m_failures = 0; ///< frames that the interface did not take
+    std::atomic<quint64> m_losses = 0; ///< received messages that the system dropped
     std::atomic<int> m_error = 0; ///< of the last of them since the last check(), if it was tried
+
+    quint32 m_dropped = 0; ///< by the receiving socket, as the checks have added it up
 
     // What check() knows of the failures; they come in episodes.
     quint64 m_seen = 0;
@@ -207,6 +212,7 @@ QString PacketPorts::Interface::open()
     if (!acceptOnlyGoose(m_receiving)
         || !setOption(m_receiving, SOL_PACKET, PACKET_IGNORE_OUTGOING, on)
         || !setOption(m_receiving, SOL_SOCKET, SO_TIMESTAMPNS, on)
+        || !setOption(m_receiving, SOL_SOCKET, SO_RXQ_OVFL, on)
         || !setOption(m_receiving, SOL_PACKET, PACKET_AUXDATA, on))
         return failure(kUnusable);
     const unsigned index = if_nametoindex(m_name.toLocal8Bit().constData());
@@ -289,6 +295,8 @@ bool PacketPorts::Interface::receive(const Receiver &receiver)
         const ssize_t size = recvmsg(m_receiving, &message, MSG_DONTWAIT);
         if (size < 0)
             return errno == EAGAIN || errno == EINTR;
+        noteLosses(
+            controlValue<quint32>(message, SOL_SOCKET, SO_RXQ_OVFL).value_or(quint32(losses())));
         if ((message.msg_flags & MSG_TRUNC) != 0)
             continue; // longer than any Ethernet frame
         const MonotonicTime arrival = arrivalTime(message);
@@ -298,6 +306,14 @@ bool PacketPorts::Interface::receive(const Receiver &receiver)
         receiver(arrival, ports, frame);
     }
     return true;
+}
+
+/// \param dropped by the receiving socket since it was opened, modulo 2^32
+void PacketPorts::Interface::noteLosses(quint32 dropped)
+{
+    const auto more = qint32(dropped - quint32(losses()));
+    if (more > 0)
+        m_losses.fetch_add(quint64(more), std::memory_order_relaxed);
 }
 
 /// Binds again if need be. \param reason why it is unusable, if it is
@@ -338,11 +354,14 @@ QStringList PacketPorts::Interface::check()
     tpacket_stats statistics = {};
     socklen_t size = sizeof statistics;
     if (getsockopt(m_receiving, SOL_PACKET, PACKET_STATISTICS, &statistics, &size) == 0
-        && statistics.tp_drops > 0)
+        && statistics.tp_drops > 0) {
+        m_dropped += statistics.tp_drops;
+        noteLosses(m_dropped);
         lines << QStringLiteral("Interface %1: %2 received GOOSE messages were lost, too many came "
                                 "at once.")
                      .arg(m_name)
                      .arg(statistics.tp_drops);
+    }
     return lines;
 }
 
@@ -430,6 +449,14 @@ quint64 PacketPorts::failures() const
     quint64 sum = 0;
     for (const auto &each : m_interfaces)
         sum += each->failures();
+    return sum;
+}
+
+quint64 PacketPorts::losses() const
+{
+    quint64 sum = 0;
+    for (const auto &each : m_interfaces)
+        sum += each->losses();
     return sum;
 }
 

@@ -47,6 +47,9 @@ public:
     void publish(WallTime time, const OutgoingFrame *frames, int count) override;
     /// Frames that an interface did not take; for any thread.
     quint64 failures() const;
+    /// GOOSE messages that came in, but that the system had to drop; for any thread. A message is
+    /// received only when those dropped before it have been counted; others are after check().
+    quint64 losses() const;
 
     /// \param arrival as the kernel noted it when the frame came in
     /// \param ports those of the interface; only 0 if it has all ports

@@ -6,19 +6,22 @@
 
 namespace virtualboard {
 
-void Performer::show(const Player &player, const Punctuality &punctuality, Duration lateness)
+void Performer::show(const Player &player, const Transition *changes, int count,
+                     const Punctuality &punctuality)
 {
     // First the changes, so that whoever sees the end of a sequence also sees why it ended.
-    for (int i = 0; i < player.changeCount(); ++i) {
-        Transition &change = m_changes.last[m_changes.total++ % m_changes.last.size()];
-        change = player.changes()[i];
-        change.lateness = lateness;
-    }
-    if (player.changeCount() > 0)
+    for (int i = 0; i < count; ++i)
+        m_changes.last[m_changes.total++ % m_changes.last.size()] = changes[i];
+    if (count > 0)
         m_shownChanges.write(m_changes);
     PlayStatus status = player.status();
     status.punctuality = punctuality;
     m_status.write(status);
+}
+
+void Performer::show(const Player &player)
+{
+    show(player, player.changes(), player.changeCount());
 }
 
 void Performer::reportEnd(const Player &player, Duration limit, const NoticeHandler &report)

@@ -40,9 +40,11 @@ public:
 
 protected:
     // For the playing thread:
-    /// Leaves the player's state and its last changes for others to see.
-    /// \param lateness by which the instant of these changes was late
-    void show(const Player &player, const Punctuality &punctuality = {}, Duration lateness = {});
+    /// Leaves the player's state for others to see, and the changes that its last instant brought.
+    void show(const Player &player, const Transition *changes, int count,
+              const Punctuality &punctuality = {});
+    /// Likewise, with the changes as the player tells them.
+    void show(const Player &player);
     /// Reports the end of a sequence that nobody had asked for.
     static void reportEnd(const Player &player, Duration limit, const NoticeHandler &report);
     // For the commanding thread, while nothing is played:

@@ -41,6 +41,14 @@ enum class Cause : quint8 {
     Limit, ///< the longest time that the board plays a sequence
 };
 
+/// What spoils the times that are measured across it.
+enum Disturbance : quint8 {
+    SentLate = 0x01, ///< a sample instant went out later than one sample interval
+    FramesRefused = 0x02, ///< an interface did not take a frame
+    InputsLost = 0x04, ///< what came in from the device under test, or a trigger, was lost
+};
+constexpr quint8 kDisturbances = SentLate | FramesRefused | InputsLost;
+
 /// One change of steps.
 struct Transition
 {
@@ -51,6 +59,10 @@ struct Transition
     Duration causeTime = {}; ///< of the cause itself, since the start of the sequence
     Duration entryTime = {}; ///< of the sample instant at which it took effect, likewise
     Duration lateness = {}; ///< by which a live board sent that instant's frames late
+    /// Any of #Disturbance, from the instant of the change before, which is part of it, to that of
+    /// this one, which is not. A loss of inputs is known once the next input comes in, or after a
+    /// tenth of a second.
+    quint8 disturbances = 0;
 };
 
 enum class PlayState : quint8 { Idle, Armed, Running, Finished, Stopped };

@@ -1,5 +1,7 @@
 #include "virtualboard/play/transitions.h"
 
+#include <iterator>
+
 namespace virtualboard {
 
 namespace {
@@ -7,6 +9,7 @@ namespace {
 const char *const causeNames[] = {"start", "time", "trigger", "binary input",
                                   "stop",  "ring", "limit"};
 const char *const stateNames[] = {"idle", "armed", "running", "finished", "stopped"};
+const char *const disturbanceTexts[] = {"sent late", "frames refused", "inputs lost"}; // by bit
 
 } // namespace
 
@@ -20,6 +23,22 @@ std::optional<Duration> timeInStep(const Transition *before, const Transition &c
 std::optional<Duration> TransitionLog::timeInStep(int index) const
 {
     return virtualboard::timeInStep(index > 0 ? &last[index - 1] : nullptr, last[index]);
+}
+
+QString TransitionLog::whyDoubtful(int index) const
+{
+    return timeInStep(index) ? disturbanceNames(last[index].disturbances).join(QLatin1String(", "))
+                             : QString();
+}
+
+QStringList disturbanceNames(quint8 disturbances)
+{
+    QStringList result;
+    for (std::size_t bit = 0; bit < std::size(disturbanceTexts); ++bit) {
+        if ((disturbances >> bit & 1) != 0)
+            result << QLatin1String(disturbanceTexts[bit]);
+    }
+    return result;
 }
 
 const char *causeName(Cause cause)

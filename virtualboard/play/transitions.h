@@ -5,6 +5,7 @@
 #include "virtualboard/play/playback.h"
 
 #include <QString>
+#include <QStringList>
 #include <QVector>
 
 #include <optional>
@@ -25,10 +26,17 @@ struct TransitionLog
     static constexpr int kCapacity = 48;
     quint32 total = 0; ///< since the start of the sequence
     QVector<Transition> last; ///< at most #kCapacity, oldest first
+    quint32 start = 0; ///< which of the board's starts began the sequence, from 1; 0: unknown
 
     /// As above, for the change at \a index of `last`.
     [[nodiscard]] std::optional<Duration> timeInStep(int index) const;
+    /// Why that time is doubtful, as "sent late, inputs lost"; empty if it is not, or there is
+    /// none.
+    [[nodiscard]] QString whyDoubtful(int index) const;
 };
+
+/// "sent late", "frames refused", "inputs lost": the names of the bits that are set.
+[[nodiscard]] QStringList disturbanceNames(quint8 disturbances);
 
 /// "start", "time", "trigger", "binary input", "stop", "ring", "limit".
 [[nodiscard]] const char *causeName(Cause cause);
