@@ -53,6 +53,13 @@ struct LUMTAR_EXPORT CStep
     quint8 phaseAnchor = 0; ///< phase that ReSetPhase() keeps: 3 phase C, 4 phase B, else phase A
 };
 
+/// The times of a sequence, finer than its steps can say them.
+struct LUMTAR_EXPORT SequenceTimes
+{
+    quint16 milliseconds[5] = {}; ///< duration of each step, for CStep::stateTime; 0: without end
+    quint8 sampleInterval = 250; ///< microseconds, 1 to 255
+};
+
 /// The dataset entry of a published GOOSE stream that carries a binary output's state.
 struct OutputGooseEntry
 {
@@ -188,6 +195,10 @@ public:
     /// Sends the first stepCount steps and starts them. Returns 1 whatever the single exchanges
     /// gave; 0, sending nothing, for a stepCount outside 1 to 5 or samplesPerCycle 0.
     int ExecSeq();
+    /// As ExecSeq(), with \a times where that has the whole seconds of the steps and the interval
+    /// of samplesPerCycle samples at 50 Hz; where both say the same, the commands are the same.
+    /// Returns 1; 0, sending nothing, for a stepCount outside 1 to 5 or a sampleInterval of 0.
+    int ExecSeqTimed(const SequenceTimes &times);
     /// Sends the setting of one analog output, wire channel \a channel, in step \a step; returns
     /// the command.
     QByteArray sendcmd01(OutChannelPara_tag &para, int step, int channel);
@@ -241,7 +252,8 @@ private:
     bool waitForDatagram();
     int exchange(const QByteArray &frame, bool wantsData);
     void refuse(const QString &text) const;
-    void sendStepCommands(int step);
+    void sendSequence(const SequenceTimes &times);
+    void sendStepCommands(int step, quint16 milliseconds);
 
     bool logicChannelsUsedUp = false; ///< logicChannel has wrapped from 255 to 0
     EngineObserver observer;

@@ -4,6 +4,7 @@
 #include "protocol/boardlimits.h"
 #include "protocol/sequencecommands.h"
 
+#include <algorithm>
 #include <array>
 #include <cstring>
 #include <iterator>
@@ -24,25 +25,46 @@ int LumtarEngine::ExecSeq()
                    .arg(samplesPerCycle));
         return 0;
     }
-    for (int i = 0; i < stepCount; ++i)
-        sendStepCommands(i);
-
     constexpr int kMicrosecondsPerCycle = 20000; // at 50 Hz
-    SendCommand(
-        sequencecommands::start(kMicrosecondsPerCycle / samplesPerCycle, startParam7, startParam8));
+    SequenceTimes times;
+    times.sampleInterval = quint8(kMicrosecondsPerCycle / samplesPerCycle);
+    std::transform(std::begin(steps), std::end(steps), times.milliseconds,
+                   [](const CStep &step) { return quint16(step.stateTime * 1000U); });
+    sendSequence(times);
     return 1;
 }
 
-void LumtarEngine::sendStepCommands(int step)
+int LumtarEngine::ExecSeqTimed(const SequenceTimes &times)
+{
+    if (stepCount < 1 || stepCount > limits::kSteps || times.sampleInterval == 0) {
+        refuse(QStringLiteral("ExecSeqTimed: refused, stepCount %1 must be 1 to %2, sampleInterval "
+                              "%3 must not be 0")
+                   .arg(stepCount)
+                   .arg(limits::kSteps)
+                   .arg(times.sampleInterval));
+        return 0;
+    }
+    sendSequence(times);
+    return 1;
+}
+
+void LumtarEngine::sendSequence(const SequenceTimes &times)
+{
+    for (int i = 0; i < stepCount; ++i)
+        sendStepCommands(i, times.milliseconds[i]);
+    SendCommand(sequencecommands::start(times.sampleInterval, startParam7, startParam8));
+}
+
+void LumtarEngine::sendStepCommands(int step, quint16 milliseconds)
 {
     CStep &sent = steps[step];
     for (std::size_t i = 0; i < kAnalogOutputs.size(); ++i)
         sendcmd01(sent.outPara[i], step, kAnalogOutputs[i].wireChannel);
     sendcmd09(step);
     SendCommand(sequencecommands::stepOption(step, sent.stepOption == 0 ? 1 : 0));
-    SendCommand(sequencecommands::stepCondition({step, sent.ctlCondition, sent.stateTime * 1000U,
-                                                 sent.stateTimeJump, sent.stateTrige,
-                                                 sent.stateTrigeJump, sent.binInpJump}));
+    SendCommand(
+        sequencecommands::stepCondition({step, sent.ctlCondition, milliseconds, sent.stateTimeJump,
+                                         sent.stateTrige, sent.stateTrigeJump, sent.binInpJump}));
 }
 
 QByteArray LumtarEngine::sendcmd01(OutChannelPara_tag &para, int step, int channel)

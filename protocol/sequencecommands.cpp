@@ -68,7 +68,7 @@ QByteArray stepCondition(const StepConditionFields &fields)
     StepCondition builder;
     builder.State_tag = byteField(fields.step);
     builder.CtlCondition = byteField(fields.conditions);
-    hexfield::setLittleEndian16(builder.StateTime, int(fields.milliseconds & 0xffff));
+    hexfield::setLittleEndian16(builder.StateTime, fields.milliseconds);
     builder.StateTime_jump = byteField(fields.timeJump);
     builder.StateTrige = byteField(fields.trigger);
     builder.StateTrige_jump = byteField(fields.triggerJump);

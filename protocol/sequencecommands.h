@@ -34,7 +34,7 @@ struct StepConditionFields
 {
     int step;
     quint8 conditions; ///< flags; the binary input ends the step if kBinaryInputEnable is set
-    quint32 milliseconds; ///< the low 16 bits are sent
+    quint16 milliseconds;
     quint8 timeJump;
     quint8 trigger;
     quint8 triggerJump;

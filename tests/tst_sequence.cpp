@@ -410,7 +410,10 @@ void TestSequence::refusedSequence()
     engine.samplesPerCycle = quint16(samplesPerCycle);
     const DebugLines caught;
     QCOMPARE(engine.ExecSeq(), 0);
-    QVERIFY(isRefusal(caught.lines(), QStringLiteral("ExecSeq"), value));
+    QVERIFY(isRefusal(caught.lines(), QStringLiteral("ExecSeq:"), value));
+    caught.lines().clear();
+    QCOMPARE(engine.ExecSeqTimed({{}, quint8(samplesPerCycle)}), 0);
+    QVERIFY(isRefusal(caught.lines(), QStringLiteral("ExecSeqTimed:"), value));
     QVERIFY(m_board.receptions().isEmpty());
 }
 

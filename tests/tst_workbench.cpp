@@ -41,6 +41,8 @@ private slots:
     void refusesSequenceFiles();
     void sendsWhatASequenceSays_data();
     void sendsWhatASequenceSays();
+    void sendsAsTheEngineDoes_data();
+    void sendsAsTheEngineDoes();
     void sendsNothingMore_data();
     void sendsNothingMore();
     void tellsHowFarItIs();
@@ -94,7 +96,7 @@ constexpr const char *kEverything = R"({
   "steps": [
     {
       "name": "间\n1",
-      "time": 65,
+      "time": 0.001,
       "onTimeout": "2",
       "onBinaryInput": "end",
       "onTrigger": { "trigger": 255, "goTo": "2" },
@@ -108,7 +110,7 @@ constexpr const char *kEverything = R"({
     },
     {
       "name": "2",
-      "time": 0,
+      "time": 65.535,
       "onTimeout": "end",
       "outputs": {}
     }
@@ -161,8 +163,9 @@ void TestWorkbench::refusesSequenceFiles_data()
         negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude: -8 is out of range; allowed is 0 to 1518504
         beyond the counts of a stream | 8.0 | 1518505 | Ia1.amplitude: 1518505 is out of range
         list for an object | { "amplitude": 8.0, "phase": -75 } | [8, -75] | steps[1].outputs.Ia1: must be an object, not a list
-        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65
-        half seconds | "time": 1 | "time": 0.5 | steps[0].time: 0.5 is not a whole number
+        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65.535
+        one ms more | "time": 1 | "time": 65.536 | steps[0].time: 65.536 is out of range; allowed is 0 to 65.535
+        half milliseconds | "time": 1 | "time": 0.0805 | steps[0].time: 0.0805 s is no whole number of milliseconds
         key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem: unknown; known here: "name", "time"
         key missing | "time": 1, | | steps[0]: "time" is missing
         key twice | "Vn1" | "Va1" | :37:9: "Va1" is given twice
@@ -175,7 +178,8 @@ void TestWorkbench::refusesSequenceFiles_data()
         six steps | "steps": [ | "steps": [{}, | steps: has 6 elements; allowed is 1 to 5
         flag 8 | "time": 1 | "conditionFlags": 12, "time": 1 | steps[0].conditionFlags: flag 8 is set by onBinaryInput alone
         odd ratio | "RMS" | "RMS", "ratios": {"voltage": 1101, "current": 1} | settings.ratios.voltage: 1101 is not a multiple of 10
-        interval of one byte | Cycle": 80 | Cycle": 78 | samplesPerCycle: 78 is out of range; allowed is 79 to 20000
+        interval of one byte | Cycle": 80 | Cycle": 78 | settings: 50 Hz times 78 samples per cycle are 3900 samples per second; allowed is 3915 to 65535
+        beyond 32 bits | Cycle": 80 | Cycle": 65536 | samplesPerCycle: 65536 is out of range; allowed is 1 to 65535
         counter of 16 bits | Cycle": 80 | Cycle": 1311 | settings: 50 Hz times 1311 samples per cycle are 65550
         )");
 }
@@ -226,6 +230,65 @@ void TestWorkbench::sendsWhatASequenceSays()
     COMPARE_BYTES(frames[1], bytes("8c908c9001 00 09" + row[4].toUtf8() + ' '));
     COMPARE_BYTES(frames[17], bytes("8c908c900a 00 00"));
     COMPARE_BYTES(frames[18], bytes("8c908c9007 00 0c e8fd 00 03 ff 01 ff"));
+}
+
+/// \a command of a sequence whose step conditions, if it is one, have \a times.
+QByteArray withTime(QByteArray command, const QStringList &times)
+{
+    const bool isCondition = command.startsWith(bytes("8c908c9007"));
+    return isCondition ? command.replace(7, 2, bytes(times[command[5]].toUtf8())) : command;
+}
+
+void TestWorkbench::sendsAsTheEngineDoes_data()
+{
+    // name | text of the example | what it is replaced with | step times on the link, else the
+    // engine's own; start
+    addRows(R"(
+        as it is | | | | fa
+        secondary, peak | "RMS" | "peak", "ratios": {"voltage": 1100, "current": 600} | | fa
+        longest, endless | "time": 1, | "time": 65, | | fa
+        256 samples | "samplesPerCycle": 80 | "samplesPerCycle": 256 | | 4e
+        60 Hz | "nominalFrequency": 50 | "nominalFrequency": 60 | | d0
+        another time in each step | 1.0 | 1.0 | 5000 6400 0100 ffff 8813 | fa
+        )");
+}
+
+/// For whole seconds and 50 Hz byte for byte; what is finer is in the fields of the times alone.
+void TestWorkbench::sendsAsTheEngineDoes()
+{
+    QFETCH(QStringList, row);
+    QByteArray json = content(m_sequence);
+    if (!row[1].isEmpty())
+        json.replace(row[1].toUtf8(), row[2].toUtf8());
+    QStringList times = row[3].split(QLatin1Char(' '), Qt::SkipEmptyParts);
+    for (const char *each : {"0.08", "0.1", "0.001", "65.535", "5.0"}) {
+        const int at = int(json.indexOf(R"("time": 1,)"));
+        if (!times.isEmpty())
+            json.replace(at, 9, QByteArray(R"("time": )") + each);
+    }
+    QVERIFY(writeFile(m_sequence, json));
+    const workbench::Expected<void> sent = loadAndExecute();
+    QVERIFY2(sent, sent ? "" : qPrintable(sent.error().message));
+    constexpr int kConfiguration = 11;
+    const Frames ours = m_board->frames().mid(kConfiguration);
+
+    m_board->clear();
+    const workbench::Expected<PreparedTest> test = prepareTest(m_config, m_sequence);
+    QVERIFY(test);
+    const DebugLines silence;
+    LumtarEngine engine;
+    apply(test->sequence, engine);
+    for (int i = 0; i < engine.stepCount; ++i)
+        engine.steps[i].stateTime = quint32(test->sequence.steps[i].time / 1s);
+    QVERIFY(engine.SetUdpConnect(localPort(), boardAddress())
+            && engine.LoadConfiguration(test->configuration.document) && engine.ExecSeq());
+    Frames engines = m_board->frames().mid(kConfiguration);
+    QCOMPARE(engines.size(), 5 * 20 + 1);
+    engines.last().replace(6, 1, bytes(row[4].toUtf8()));
+    if (!times.isEmpty())
+        std::transform(engines.begin(), engines.end(), engines.begin(),
+                       [&times](const QByteArray &each) { return withTime(each, times); });
+    COMPARE_BYTES(ours, engines);
 }
 
 void TestWorkbench::sendsNothingMore_data()

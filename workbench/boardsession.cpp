@@ -47,9 +47,9 @@ Expected<void> BoardSession::load(const testconfiguration::Document &configurati
                    QStringLiteral("loading ") + QFileInfo(configuration.path()).fileName());
 }
 
-Expected<void> BoardSession::execute(const QString &name)
+Expected<void> BoardSession::execute(const SequenceTimes &times, const QString &name)
 {
-    return outcome(engine.ExecSeq() != 0 && engine.lastResult != 0,
+    return outcome(engine.ExecSeqTimed(times) != 0 && engine.lastResult != 0,
                    QStringLiteral("executing ") + name);
 }
 

@@ -32,8 +32,8 @@ public:
     // engine has refused something.
 
     [[nodiscard]] Expected<void> load(const testconfiguration::Document &configuration);
-    /// Executes the engine's steps; \a name is what messages call them.
-    [[nodiscard]] Expected<void> execute(const QString &name);
+    /// Executes the engine's steps with \a times; \a name is what messages call them.
+    [[nodiscard]] Expected<void> execute(const SequenceTimes &times, const QString &name);
     /// The payload of status \a which.
     [[nodiscard]] Expected<QByteArray> readStatus(int which);
     [[nodiscard]] Expected<void> stop();

@@ -20,7 +20,6 @@ void apply(const SequenceOutput &from, OutChannelPara_tag &to)
 CStep engineStep(const SequenceStep &from, const Sequence &sequence)
 {
     CStep step;
-    step.stateTime = quint32(from.time.count());
     step.stateTimeJump = quint8(from.onTimeout);
     step.ctlCondition = quint8(from.conditionFlags);
     if (from.onBinaryInput) {
@@ -80,6 +79,18 @@ void apply(const Sequence &sequence, LumtarEngine &engine)
     engine.SetVIInputWay(sequence.ratios ? 0 : 1, ratios.voltage / kVoltageUnit, ratios.current);
     if (sequence.dualAD)
         engine.SetDoubleAD();
+}
+
+SequenceTimes timesOf(const Sequence &sequence)
+{
+    constexpr double kMicroseconds = 1e6;
+    constexpr int kMostInterval = 255;
+    SequenceTimes times;
+    std::transform(sequence.steps.begin(), sequence.steps.end(), times.milliseconds,
+                   [](const SequenceStep &step) { return quint16(step.time.count()); });
+    times.sampleInterval =
+        quint8(std::min(qRound(kMicroseconds / sequence.samplesPerSecond()), kMostInterval));
+    return times;
 }
 
 } // namespace workbench

@@ -36,7 +36,7 @@ struct SequenceStep
     };
 
     QString name;
-    std::chrono::seconds time{0};
+    std::chrono::milliseconds time{0}; ///< 0: without end
     int onTimeout = 0;
     std::optional<int> onBinaryInput;
     std::optional<OnTrigger> onTrigger;
@@ -80,7 +80,11 @@ struct Sequence
     return output >= 8;
 }
 
-/// Writes the settings and the steps into \a engine.
+/// Writes the settings and the steps into \a engine, but for the times.
 void apply(const Sequence &sequence, LumtarEngine &engine);
+
+/// The times of the steps, and the sample interval: the nearest one in whole microseconds, of which
+/// the start command has at most 255.
+[[nodiscard]] SequenceTimes timesOf(const Sequence &sequence);
 
 } // namespace workbench

@@ -6,22 +6,23 @@
 #include <QJsonDocument>
 #include <QSaveFile>
 
+#include <cmath>
+
 namespace workbench {
 
 namespace {
 
 constexpr int kMaxSteps = 5;
 constexpr int kBinaryInputFlag = 0x08; // of the condition flags
-constexpr int kMaxStepTime = 65; // seconds; the board gets 16 bits of milliseconds
+constexpr double kMaxStepTime = 65.535; // seconds; the board gets 16 bits of milliseconds
+constexpr double kMilliseconds = 1000.0;
 constexpr int kByte = 255;
 constexpr int kMaxNameLength = 40;
 constexpr int kVoltageUnit = 10; // the engine counts voltage ratios in tens
 constexpr int kMostRatio = 100000;
 
-// The board is told the microseconds per sample at 50 Hz in one byte, and the samples per second in
-// two.
-constexpr int kLeastSamplesPerCycle = 79;
-constexpr int kMostSamplesPerCycle = 20000;
+// The board is told the microseconds per sample in one byte, and the samples per second in two.
+constexpr int kLeastSamplesPerSecond = 3915;
 constexpr int kMostSamplesPerSecond = 65535;
 
 constexpr double kLargestCount = 2147483647.0; // of a sampled value (IEC 61850-9-2: INT32)
@@ -76,6 +77,7 @@ private:
     [[nodiscard]] static Sequence::Ratios readRatios(const JsonNode &ratios);
     void readNames(const QVector<JsonNode> &steps);
     [[nodiscard]] SequenceStep readStep(const JsonNode &node, const QString &name) const;
+    [[nodiscard]] static std::chrono::milliseconds readTime(const JsonNode &node);
     void readTransitions(const JsonNode &node, SequenceStep &step) const;
     void readOutputs(const JsonNode &node, SequenceStep &step) const;
     [[nodiscard]] SequenceOutput readOutput(const JsonNode &node, bool ofCurrent) const;
@@ -107,14 +109,15 @@ void SequenceReader::readSettings(const JsonNode &settings)
     if (settings.has(key::nominalFrequency))
         all.nominalFrequency = settings[key::nominalFrequency].integer(1, kByte);
     if (settings.has(key::samplesPerCycle))
-        all.samplesPerCycle =
-            settings[key::samplesPerCycle].integer(kLeastSamplesPerCycle, kMostSamplesPerCycle);
-    if (all.samplesPerSecond() > kMostSamplesPerSecond)
+        all.samplesPerCycle = settings[key::samplesPerCycle].integer(1, kMostSamplesPerSecond);
+    const qint64 rate = qint64(all.nominalFrequency) * all.samplesPerCycle;
+    if (rate < kLeastSamplesPerSecond || rate > kMostSamplesPerSecond)
         settings.refuse(QStringLiteral("%1 Hz times %2 samples per cycle are %3 samples per "
-                                       "second; the most is %4")
+                                       "second; allowed is %4 to %5")
                             .arg(all.nominalFrequency)
                             .arg(all.samplesPerCycle)
-                            .arg(all.samplesPerSecond())
+                            .arg(rate)
+                            .arg(kLeastSamplesPerSecond)
                             .arg(kMostSamplesPerSecond));
     if (settings.has(key::svResolution))
         all.resolution = Sequence::Resolution(settings[key::svResolution].choice(resolutions));
@@ -159,7 +162,7 @@ SequenceStep SequenceReader::readStep(const JsonNode &node, const QString &name)
     step.name = name;
     node.expectKeys({key::name, key::time, key::onTimeout, key::onBinaryInput, key::onTrigger,
                      key::conditionFlags, key::stepOption, key::binaryOutputs, key::outputs});
-    step.time = std::chrono::seconds(node[key::time].integer(0, kMaxStepTime));
+    step.time = readTime(node[key::time]);
     readTransitions(node, step);
     if (node.has(key::stepOption))
         step.stepOption = node[key::stepOption].integer(0, 1);
@@ -171,6 +174,16 @@ SequenceStep SequenceReader::readStep(const JsonNode &node, const QString &name)
     }
     readOutputs(node[key::outputs], step);
     return step;
+}
+
+std::chrono::milliseconds SequenceReader::readTime(const JsonNode &node)
+{
+    constexpr double kRounding = 1e-6; // 0.08 times 1000 is no whole number
+    const double seconds = node.number(0.0, kMaxStepTime);
+    const double milliseconds = std::round(seconds * kMilliseconds);
+    if (std::fabs(seconds * kMilliseconds - milliseconds) > kRounding)
+        node.refuse(QStringLiteral("%1 s is no whole number of milliseconds").arg(seconds));
+    return std::chrono::milliseconds(qint64(milliseconds));
 }
 
 void SequenceReader::readTransitions(const JsonNode &node, SequenceStep &step) const
@@ -331,7 +344,7 @@ QString text(const SequenceStep &step, const Sequence &sequence)
 {
     const auto named = [&sequence](int number) { return quoted(sequence.nameOf(number)); };
     QStringList members = {member(key::name, quoted(step.name)),
-                           member(key::time, number(double(step.time.count()))),
+                           member(key::time, number(double(step.time.count()) / kMilliseconds)),
                            member(key::onTimeout, named(step.onTimeout))};
     if (step.onBinaryInput)
         members += member(key::onBinaryInput, named(*step.onBinaryInput));

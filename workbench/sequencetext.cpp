@@ -72,7 +72,7 @@ QString stepTexts(const Sequence &sequence)
         QString text = QStringLiteral("  step %1  %2 %3 s, then %4")
                            .arg(texts.size())
                            .arg(step.name, -12)
-                           .arg(step.time.count(), 3)
+                           .arg(shortSeconds(step.time), 6)
                            .arg(sequence.nameOf(step.onTimeout));
         if (step.onTrigger)
             text +=
@@ -87,15 +87,15 @@ QString stepTexts(const Sequence &sequence)
 
 QString rateWarning(const Sequence &sequence)
 {
-    constexpr int kMicrosecondsPerCycle = 20000;
     constexpr int kMicroseconds = 1'000'000;
-    const int interval = kMicrosecondsPerCycle / sequence.samplesPerCycle & 0xff;
+    const int interval = timesOf(sequence).sampleInterval;
     const int samples = sequence.samplesPerSecond();
     if (interval * samples == kMicroseconds)
         return {};
-    return QStringLiteral("the link can only ask for a sample every %1 us: smpCnt goes to 0 "
-                          "after %2 samples, which take %3 s instead of 1 s")
+    return QStringLiteral("the start command has whole microseconds, %1 for %2: a board that goes "
+                          "by it alone sends the %3 samples of a second in %4 s")
         .arg(interval)
+        .arg(double(kMicroseconds) / samples)
         .arg(samples)
         .arg(double(interval) * samples / kMicroseconds);
 }

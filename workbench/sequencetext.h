@@ -13,9 +13,9 @@ namespace workbench {
 /// A line for every step: its time, and where it goes.
 [[nodiscard]] QString stepTexts(const Sequence &sequence);
 
-/// The start command gives the sample interval in whole microseconds of a 50 Hz cycle; the
-/// configuration's streams count as many samples a second as the sequence asks for. A line about
-/// the difference, empty if there is none.
+/// The start command gives the sample interval in whole microseconds; the configuration's streams
+/// count as many samples a second as the sequence asks for. A line about the difference, empty if
+/// there is none.
 [[nodiscard]] QString rateWarning(const Sequence &sequence);
 
 /// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames, active: none"

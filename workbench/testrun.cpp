@@ -67,11 +67,12 @@ Expected<void> TestRun::load()
 
 Expected<void> TestRun::execute()
 {
-    return m_session.execute(QFileInfo(m_test.sequencePath).fileName()).map([this] {
-        m_progress.finish();
-        m_showTransfer(m_progress, true);
-        m_session.onSending = nullptr;
-    });
+    return m_session.execute(timesOf(m_test.sequence), QFileInfo(m_test.sequencePath).fileName())
+        .map([this] {
+            m_progress.finish();
+            m_showTransfer(m_progress, true);
+            m_session.onSending = nullptr;
+        });
 }
 
 Expected<DecodedState> TestRun::follow(const ShowState &showState)
