@@ -9,6 +9,7 @@
 
 #include <QElapsedTimer>
 #include <QRandomGenerator>
+#include <QSet>
 #include <QTest>
 #include <QThread>
 #include <QUdpSocket>
@@ -325,6 +326,29 @@ private slots:
             receivedReport(received({svDownload, svDescription, gooseDownload, gooseDescription,
                                      gooseControl, subscription, stepCondition, resetCommand}));
         QCOMPARE(emptied.count(QLatin1String(" none\n")), 5); // streams, steps, problems
+    }
+
+    void reportFitsThePage()
+    {
+        const QVector<Reception> all =
+            received({svDownload, svDescription, gooseDownload, gooseDescription, gooseControl,
+                      subscription, stepCondition, channelSignal, statusRead});
+        const auto wordsOf = [](QString text) {
+            text.remove(QChar(0x2500));
+            const QStringList words = text.simplified().split(QLatin1Char(' '));
+            return QSet<QString>(words.begin(), words.end());
+        };
+        for (const int width : {60, 80, 120}) {
+            const QString text = receivedReport(all, width);
+            for (const QString &line : text.split(QLatin1Char('\n')))
+                QVERIFY2(line.size() <= width, qPrintable(line));
+            QCOMPARE(wordsOf(text), wordsOf(receivedReport(all, 200)));
+        }
+        TextTable table({QStringLiteral("Name"), QStringLiteral(">Size")});
+        table.addRow({QString(50, QLatin1Char('x')), QStringLiteral("7")});
+        QCOMPARE(table.toString(40).count(QLatin1Char('x')), 50);
+        for (const QString &line : table.toString(40).split(QLatin1Char('\n')))
+            QVERIFY2(line.size() <= 40, qPrintable(line));
     }
 
     void behaviours_data()

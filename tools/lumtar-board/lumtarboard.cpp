@@ -133,7 +133,7 @@ int run(const BoardOptions &options)
     const bool inTime = waitForEnd(board, notices, options);
     board.stop();
     notices.flush();
-    print(board.report());
+    print(board.report(outputWidth()));
 
     QStringList failures = board.failures();
     if (!inTime)

@@ -58,9 +58,9 @@ private:
 };
 
 /// The heading of a section, which a blank line comes before.
-QString section(const QString &title)
+QString section(const QString &title, int width)
 {
-    return QLatin1Char('\n') + heading(title);
+    return QLatin1Char('\n') + heading(title, width);
 }
 
 /// The cells that both kinds of published stream have: stream to APPID.
@@ -88,7 +88,7 @@ QString svChannel(int index, int kind, const SvEntry &entry)
     return QStringLiteral("%1:%2").arg(index + 1).arg(source);
 }
 
-QString svStreams(const Received &board)
+QString svStreams(const Received &board, int width)
 {
     TextTable table(frameHeadings
                     + QStringList{QStringLiteral(">Channels"), QStringLiteral(">smpCnt max"),
@@ -119,11 +119,12 @@ QString svStreams(const Received &board)
         details += QLatin1Char('\n')
             + wrapped(QStringLiteral(" Stream %1   ").arg(number),
                       {QStringLiteral("svID ") + contents.svId,
-                       QStringLiteral("confRev %1").arg(contents.confRev)});
-        details += wrapped(QStringLiteral("   channels  "), channels);
+                       QStringLiteral("confRev %1").arg(contents.confRev)},
+                      width);
+        details += wrapped(QStringLiteral("   channels  "), channels, width);
     }
-    return section(QStringLiteral("Published sampled values (IEC 61850-9-2)"))
-        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString() + details);
+    return section(QStringLiteral("Published sampled values (IEC 61850-9-2)"), width)
+        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString(width) + details);
 }
 
 /// "1-3 boolean", "4 bit string", ...: neighbours of one type together.
@@ -141,7 +142,7 @@ QStringList entryTypes(const QVector<GooseEntry> &entries)
     return result;
 }
 
-QString gooseStreams(const Received &board)
+QString gooseStreams(const Received &board, int width)
 {
     TextTable table(frameHeadings
                     + QStringList{QStringLiteral(">Entries"), QStringLiteral(">TTL ms"),
@@ -168,14 +169,15 @@ QString gooseStreams(const Received &board)
                       {QStringLiteral("gocbRef ") + contents.gocbRef,
                        QStringLiteral("datSet ") + contents.datSet,
                        QStringLiteral("goID ") + contents.goId,
-                       QStringLiteral("confRev %1").arg(contents.confRev)});
-        details += wrapped(QStringLiteral("   dataset   "), entryTypes(contents.entries));
+                       QStringLiteral("confRev %1").arg(contents.confRev)},
+                      width);
+        details += wrapped(QStringLiteral("   dataset   "), entryTypes(contents.entries), width);
     }
-    return section(QStringLiteral("Published GOOSE (IEC 61850-8-1)"))
-        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString() + details);
+    return section(QStringLiteral("Published GOOSE (IEC 61850-8-1)"), width)
+        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString(width) + details);
 }
 
-QString subscriptions(const Received &board)
+QString subscriptions(const Received &board, int width)
 {
     constexpr int kMappedPerRow = 6;
     TextTable table({QStringLiteral(">Group"), QStringLiteral(">Light port"),
@@ -197,11 +199,11 @@ QString subscriptions(const Received &board)
         for (int first = kMappedPerRow; first < mapped.size(); first += kMappedPerRow)
             table.addRow({{}, {}, {}, {}, {}, row(first)});
     }
-    return section(QStringLiteral("Subscribed GOOSE"))
-        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString());
+    return section(QStringLiteral("Subscribed GOOSE"), width)
+        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString(width));
 }
 
-QString transitions(const Received &board)
+QString transitions(const Received &board, int width)
 {
     constexpr int kBinaryInputFlag = 0x08;
     TextTable table({QStringLiteral(">Step"), QStringLiteral(">Time s"),
@@ -231,7 +233,7 @@ QString transitions(const Received &board)
                       watched ? jump(condition.binaryInputJump) : missing,
                       QLatin1String("0x") + hexNumber(quint64(condition.conditions), 2), option});
     }
-    return table.toString();
+    return table.toString(width);
 }
 
 /// Numbers of the channels of the first group, voltages first.
@@ -260,12 +262,12 @@ QStringList analogRow(const QString &step, const QString &quantity, const Downlo
     return row;
 }
 
-QString analogOutputs(const Received &board)
+QString analogOutputs(const Received &board, int width)
 {
     QStringList headings = {QStringLiteral(">Step"), QStringLiteral("Quantity")};
     for (const int channel : firstOutputs())
         headings << QLatin1Char('>') + channelName(channel);
-    TextTable table(headings);
+    TextTable table(headings, 2);
     for (const auto &[number, step] : board.download.lastSequence()) {
         table.addRow(analogRow(QString::number(number), QStringLiteral("amplitude V, A"), step,
                                [](const ChannelSignalCommand &each) {
@@ -280,11 +282,11 @@ QString analogOutputs(const Received &board)
                                    return QString::number(double(each.frequency), 'f', 3);
                                }));
     }
-    return table.toString();
+    return table.toString(width);
 }
 
 /// Steps in which a second output of a phase differs from the first.
-QString secondOutputs(const Received &board)
+QString secondOutputs(const Received &board, int width)
 {
     const auto same = [](const ChannelSignalCommand &a, const ChannelSignalCommand &b) {
         return a.amplitude == b.amplitude && a.phase == b.phase && a.frequency == b.frequency;
@@ -304,9 +306,13 @@ QString secondOutputs(const Received &board)
             different << QString::number(number);
     }
     if (different.isEmpty())
-        return QStringLiteral("\n The second outputs (Va2 ... In2) equal the first.\n");
-    return QStringLiteral("\n The second outputs (Va2 ... In2) differ from the first in step %1.\n")
-        .arg(different.join(QLatin1String(", ")));
+        return QLatin1Char('\n')
+            + paragraph(QStringLiteral("The second outputs (Va2 ... In2) equal the first."), width);
+    return QLatin1Char('\n')
+        + paragraph(QStringLiteral("The second outputs (Va2 ... In2) differ from the first in "
+                                   "step %1.")
+                        .arg(different.join(QLatin1String(", "))),
+                    width);
 }
 
 /// What a step writes into a dataset value.
@@ -371,7 +377,7 @@ WrittenPlaces writtenPlaces(const Received &board)
     return places;
 }
 
-QString binaryOutputs(const Received &board)
+QString binaryOutputs(const Received &board, int width)
 {
     QVector<int> steps;
     for (const auto &[number, step] : board.download.lastSequence())
@@ -380,7 +386,7 @@ QString binaryOutputs(const Received &board)
                             QStringLiteral("Type")};
     for (const int step : steps)
         headings << QStringLiteral("Step %1").arg(step);
-    TextTable table(headings);
+    TextTable table(headings, 3);
     const WrittenPlaces places = writtenPlaces(board);
     for (auto place = places.cbegin(); place != places.cend(); ++place) {
         QStringList cells = {QString::number(place.key().first), place->entry, place->type};
@@ -388,45 +394,45 @@ QString binaryOutputs(const Received &board)
             cells << place->values.value(step, missing);
         table.addRow(cells);
     }
-    return section(QStringLiteral("Binary outputs, as published"))
-        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString());
+    return section(QStringLiteral("Binary outputs, as published"), width)
+        + (table.isEmpty() ? QStringLiteral(" none\n") : table.toString(width));
 }
 
-QString sequence(const Received &board)
+QString sequence(const Received &board, int width)
 {
     if (board.download.lastSequence().empty())
-        return section(QStringLiteral("State sequence")) + QStringLiteral(" none\n");
-    return section(QStringLiteral("State sequence")) + transitions(board)
-        + section(QStringLiteral("Analog outputs, as sent")) + analogOutputs(board)
-        + secondOutputs(board) + binaryOutputs(board);
+        return section(QStringLiteral("State sequence"), width) + QStringLiteral(" none\n");
+    return section(QStringLiteral("State sequence"), width) + transitions(board, width)
+        + section(QStringLiteral("Analog outputs, as sent"), width) + analogOutputs(board, width)
+        + secondOutputs(board, width) + binaryOutputs(board, width);
 }
 
-QString control(const Received &board)
+QString control(const Received &board, int width)
 {
-    QString result = section(QStringLiteral("Control"));
-    result += QStringLiteral(" started %1 \u00d7").arg(board.starts);
+    QString line = QStringLiteral("started %1 \u00d7").arg(board.starts);
     if (board.start)
-        result += QStringLiteral(" (sample interval %1 \u00b5s, parameters %2)")
-                      .arg(board.start->sampleInterval)
-                      .arg(hexText(board.start->parameters));
-    result += QStringLiteral(", status read %1 \u00d7, stopped %2 \u00d7\n\n")
-                  .arg(board.statusReads)
-                  .arg(board.stops);
+        line += QStringLiteral(" (sample interval %1 \u00b5s, parameters %2)")
+                    .arg(board.start->sampleInterval)
+                    .arg(hexText(board.start->parameters));
+    line += QStringLiteral(", status read %1 \u00d7, stopped %2 \u00d7")
+                .arg(board.statusReads)
+                .arg(board.stops);
     QStringList counts;
     for (auto kind = board.commandCounts.cbegin(); kind != board.commandCounts.cend(); ++kind)
         counts << QStringLiteral("%1 \u00d7 %2").arg(*kind).arg(kind.key());
-    return result + wrapped(QStringLiteral(" commands  "), counts);
+    return section(QStringLiteral("Control"), width) + paragraph(line, width) + QLatin1Char('\n')
+        + wrapped(QStringLiteral(" commands  "), counts, width);
 }
 
-QString problemList(const QVector<Reception> &receptions)
+QString problemList(const QVector<Reception> &receptions, int width)
 {
     const QStringList problems = allProblems(receptions);
-    QString result = section(QStringLiteral("Problems"));
+    QString result = section(QStringLiteral("Problems"), width);
     if (problems.isEmpty())
         return result + QStringLiteral(" none\n");
     constexpr int kMost = 100;
     for (const QString &problem : problems.mid(0, kMost))
-        result += QLatin1Char(' ') + problem + QLatin1Char('\n');
+        result += paragraph(problem, width);
     if (problems.size() > kMost)
         result += QStringLiteral(" and %1 more\n").arg(problems.size() - kMost);
     return result;
@@ -445,7 +451,7 @@ QString causeText(const Transition &change)
         : cause;
 }
 
-QString changeTable(const TransitionLog &log)
+QString changeTable(const TransitionLog &log, int width)
 {
     TextTable table({QStringLiteral(">Time / s"), QStringLiteral(">Left"),
                      QStringLiteral(">Entered"), QStringLiteral(">In the step / ms"),
@@ -459,23 +465,25 @@ QString changeTable(const TransitionLog &log)
                       causeText(change),
                       doubt.isEmpty() ? QString() : QStringLiteral("doubtful: ") + doubt});
     }
-    return table.toString();
+    return table.toString(width);
 }
 
 } // namespace
 
-QString playedReport(const PlayStatus &status, const TransitionLog &log)
+QString playedReport(const PlayStatus &status, const TransitionLog &log, int width)
 {
-    const QString result = section(QStringLiteral("Played"));
+    const QString result = section(QStringLiteral("Played"), width);
     if (log.total == 0)
         return result + QStringLiteral(" nothing\n");
-    return result + changeTable(log)
-        + QStringLiteral("\n %1 after %2 s, %3 frames published\n")
-              .arg(QString::fromLatin1(stateName(status.state)), secondsText(status.totalTime))
-              .arg(status.framesSent);
+    return result + changeTable(log, width) + QLatin1Char('\n')
+        + paragraph(
+               QStringLiteral("%1 after %2 s, %3 frames published")
+                   .arg(QString::fromLatin1(stateName(status.state)), secondsText(status.totalTime))
+                   .arg(status.framesSent),
+               width);
 }
 
-QString receivedReport(const QVector<Reception> &receptions)
+QString receivedReport(const QVector<Reception> &receptions, int width)
 {
     const QVector<Reception> acknowledged = acknowledgedExchanges(receptions);
     const Received board(acknowledged);
@@ -485,8 +493,8 @@ QString receivedReport(const QVector<Reception> &receptions)
                .arg(receptions.size())
                .arg(acknowledged.size())
                .arg(retries)
-        + svStreams(board) + gooseStreams(board) + subscriptions(board) + sequence(board)
-        + control(board) + problemList(receptions);
+        + svStreams(board, width) + gooseStreams(board, width) + subscriptions(board, width)
+        + sequence(board, width) + control(board, width) + problemList(receptions, width);
 }
 
 } // namespace virtualboard

@@ -1,16 +1,69 @@
 #include "virtualboard/board/texttable.h"
 
 #include <algorithm>
+#include <numeric>
+
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 namespace virtualboard {
 
 namespace {
 
-constexpr int kPageWidth = 104; // characters
+constexpr int kGap = 2; // between columns
+const QChar kRule(0x2500);
+
+/// The text in lines of at most \a width characters, broken at blanks where that is possible.
+QStringList brokenInto(const QString &text, int width)
+{
+    QStringList lines;
+    QString rest = text;
+    while (rest.size() > width) {
+        int end = int(rest.lastIndexOf(QLatin1Char(' '), width));
+        if (end <= 0)
+            end = width;
+        lines << rest.left(end).trimmed();
+        rest = rest.mid(end).trimmed();
+    }
+    return lines << rest;
+}
+
+int longestWord(const QString &text)
+{
+    int longest = 0;
+    for (const QString &word : text.split(QLatin1Char(' ')))
+        longest = std::max(longest, int(word.size()));
+    return longest;
+}
+
+/// With the indent.
+int lineWidth(const QVector<int> &widths)
+{
+    return std::accumulate(widths.begin(), widths.end(), 1 - kGap,
+                           [](int sum, int width) { return sum + width + kGap; });
+}
+
+QVector<int> chosen(const QVector<int> &all, const QVector<int> &indices)
+{
+    QVector<int> result;
+    for (const int index : indices)
+        result << all[index];
+    return result;
+}
 
 } // namespace
 
-TextTable::TextTable(const QStringList &headings)
+int outputWidth()
+{
+    constexpr int kLeast = 40;
+    winsize size = {};
+    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
+        return kPageWidth;
+    return std::max(kLeast, int(size.ws_col));
+}
+
+TextTable::TextTable(const QStringList &headings, int keys)
+    : m_keys(keys)
 {
     for (const QString &heading : headings) {
         const bool flushRight = heading.startsWith(QLatin1Char('>'));
@@ -19,56 +72,136 @@ TextTable::TextTable(const QStringList &headings)
     }
 }
 
-QString TextTable::toString() const
+QVector<int> TextTable::naturalWidths() const
 {
     QVector<int> widths;
-    QStringList rule;
     for (int column = 0; column < m_headings.size(); ++column) {
         int width = int(m_headings[column].size());
         for (const QStringList &row : m_rows)
             width = std::max(width, int(row.value(column).size()));
         widths << width;
-        rule << QString(width, QChar(0x2500));
     }
-    QString result = line(m_headings, widths) + line(rule, widths);
-    for (const QStringList &row : m_rows)
-        result += line(row, widths);
+    return widths;
+}
+
+QVector<int> TextTable::leastWidths() const
+{
+    QVector<int> widths;
+    for (int column = 0; column < m_headings.size(); ++column) {
+        int width = longestWord(m_headings[column]);
+        for (const QStringList &row : m_rows)
+            width = std::max(width, longestWord(row.value(column)));
+        widths << width;
+    }
+    return widths;
+}
+
+QString TextTable::toString(int width) const
+{
+    const int count = int(m_headings.size());
+    const QVector<int> least = leastWidths();
+    QString result;
+    for (int next = std::min(m_keys, count - 1); next < count;) {
+        QVector<int> columns(std::min(m_keys, count - 1));
+        std::iota(columns.begin(), columns.end(), 0);
+        do {
+            columns << next++;
+        } while (next < count && lineWidth(chosen(least, columns) << least[next]) <= width);
+        result += (result.isEmpty() ? QString() : QStringLiteral("\n")) + part(columns, width);
+    }
     return result;
 }
 
-QString TextTable::line(const QStringList &cells, const QVector<int> &widths) const
+/// The table of these columns alone.
+QString TextTable::part(QVector<int> columns, int room) const
 {
-    QString result(1, QLatin1Char(' '));
-    for (int column = 0; column < widths.size(); ++column) {
-        const QString cell = cells.value(column);
-        result += m_flushRight[column] ? cell.rightJustified(widths[column])
-                                       : cell.leftJustified(widths[column]);
-        result += QLatin1String("  ");
+    QVector<int> widths = chosen(naturalWidths(), columns);
+    const QVector<int> least = chosen(leastWidths(), columns);
+    for (bool keepsWords : {true, false}) {
+        while (lineWidth(widths) > room) {
+            int widest = -1;
+            for (int i = 0; i < widths.size(); ++i) {
+                const bool canShrink = widths[i] > (keepsWords ? least[i] : 1);
+                if (canShrink && (widest < 0 || widths[i] > widths[widest]))
+                    widest = i;
+            }
+            if (widest < 0)
+                break;
+            --widths[widest];
+        }
     }
-    while (result.endsWith(QLatin1Char(' ')))
-        result.chop(1);
-    return result + QLatin1Char('\n');
+    QStringList rules;
+    for (int i = 0; i < columns.size(); ++i) {
+        while (rules.size() < columns[i])
+            rules << QString();
+        rules << QString(widths[i], kRule);
+    }
+    QString result = row(m_headings, columns, widths) + row(rules, columns, widths);
+    for (const QStringList &cells : m_rows)
+        result += row(cells, columns, widths);
+    return result;
 }
 
-QString heading(const QString &title)
+/// As many lines as its highest cell has.
+QString TextTable::row(const QStringList &cells, const QVector<int> &columns,
+                       const QVector<int> &widths) const
 {
-    const QChar rule(0x2500);
-    const QString start = QString(2, rule) + QLatin1Char(' ') + title + QLatin1Char(' ');
-    return start.leftJustified(kPageWidth, rule) + QLatin1String("\n\n");
+    QVector<QStringList> broken;
+    int height = 1;
+    for (int i = 0; i < columns.size(); ++i) {
+        broken << brokenInto(cells.value(columns[i]), widths[i]);
+        height = std::max(height, int(broken.last().size()));
+    }
+    QString result;
+    for (int line = 0; line < height; ++line) {
+        QString text(1, QLatin1Char(' '));
+        for (int i = 0; i < columns.size(); ++i) {
+            const QString cell = broken[i].value(line);
+            text += m_flushRight[columns[i]] ? cell.rightJustified(widths[i])
+                                             : cell.leftJustified(widths[i]);
+            text += QString(kGap, QLatin1Char(' '));
+        }
+        while (text.endsWith(QLatin1Char(' ')))
+            text.chop(1);
+        result += text + QLatin1Char('\n');
+    }
+    return result;
 }
 
-QString wrapped(const QString &label, const QStringList &words)
+QString heading(const QString &title, int width)
 {
+    const QString start = QString(2, kRule) + QLatin1Char(' ') + title + QLatin1Char(' ');
+    return start.leftJustified(width, kRule) + QLatin1String("\n\n");
+}
+
+QString paragraph(const QString &text, int width)
+{
+    QString result;
+    for (const QString &line : brokenInto(text, width - 1))
+        result += QLatin1Char(' ') + line + QLatin1Char('\n');
+    return result;
+}
+
+QString wrapped(const QString &label, const QStringList &words, int width)
+{
+    const QString indent(label.size(), QLatin1Char(' '));
     QString result;
     QString line = label;
     for (const QString &word : words) {
         const QString gap = line.endsWith(QLatin1Char(' ')) ? QString() : QStringLiteral("  ");
-        if (line.size() + gap.size() + word.size() <= kPageWidth) {
+        if (line.size() + gap.size() + word.size() <= width) {
             line += gap + word;
             continue;
         }
-        result += line + QLatin1Char('\n');
-        line = QString(label.size(), QLatin1Char(' ')) + word;
+        const QStringList parts = brokenInto(word, std::max(1, width - int(indent.size())));
+        if (line.size() > indent.size()) { // it holds a word
+            result += line + QLatin1Char('\n');
+            line = indent;
+        }
+        line += parts.join(QLatin1Char('\n') + indent);
+        const int last = int(line.lastIndexOf(QLatin1Char('\n'))) + 1;
+        result += line.left(last);
+        line = line.mid(last);
     }
     return result + line + QLatin1Char('\n');
 }

@@ -6,29 +6,45 @@
 
 namespace virtualboard {
 
+constexpr int kPageWidth = 100; ///< characters of a line where nothing else is known
+
+/// Characters that a line on stdout has: those of its terminal, at least 40, or #kPageWidth.
+[[nodiscard]] int outputWidth();
+
 /// Columns of plain text, as wide as their widest cell, with a rule below the headings.
 class TextTable
 {
 public:
     /// A heading that begins with '>' makes its column flush right.
-    explicit TextTable(const QStringList &headings);
+    /// \param keys number of first columns that say what a row is about
+    explicit TextTable(const QStringList &headings, int keys = 1);
     /// Cells that are missing are empty.
     void addRow(const QStringList &cells) { m_rows << cells; }
     bool isEmpty() const { return m_rows.isEmpty(); }
-    /// The lines, indented by one blank, each with a line break.
-    QString toString() const;
+    /// The lines, indented by one blank, each with a line break. What is wider than \a width
+    /// characters is broken at blanks; what is still wider, into tables below each other that all
+    /// have the first columns; and at last within a word.
+    QString toString(int width = kPageWidth) const;
 
 private:
-    QString line(const QStringList &cells, const QVector<int> &widths) const;
+    QVector<int> naturalWidths() const;
+    QVector<int> leastWidths() const;
+    QString part(QVector<int> columns, int room) const;
+    QString row(const QStringList &cells, const QVector<int> &columns,
+                const QVector<int> &widths) const;
 
+    int m_keys;
     QStringList m_headings;
     QVector<bool> m_flushRight;
     QVector<QStringList> m_rows;
 };
 
 /// \a title with a rule behind it, and an empty line.
-[[nodiscard]] QString heading(const QString &title);
-/// The words in lines of the page's width, the first after \a label, the others below it.
-[[nodiscard]] QString wrapped(const QString &label, const QStringList &words);
+[[nodiscard]] QString heading(const QString &title, int width = kPageWidth);
+/// \a text in lines of \a width characters, indented by one blank.
+[[nodiscard]] QString paragraph(const QString &text, int width = kPageWidth);
+/// The words in lines of \a width characters, the first after \a label, the others below it.
+[[nodiscard]] QString wrapped(const QString &label, const QStringList &words,
+                              int width = kPageWidth);
 
 } // namespace virtualboard

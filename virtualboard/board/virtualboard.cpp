@@ -187,12 +187,12 @@ TransitionLog VirtualBoard::log() const
     return d->performer ? d->performer->log() : d->log;
 }
 
-QString VirtualBoard::report() const
+QString VirtualBoard::report(int width) const
 {
     const PlayStatus last = status();
-    QString result = receivedReport(receptions()) + playedReport(last, log());
+    QString result = receivedReport(receptions(), width) + playedReport(last, log(), width);
     if (d->options.live)
-        result += QStringLiteral(" %1\n").arg(punctualityText(last.punctuality));
+        result += paragraph(punctualityText(last.punctuality), width);
     return result;
 }
 

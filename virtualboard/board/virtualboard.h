@@ -1,6 +1,7 @@
 #pragma once
 
 #include "virtualboard/board/linkresponder.h"
+#include "virtualboard/board/texttable.h"
 #include "virtualboard/live/liveperformer.h"
 
 #include <QHostAddress>
@@ -78,7 +79,7 @@ public:
     TransitionLog log() const;
 
     /// What was received and played, as tables of plain text; see receivedReport().
-    QString report() const;
+    QString report(int width = kPageWidth) const;
     /// What is wrong with the commands; see allProblems().
     QStringList problems() const;
     /// What else went wrong: that there were notices, datagrams not recorded, a faulty capture.
