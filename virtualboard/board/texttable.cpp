@@ -72,25 +72,17 @@ TextTable::TextTable(const QStringList &headings, int keys)
     }
 }
 
-QVector<int> TextTable::naturalWidths() const
+/// The widths that the columns need for that.
+QVector<int> TextTable::widthsWith(Breaking breaking) const
 {
+    const auto needed = [](const QString &text, bool isBroken) {
+        return isBroken ? longestWord(text) : int(text.size());
+    };
     QVector<int> widths;
     for (int column = 0; column < m_headings.size(); ++column) {
-        int width = int(m_headings[column].size());
+        int width = needed(m_headings[column], breaking != Nothing);
         for (const QStringList &row : m_rows)
-            width = std::max(width, int(row.value(column).size()));
-        widths << width;
-    }
-    return widths;
-}
-
-QVector<int> TextTable::leastWidths() const
-{
-    QVector<int> widths;
-    for (int column = 0; column < m_headings.size(); ++column) {
-        int width = longestWord(m_headings[column]);
-        for (const QStringList &row : m_rows)
-            width = std::max(width, longestWord(row.value(column)));
+            width = std::max(width, needed(row.value(column), breaking == Everything));
         widths << width;
     }
     return widths;
@@ -99,7 +91,7 @@ QVector<int> TextTable::leastWidths() const
 QString TextTable::toString(int width) const
 {
     const int count = int(m_headings.size());
-    const QVector<int> least = leastWidths();
+    const QVector<int> least = widthsWith(Everything);
     QString result;
     for (int next = std::min(m_keys, count - 1); next < count;) {
         QVector<int> columns(std::min(m_keys, count - 1));
@@ -115,14 +107,13 @@ QString TextTable::toString(int width) const
 /// The table of these columns alone.
 QString TextTable::part(QVector<int> columns, int room) const
 {
-    QVector<int> widths = chosen(naturalWidths(), columns);
-    const QVector<int> least = chosen(leastWidths(), columns);
-    for (bool keepsWords : {true, false}) {
+    QVector<int> widths = chosen(widthsWith(Nothing), columns);
+    for (const QVector<int> &least :
+         {widthsWith(Headings), widthsWith(Everything), QVector<int>(m_headings.size(), 1)}) {
         while (lineWidth(widths) > room) {
             int widest = -1;
-            for (int i = 0; i < widths.size(); ++i) {
-                const bool canShrink = widths[i] > (keepsWords ? least[i] : 1);
-                if (canShrink && (widest < 0 || widths[i] > widths[widest]))
+            for (int i = 0; i < columns.size(); ++i) {
+                if (widths[i] > least[columns[i]] && (widest < 0 || widths[i] > widths[widest]))
                     widest = i;
             }
             if (widest < 0)

@@ -22,13 +22,13 @@ public:
     void addRow(const QStringList &cells) { m_rows << cells; }
     bool isEmpty() const { return m_rows.isEmpty(); }
     /// The lines, indented by one blank, each with a line break. What is wider than \a width
-    /// characters is broken at blanks; what is still wider, into tables below each other that all
-    /// have the first columns; and at last within a word.
+    /// characters is broken at blanks, first the headings; what is still wider, into tables below
+    /// each other that all have the first columns; and at last within a word.
     QString toString(int width = kPageWidth) const;
 
 private:
-    QVector<int> naturalWidths() const;
-    QVector<int> leastWidths() const;
+    enum Breaking { Nothing, Headings, Everything }; // at blanks
+    QVector<int> widthsWith(Breaking breaking) const;
     QString part(QVector<int> columns, int room) const;
     QString row(const QStringList &cells, const QVector<int> &columns,
                 const QVector<int> &widths) const;
