@@ -147,9 +147,9 @@ void TestLumtarctl::sendsTheExamples()
         // kinds of the 22 channels
         {2,
          "8c908c9004 00 00 4000 0000 a00f 4e00 16 ff 0001020304050607 000204 08090a0b0c0d0e0fffff"},
-        // fault: Ia1 and Ia2, 8 A RMS at -75 degrees
-        {kStep0 + kStep + 8, "8c908c9001 01 00 6f12833a 00 00004842 d5043541 000096c2 00000000"},
-        {kStep0 + kStep + 9, "8c908c9001 01 01 6f12833a 00 00004842 d5043541 000096c2 00000000"},
+        // fault: Ia1 and Ia2, 8 A RMS at -75 degrees, 65 degrees behind those before
+        {kStep0 + kStep + 8, "8c908c9001 01 00 6f12833a 00 00004842 d5043541 000096c2 000082c2"},
+        {kStep0 + kStep + 9, "8c908c9001 01 01 6f12833a 00 00004842 d5043541 000096c2 000082c2"},
         // trip: breaker open, disconnector closed, spring charged
         {kStep0 + 2 * kStep + 16,
          "8c908c9009 02 00 04 7500 04 00000000 8f00 02 0640 9d00 02 0680 ab00 01 01"},

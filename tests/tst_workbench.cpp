@@ -41,6 +41,8 @@ private slots:
     void refusesSequenceFiles();
     void sendsWhatASequenceSays_data();
     void sendsWhatASequenceSays();
+    void jumpsWhereThePhaseDoes_data();
+    void jumpsWhereThePhaseDoes();
     void sendsAsTheEngineDoes_data();
     void sendsAsTheEngineDoes();
     void sendsNothingMore_data();
@@ -230,6 +232,40 @@ void TestWorkbench::sendsWhatASequenceSays()
     COMPARE_BYTES(frames[1], bytes("8c908c9001 00 09" + row[4].toUtf8() + ' '));
     COMPARE_BYTES(frames[17], bytes("8c908c900a 00 00"));
     COMPARE_BYTES(frames[18], bytes("8c908c9007 00 0c e8fd 00 03 ff 01 ff"));
+}
+
+void TestWorkbench::jumpsWhereThePhaseDoes_data()
+{
+    // name | Va1 of the first step, of the second | jump of Va1 in the second, degrees
+    addRows(R"(
+        forward | "Va1": {"amplitude": 1, "phase": 10} | "Va1": {"amplitude": 1, "phase": 30.5} | 20.5
+        over half a turn | "Va1": {"amplitude": 1, "phase": -120} | "Va1": {"amplitude": 1, "phase": 120} | -120
+        half a turn | "Va1": {"amplitude": 1, "phase": 180} | "Va1": {"amplitude": 1, "phase": 0} | 180
+        two turns | "Va1": {"amplitude": 1, "phase": -360} | "Va1": {"amplitude": 1, "phase": 360} | 0
+        left out before | | "Va1": {"amplitude": 1, "phase": 90} | 90
+        left out after | "Va1": {"amplitude": 1, "phase": 90} | | -90
+        as the file says | "Va1": {"amplitude": 1, "phase": 10} | "Va1": {"amplitude": 1, "phase": 30, "phaseJump": 0} | 0
+        )");
+}
+
+void TestWorkbench::jumpsWhereThePhaseDoes()
+{
+    QFETCH(QStringList, row);
+    const auto step = [](const QString &name, const QString &outputs) {
+        return QStringLiteral(R"({"name": "%1", "time": 1, "onTimeout": "end", "outputs": {%2}})")
+            .arg(name, outputs);
+    };
+    QVERIFY(writeFile(m_sequence,
+                      QStringLiteral(R"({"settings": {"dualAD": true}, "steps": [%1, %2]})")
+                          .arg(step(QStringLiteral("a"), row[1]), step(QStringLiteral("b"), row[2]))
+                          .toUtf8()));
+    const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
+    QVERIFY2(sequence, sequence ? "" : qPrintable(sequence.error().message));
+    LumtarEngine engine;
+    apply(*sequence, engine);
+    QCOMPARE(engine.steps[0].outPara[0].phaseJump, 0.0F);
+    for (const int output : {0, 1}) // Va1 and what mirrors it
+        QCOMPARE(engine.steps[1].outPara[output].phaseJump, row[3].toFloat());
 }
 
 /// \a command of a sequence whose step conditions, if it is one, have \a times.

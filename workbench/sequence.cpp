@@ -1,6 +1,7 @@
 #include "workbench/sequence.h"
 
 #include <algorithm>
+#include <cmath>
 
 namespace workbench {
 
@@ -12,9 +13,21 @@ void apply(const SequenceOutput &from, OutChannelPara_tag &to)
 {
     to.amplitude = float(from.amplitude);
     to.phasePosition = float(from.phase);
-    to.phaseJump = float(from.phaseJump);
     if (from.frequency)
         to.frequency = float(*from.frequency);
+}
+
+/// From \a before to \a after, degrees; an output that is left out has phase 0. In the range -180
+/// to 180, without -180.
+double phaseJump(const std::optional<SequenceOutput> &before,
+                 const std::optional<SequenceOutput> &after)
+{
+    if (after && after->phaseJump)
+        return *after->phaseJump;
+    constexpr double kTurn = 360.0;
+    const double jump = std::remainder(
+        after.value_or(SequenceOutput()).phase - before.value_or(SequenceOutput()).phase, kTurn);
+    return jump == -kTurn / 2 ? -jump : jump;
 }
 
 CStep engineStep(const SequenceStep &from, const Sequence &sequence)
@@ -74,6 +87,13 @@ void apply(const Sequence &sequence, LumtarEngine &engine)
     engine.stepCount = qint32(sequence.steps.size());
     std::transform(sequence.steps.begin(), sequence.steps.end(), engine.steps,
                    [&](const SequenceStep &step) { return engineStep(step, sequence); });
+    for (int i = 0; i < sequence.steps.size(); ++i) {
+        const auto &after = sequence.steps[i].outputs;
+        const auto &before = sequence.steps[std::max(i - 1, 0)].outputs;
+        for (std::size_t output = 0; output < after.size(); ++output)
+            engine.steps[i].outPara[output].phaseJump =
+                float(phaseJump(before[output], after[output]));
+    }
     engine.SetProtocal(int(sequence.resolution));
     const Sequence::Ratios ratios = sequence.ratios.value_or(Sequence::Ratios{0, 0});
     engine.SetVIInputWay(sequence.ratios ? 0 : 1, ratios.voltage / kVoltageUnit, ratios.current);

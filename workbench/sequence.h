@@ -20,7 +20,10 @@ struct SequenceOutput
     double amplitude = 0; ///< volts or amperes
     double phase = 0; ///< degrees
     std::optional<double> frequency; ///< Hz; else the nominal one
-    double phaseJump = 0; ///< degrees, when the step is entered
+    /// Degrees, when the step is entered; else the difference of the phases to the step before in
+    /// the file, so that a board that applies jumps to the running phase goes on where a board that
+    /// continues the phases by itself does.
+    std::optional<double> phaseJump;
 };
 
 /// A step; another one that it goes to is given by its number.

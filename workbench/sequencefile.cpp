@@ -317,8 +317,8 @@ QString text(const SequenceOutput &output)
                            member(key::phase, number(output.phase))};
     if (output.frequency)
         members += member(key::frequency, number(*output.frequency));
-    if (output.phaseJump != 0.0)
-        members += member(key::phaseJump, number(output.phaseJump));
+    if (output.phaseJump)
+        members += member(key::phaseJump, number(*output.phaseJump));
     return line(members);
 }
 
