@@ -26,6 +26,11 @@ foreach(component IN LISTS CPACK_COMPONENTS_ALL)
       "${package}: pkg-config-bad-directive -fPIC [*lumtar.pc]\n")
   endif()
 
+  file(GLOB man_pages ${root}/share/man/man1/*)
+  if(man_pages)
+    execute_process(COMMAND gzip -9n ${man_pages} COMMAND_ERROR_IS_FATAL ANY)
+  endif()
+
   file(GLOB programs ${root}/bin/*)
   foreach(program IN LISTS programs)
     file(RPATH_REMOVE FILE ${program})

@@ -74,7 +74,19 @@ if(LUMTAR_BUILD_TOOLS)
   set_target_properties(lumtarctl PROPERTIES INSTALL_RPATH "$ORIGIN/${libdir_from_bindir}")
   install(TARGETS lumtarctl lumtar-board
     DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT tools)
+  # Where Wireshark looks for dissectors of all users.
   install(FILES tools/wireshark/lumtar.lua
-    DESTINATION ${CMAKE_INSTALL_DATADIR}/lumtar COMPONENT tools)
+    DESTINATION ${CMAKE_INSTALL_LIBDIR}/wireshark/plugins COMPONENT tools)
+  foreach(program IN ITEMS lumtarctl lumtar-board)
+    install(FILES tools/man/${program}.1
+      DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+    install(FILES tools/completion/lumtar.bash
+      DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions RENAME ${program}
+      COMPONENT tools)
+  endforeach()
+  install(FILES tools/completion/lumtar.zsh
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _lumtar COMPONENT tools)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumtar COMPONENT tools)
+  install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumtar COMPONENT tools
+    FILES_MATCHING PATTERN *.md)
 endif()

@@ -64,7 +64,7 @@ Lumtar drives the signal-generation board of a relay test set over UDP.
 .
 This package contains lumtarctl, which runs tests on a board, checks test
 configurations and draws captures, lumtar-board, which stands in for a board
-and plays the tests, a Wireshark dissector of the link between them, and
-examples.")
+and plays the tests, a Wireshark dissector of the link between them, the manual
+and examples.")
 
 include(CPack)

@@ -25,12 +25,67 @@ check_files() {
     local soname
     soname=$(readelf -d "$prefix/$LIBDIR/liblumtar.so" | sed -n 's/.*SONAME.*\[\(.*\)\]/\1/p')
     expect_equal "name that programs ask the library by" "$soname" "liblumtar.so.${VERSION%%.*}"
-    cmp "$prefix/share/lumtar/lumtar.lua" "$SOURCE/tools/wireshark/lumtar.lua"
-
     local program
     for program in lumtarctl lumtar-board; do
         expect_equal "version" "$("$prefix/bin/$program" --version)" "$program $VERSION"
+        check_manual "$program"
     done
+    check_completion
+    check_dissector
+}
+
+# options_of TEXT: the long options that it names, other than the toolkit's own --help-all.
+options_of() {
+    sed 's/\\-/-/g' <<<"$1" | grep -oE -- '--[a-z][a-z-]+' | grep -vx -- --help-all | sort -u
+}
+
+# help_of PROGRAM: of all of its commands.
+help_of() {
+    local help command
+    help=$("$prefix/bin/$1" --help)
+    echo "$help"
+    for command in $(sed -n '/^Arguments:/,$ s/^  \([a-z]\+\) .*/\1/p' <<<"$help"); do
+        "$prefix/bin/$1" "$command" --help
+    done
+}
+
+# The manual page has every option that the program has, and no other.
+check_manual() {
+    local page
+    page=$(sed -n '/^.SH OPTIONS/,/^.SH EXIT/p' "$prefix/share/man/man1/$1.1")
+    expect_equal "options in the manual page of $1" "$(options_of "$page")" \
+        "$(options_of "$(help_of "$1" | grep '^  *-')")"
+}
+
+# complete WORD...: what bash offers for the last of them.
+complete_words() (
+    source "$prefix/share/bash-completion/completions/lumtarctl"
+    compopt() { :; } # which only works while somebody types
+    COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
+    _lumtar "$prefix/bin/$1" "${@: -1}" "${@: -2:1}"
+    echo "${COMPREPLY[@]}"
+)
+
+check_completion() {
+    expect_equal "commands for st" "$(complete_words lumtarctl st)" "status stop"
+    expect_equal "options of stop" "$(complete_words lumtarctl stop --)" \
+        "--board --help --local-port --version"
+    expect_equal "values of --config" \
+        "$(complete_words lumtarctl run --config "$SOURCE/examples/feed")" "$example"
+    expect_equal "what --board offers" "$(complete_words lumtarctl stop --board '')" ""
+    expect_equal "options for --on" "$(complete_words lumtar-board --on)" "--once"
+    expect_equal "interfaces" "$(complete_words lumtar-board --interface lo)" "lo"
+    if command -v zsh >/dev/null; then
+        zsh -n "$prefix/share/zsh/vendor-completions/_lumtar"
+    fi
+}
+
+# Below /usr, the dissector is in the folder where Wireshark looks for those of all users.
+check_dissector() {
+    cmp "$prefix/$LIBDIR/wireshark/plugins/lumtar.lua" "$SOURCE/tools/wireshark/lumtar.lua"
+    command -v tshark >/dev/null || return 0
+    expect_equal "Wireshark's folder" "/usr/$LIBDIR/wireshark/plugins" \
+        "$(tshark -G folders 2>/dev/null | sed -n 's/^Global Lua Plugins:[[:space:]]*//p')"
 }
 
 # build_consumer PROJECT SETTING...

@@ -71,8 +71,10 @@ expected_files() {
             "usr/$LIBDIR/"{'cmake/Lumtar/*.cmake',liblumtar.so,pkgconfig/lumtar.pc}
         ;;
     "$tools")
-        printf '%s\n' usr/bin/{lumtar-board,lumtarctl} usr/share/lumtar/lumtar.lua
-        (cd "$SOURCE" && printf 'usr/share/doc/lumtar/%s\n' examples/*)
+        printf '%s\n' usr/bin/{lumtar-board,lumtarctl} "usr/$LIBDIR/wireshark/plugins/lumtar.lua" \
+            usr/share/{man/man1/,bash-completion/completions/}{lumtar-board,lumtarctl} \
+            usr/share/zsh/vendor-completions/_lumtar | sed '/man1/s/$/.1.gz/'
+        (cd "$SOURCE" && printf 'usr/share/doc/lumtar/%s\n' examples/* docs/*.md)
         ;;
     esac
 }
