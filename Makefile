@@ -84,6 +84,8 @@ bench-live:
 	cmake --build --preset bench --target lumtar_live_benchmark
 	build/bench/benchmarks/lumtar_live_benchmark $(if $(SHORT),1)
 
+MANUAL = docs README.md examples/README.md tools/wireshark/README.md benchmarks/README.md \
+	CONTRIBUTING.md CHANGELOG.md
 # What is installed.
 PUBLIC_HEADERS = $(shell sed -n 's|^  \([a-z]*/.*\.h\)$$|\1|p' cmake/Install.cmake)
 
@@ -91,7 +93,7 @@ docs:
 	scripts/setup.sh docs
 	rm -rf build/docs
 	mkdir -p build/docs
-	{ cat docs/Doxyfile; echo INPUT = docs $(PUBLIC_HEADERS); } | doxygen -
+	{ cat docs/Doxyfile; echo INPUT = $(MANUAL) $(PUBLIC_HEADERS); } | doxygen -
 
 SOURCES = $(shell git ls-files '*.cpp' '*.h')
 
