@@ -165,7 +165,7 @@ void TestBoard::obeys_data()
         step damaged       | 5 | truncated go250 | idle 255 0 0 0 | 0: | | 2
         interval 0         | 5 | 0:9>255 go0 | armed 255 0 0 0 | 0: | | 1
         end                | 5 | sv1 sv2 0:1000>255 go250 end | finished 0 1000 1000 4000 | 2: -0 start 0, 0- time 1000 | 1000500 | 0
-        between instants   | 5 | sv1 sv2 0:1>1 1:1>255 go255 end | finished 1 1.02 2.04 8 | 3: -0 start 0, 01 time 1, 1- time 2.02 | 1000500 | 0
+        between instants   | 5 | sv1 sv2 0:1>1 1:1>255 go255 end | finished 1 1.02 2.04 8 | 3: -0 start 0, 01 time 1, 1- time 2.02 | 1000500 | 1
         limit              | 5 | sv1 sv2 0:0>0 go250 end | stopped 0 5000 5000 20000 | 2: -0 start 0, 0- limit 5000 | 1000500 | 1
         many changes       | 5 | 0:1>1 1:1>0 go250 end | stopped 1 1 5000 0 | 5001: 01 time 4953, 10 time 4954, *, 01 time 4999, 1- limit 5000 | 1000500 | 1
         running            | 1000000 | 0:0>0 go250 begun | running 0 * * 0 | 1: -0 start 0 | 1000500 | 0
@@ -334,6 +334,7 @@ void TestBoard::refusesBadArguments_data()
         --loop | loop
         now | unexpected argument "now"
         --timeout | timeout
+        --phases jump | --phases "jump"
         --realtime | --realtime needs --interface
         --cpu 1 | --cpu needs
         --interface lo --inputs INPUTS | --inputs is for virtual time

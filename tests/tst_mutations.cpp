@@ -80,7 +80,8 @@ QString contents(const TestProgram &program)
 {
     QString result;
     QDebug out(&result);
-    out << program.sampleInterval();
+    const SampleRate rate = program.sampleRate();
+    out << (rate.isNone() ? 0.0 : rate.seconds());
     for (const PlayedSv &each : program.svStreams())
         out << each.number << each.frame << each.channelKinds << each.smpCntMax;
     for (const PlayedGoose &each : program.gooseStreams())
@@ -143,7 +144,7 @@ void TestMutations::mutate(QByteArray &bytes)
 
 void TestMutations::play(const TestProgram &program)
 {
-    Player player(program, WallTime(), {quint64(below(2))});
+    Player player(program, WallTime(), Phases(below(2)), {quint64(below(2))});
     Counting sink;
     WallTime last; // input
     for (int i = 0; i < 300; ++i) {

@@ -178,10 +178,11 @@ public:
     QStringList changes; ///< "left>entered cause cause-time/entry-time", times in ms
     PlayStatus status;
 
-    Recording(const Commands &commands, int instants, const QString &inputs = {})
+    Recording(const Commands &commands, int instants, const QString &inputs = {},
+              Phases phases = Phases::Continuous)
     {
         const bool active = inputs.startsWith('a');
-        Player player(Board(commands).program, kStart, {active ? 1U << 7 : 0U});
+        Player player(Board(commands).program, kStart, phases, {active ? 1U << 7 : 0U});
         QStringList pending = inputs.split(' ').filter(":");
         while (instants-- > 0 && !player.hasEnded()) {
             m_instant = player.nextInstant();
@@ -340,7 +341,7 @@ private slots:
             QVERIFY(!Board(commands).program.whyNotPlayable().isEmpty());
         Board board(svStream + endless + Commands{allInputs});
         QCOMPARE(board.program.whyNotPlayable() + board.problems.join(QString()), QString());
-        QCOMPARE(board.program.sampleInterval(), 250);
+        QVERIFY(board.program.sampleRate().interval() == 250us);
         QCOMPARE(int(board.program.subscriptions().size()), 1);
         board.program.take(decodeCommand(resetCommand));
         QVERIFY(board.program.subscriptions().isEmpty() && !board.program.step(0));
@@ -463,7 +464,7 @@ private slots:
         const Recording played(svStream + stepCommands(78, "10 1|5 2|7 0")
                                    + Commands{signal(0, 0, 1000, 50, 40), signal(0, 8, 500, 60, 10),
                                               signal(1, 0, 2000, 49, -60)},
-                               470);
+                               470, {}, Phases::Restart);
         // Entries at multiples of 78 us, not before 10, then 5, then 7 ms have passed.
         const Duration entries[] = {0us, 10062us, 15132us, 22152us, 32214us, 37284us};
         const double waves[3][2][3] = {{{1000, 50, 40}, {500, 60, 10}}, {{2000, 49, -60}}, {}};
@@ -479,6 +480,108 @@ private slots:
             }
         }
         QCOMPARE(step, 4);
+    }
+
+    void continuousPhases_data()
+    {
+        QTest::addColumn<QString>("steps");
+        QTest::addColumn<QString>("inputs");
+        row("in time", "13 1|7 2|11 255", "");
+        row("whole cycles", "20 1|100 2|40 255", "");
+        row("into itself", "13 0", "");
+        row("loop", "13 1|7 2|11 0", "");
+        row("over step 2", "13 2|7 255|11 1", "");
+        row("two changes at one instant", "13 1 0 0|0 0 1 2|0", "13.01:T 13.02:T");
+    }
+    /// A board that adds up the turns of every sample, and at a change of steps what their phases
+    /// differ by, plays the same; a channel that has the same signal in all steps never jumps, and
+    /// one that a step does not name comes back in time with the others.
+    void continuousPhases()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, inputs);
+        const double waves[3][2] = {{50, 10}, {60, -60}, {16.7, 200}}; // Hz, degrees
+        Commands commands =
+            svStream + Commands{svPlaces(bytes("00 08 01"))} + stepCommands(250, steps);
+        for (int step = 0; step < 3; ++step) {
+            commands << signal(step, 0, 1000, 50, 40)
+                     << signal(step, 8, 1000, float(waves[step][0]), float(waves[step][1]));
+            if (step != 1)
+                commands << signal(step, 1, 1000, 50, -80);
+        }
+        const Recording played(commands, 800, inputs);
+        QVector<QPair<double, int>> entries; // ms, step
+        for (const QString &change : played.changes)
+            entries << qMakePair(change.section('/', 1).toDouble(),
+                                 change.section('>', 1).at(0).digitValue());
+        QVERIFY(entries.size() > 1);
+        double phase = waves[0][1];
+        for (int i = 0, entry = 0; i < played.sv.size(); ++i) {
+            const Sent &sent = played.sv[i];
+            const double time = i * 250e-6;
+            while (entry + 1 < entries.size() && entries[entry + 1].first <= i * 0.25) {
+                phase -= waves[entries[entry].second][1];
+                phase += waves[entries[++entry].second][1];
+            }
+            const int step = entries[entry].second;
+            const double steady = sine(1000, 50, 40, time);
+            const double other = step == 1 ? 0 : sine(1000, 50, -80, time);
+            QVERIFY(std::abs(sent.value(0) - steady) < 0.51);
+            QVERIFY(std::abs(sent.value(1) - sine(1000, 0, phase, 0)) < 0.51);
+            QVERIFY(std::abs(sent.value(2) - other) < 0.51);
+            phase += double(float(waves[step][0])) * 360 * 250e-6;
+        }
+    }
+
+    void rates_data()
+    {
+        for (const char *column : {"interval", "maximum", "second"}) // of the second stream
+            QTest::addColumn<int>(column);
+        QTest::addColumn<int>("perSecond"); // 0: as the interval says
+        QTest::addColumn<int>("conflicts");
+        row("50 Hz, 80 samples", 250, 4000, 4000, 4000, 0);
+        row("50 Hz, 256 samples", 78, 12800, 12800, 12800, 0);
+        row("60 Hz, 80 samples", 208, 4800, 4800, 4800, 0);
+        row("60 Hz, 256 samples", 65, 15360, 15360, 15360, 0);
+        row("most samples", 15, 0, 0, 65536, 0);
+        row("far apart", 2, 40000, 40000, 0, 2);
+        row("rounded up", 16, 64516, 64516, 64516, 0);
+        row("rounded too far", 16, 64515, 64517, 0, 2);
+        row("interval of 50 Hz", 250, 4800, 4800, 0, 2);
+        row("one of two", 250, 4000, 4800, 0, 1);
+        row("both, but not each other", 78, 12800, 12821, 0, 2);
+    }
+    void rates()
+    {
+        QFETCH(int, interval);
+        QFETCH(int, maximum);
+        QFETCH(int, second);
+        QFETCH(int, perSecond);
+        QFETCH(int, conflicts);
+        const QByteArray kinds = bytes("00 08 ff");
+        const Commands commands =
+            Commands{svStream[0], svPlaces(kinds, 0, 0, maximum), download(svTemplate, 1),
+                     svPlaces(kinds, 1, 0, second), signal(0, 0, 1000, 60, 90)}
+            + stepCommands(interval, "0");
+        const TestProgram program = Board(commands).program;
+        QCOMPARE(int(program.rateConflicts().size()), conflicts);
+        const int samples = perSecond > 0 ? perSecond : 1; // in `span`
+        const qint64 span = perSecond > 0 ? 1000000000 : interval * 1000;
+        const auto timeOf = [&](qint64 i) { return (2 * i * span / samples + 1) / 2; }; // nearest
+        const int instants = qMax(perSecond, 1000) + 2;
+        const Recording played(commands, instants);
+        for (int i = 0; i < instants; ++i) {
+            const Sent &sent = played.sv[2 * i];
+            QCOMPARE(qint64(sent.time.count()), timeOf(i));
+            QVERIFY(std::abs(sent.value(0) - sine(1000, 60, 90, double(timeOf(i)) / 1e9)) < 0.501);
+            QVERIFY(perSecond == 0 || sent.smpCnt() == i % perSecond);
+        }
+        // As exact after 30 days.
+        constexpr qint64 kLater = 30 * 86400LL * 1000000000;
+        const qint64 later = kLater / span * samples;
+        for (int i = 0; i < instants; ++i)
+            QCOMPARE(qint64(program.sampleRate().timeOf(later + i).count()),
+                     kLater / span * span + timeOf(i));
     }
 
     void badNumbers()

@@ -92,9 +92,12 @@ double expectedValue(Quantity q, Duration time)
     if (q >= Quantities)
         return q == Delay ? 750 : 0;
     const int step = stepAt(time);
-    const double seconds = std::chrono::duration<double>(time - kEntries[step]).count();
-    const double angle =
-        2 * kPi * double(kFrequencies[step]) * seconds + double(kPhases[step][q]) * kPi / 180;
+    double turns = double(kPhases[step][q]) / 360;
+    for (int s = 0; s <= step; ++s) { // what every frequency until now has turned
+        const Duration end = s < step ? kEntries[s + 1] : time;
+        turns += double(kFrequencies[s]) * std::chrono::duration<double>(end - kEntries[s]).count();
+    }
+    const double angle = 2 * kPi * turns;
     return double(kRms[step][q]) * std::sqrt(2.0) / (q < Ia ? 0.01 : 0.001) * std::sin(angle);
 }
 

@@ -37,6 +37,10 @@ const OptionText optionTexts[] = {
      "Ends a sequence that has been played for so many seconds. 600 if not given; live, without "
      "limit.",
      "600"},
+    {"phases", "HOW",
+     "continuous: at a change of steps, an angle goes on from where it is, and changes by what the "
+     "angles of the two steps differ by. restart: every step begins at its own angles.",
+     "continuous"},
     {"interface", "IF",
      "Plays live: in real time, on this network interface, from which the inputs come, too.", ""},
     {"port", "N=IF", "The same, but only with output and light port N, 1 to 8. Can be repeated.",
@@ -94,6 +98,16 @@ Expected<WallTime> readTime(const QString &text)
     return WallTime(sinceEpoch);
 }
 
+Expected<Phases> readPhases(const QString &text)
+{
+    if (text == QLatin1String("continuous"))
+        return Phases::Continuous;
+    if (text == QLatin1String("restart"))
+        return Phases::Restart;
+    return Refusal(
+        QStringLiteral("--phases \"%1\" is neither \"continuous\" nor \"restart\"").arg(text));
+}
+
 Expected<QMap<QString, int>> readExpectations(const QStringList &texts)
 {
     QMap<QString, int> result;
@@ -128,6 +142,7 @@ public:
         const auto limit = take(number("limit", value("limit"), 1, 100'000));
         m_options.board.limit =
             std::chrono::seconds(isSet("limit") || !m_options.board.live ? limit : kForEver);
+        m_options.board.phases = take(readPhases(value("phases")));
         m_options.once = isSet("once");
         m_options.timeout = take(number("timeout", value("timeout"), 0, 1000000));
         m_options.expected = take(readExpectations(m_parser.values(QStringLiteral("expect"))));

@@ -35,8 +35,8 @@ void BoardLogic::start()
 {
     m_started = true;
     m_stopped = false;
-    const QStringList unpublished = m_program.unpublished();
-    for (const QString &line : unpublished)
+    const QStringList complaints = m_program.unpublished() + m_program.rateConflicts();
+    for (const QString &line : complaints)
         m_reports.report(line);
     const QString fault = m_program.whyNotPlayable();
     m_played = fault.isEmpty(); // else nobody shall take the last sequence for this one

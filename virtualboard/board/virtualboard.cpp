@@ -43,6 +43,7 @@ Expected<std::unique_ptr<Performer>> virtualPerformer(const VirtualBoardOptions 
         return Refusal(start.error());
     play.startTime = *start;
     play.limit = options.limit;
+    play.phases = options.phases;
     play.sink = capture;
     return std::make_unique<VirtualTimePerformer>(std::move(play), notice);
 }
@@ -52,6 +53,7 @@ livePerformer(const VirtualBoardOptions &options, CaptureSink *capture, const No
 {
     LiveOptions play = *options.live;
     play.limit = options.limit;
+    play.phases = options.phases;
     play.capture = capture;
     auto result = LivePerformer::open(play, notice);
     if (!result)

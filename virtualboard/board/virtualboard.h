@@ -27,7 +27,8 @@ struct VirtualBoardOptions
     /// first packet of the inputs, or now.
     std::optional<WallTime> startTime;
     std::chrono::seconds limit{0}; ///< the longest that a sequence is played; 0, live: for ever
-    /// Plays in real time on these interfaces; its limit and capture are those above.
+    Phases phases = Phases::Continuous;
+    /// Plays in real time on these interfaces; its limit, phases and capture are those above.
     std::optional<LiveOptions> live;
 };
 

@@ -62,7 +62,7 @@ void VirtualTimePerformer::start(const TestProgram &program)
     m_stop = false;
     m_trigger = false;
     const WallTime startTime = m_nextStart;
-    auto player = std::make_unique<Player>(program, startTime);
+    auto player = std::make_unique<Player>(program, startTime, m_options.phases);
     show(*player);
     PlannedInputs inputs;
     if (m_options.inputs)

@@ -17,6 +17,7 @@ public:
     {
         WallTime startTime; ///< of the first sequence
         Duration limit = {}; ///< the longest that a sequence is played
+        Phases phases = Phases::Continuous;
         std::optional<InputFile> inputs; ///< happen in every sequence anew, if a script
         FrameSink *sink = nullptr; ///< null: the frames go nowhere
     };

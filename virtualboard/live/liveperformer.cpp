@@ -27,10 +27,13 @@ namespace {
 constexpr Duration kLead = 10ms; // from the start command to the first instant
 
 /// The time, at least \a earliest, at which a sequence with this sample interval may begin.
-WallTime alignedStart(WallTime earliest, Duration interval)
+WallTime alignedStart(WallTime earliest, SampleRate rate)
 {
     const auto second = std::chrono::floor<std::chrono::seconds>(earliest);
-    return second + (earliest - second + interval - 1ns) / interval * interval;
+    qint64 number = (earliest - second) / rate.interval(); // or a little later
+    while (second + rate.timeOf(number) < earliest)
+        ++number;
+    return second + rate.timeOf(number);
 }
 
 /// Onto the wire, then into the capture, with the time at which it was sent. What an instant's
@@ -162,6 +165,7 @@ struct LivePerformer::Private
     Private(std::unique_ptr<PacketPorts> openPorts, const LiveOptions &options, NoticeHandler to)
         : report(std::move(to))
         , limit(options.limit)
+        , phases(options.phases)
         , ports(std::move(openPorts))
         , capture(options.capture ? std::make_unique<LiveCapture>(*options.capture, report)
                                   : nullptr)
@@ -179,6 +183,7 @@ struct LivePerformer::Private
 
     const NoticeHandler report;
     const Duration limit;
+    const Phases phases;
     const std::unique_ptr<PacketPorts> ports;
     const std::unique_ptr<LiveCapture> capture;
     LiveInputs inputs;
@@ -194,7 +199,7 @@ struct LivePerformer::Private
     // Of the sequence; the playing thread's while there is a player.
     ClockOffset offset;
     WallTime startTime;
-    Duration interval = {};
+    SampleRate rate;
     WallTime lastInput;
     quint64 earlierFailures = 0;
     LatenessHistogram lateness;
@@ -257,8 +262,8 @@ void LivePerformer::start(const TestProgram &program)
     forgetLog();
     d->begin(program);
     const auto active = d->inputs.beginSequence(program.subscriptions());
-    d->startTime = alignedStart(d->offset.wall(MonotonicClock::now()) + kLead, d->interval);
-    auto player = std::make_unique<Player>(program, d->startTime, active);
+    d->startTime = alignedStart(d->offset.wall(MonotonicClock::now()) + kLead, d->rate);
+    auto player = std::make_unique<Player>(program, d->startTime, d->phases, active);
     show(*player);
     {
         const std::lock_guard lock(d->mutex);
@@ -273,8 +278,8 @@ void LivePerformer::Private::begin(const TestProgram &program)
     while (triggers.pop()) { }
     stopping = false;
     offset = ClockOffset::measured();
-    interval = std::chrono::microseconds(program.sampleInterval());
-    sink.beginSequence(offset, interval);
+    rate = program.sampleRate();
+    sink.beginSequence(offset, rate.interval());
     if (capture)
         capture->begin(program, offset);
     lastInput = {};
@@ -399,7 +404,7 @@ void LivePerformer::Private::keepTime(Duration late)
 {
     constexpr quint64 kInstantsBetweenSummaries = 256; // a percentile takes a while to find
     lateness.add(late);
-    if (late > interval)
+    if (late > rate.interval())
         ++punctuality.missedDeadlines;
     if (lateness.count() % kInstantsBetweenSummaries == 1)
         summarise();

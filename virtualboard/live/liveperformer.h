@@ -20,6 +20,7 @@ struct LiveOptions
     std::optional<int> cpu = {}; ///< the processor that plays, from 0
     Duration limit = {}; ///< the longest that a sequence is played; 0: for ever
     CaptureSink *capture = nullptr; ///< the performer's own as long as it lives; null: none
+    Phases phases = Phases::Continuous;
 };
 
 /// Plays in real time on network interfaces, and takes its inputs from them.

@@ -145,7 +145,7 @@ QString Download::apply(const StartStopCommand &command)
 {
     if (!command.start)
         return {};
-    m_sampleInterval = command.sampleInterval;
+    m_sampleInterval = std::chrono::microseconds(command.sampleInterval);
     m_sequenceIsComplete = true;
     return {};
 }

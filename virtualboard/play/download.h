@@ -5,6 +5,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <map>
 #include <optional>
 
@@ -64,8 +65,8 @@ public:
     const DownloadedSteps &lastSequence() const { return m_lastSequence; }
     /// By group.
     const std::map<int, SubscriptionCommand> &subscriptions() const { return m_subscriptions; }
-    /// Microseconds between two samples, from the last start command; 0 before.
-    int sampleInterval() const { return m_sampleInterval; }
+    /// From the last start command; 0 before.
+    std::chrono::microseconds sampleInterval() const { return m_sampleInterval; }
 
     /// What cannot be published: streams, and items of GOOSE signal control commands; one line
     /// each.
@@ -104,7 +105,7 @@ private:
     DownloadedSteps m_lastSequence;
     bool m_sequenceIsComplete = false; ///< the next command for a step begins another
     std::map<int, SubscriptionCommand> m_subscriptions;
-    int m_sampleInterval = 0;
+    std::chrono::microseconds m_sampleInterval{0};
 };
 
 } // namespace virtualboard

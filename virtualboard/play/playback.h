@@ -65,6 +65,12 @@ struct Transition
     quint8 disturbances = 0;
 };
 
+/// The angle at which a channel enters a step from another one.
+enum class Phases : quint8 {
+    Continuous, ///< the angle it has come to, plus what the steps' phases differ by
+    Restart, ///< the phase of the step
+};
+
 enum class PlayState : quint8 { Idle, Armed, Running, Finished, Stopped };
 
 /// How well a live board keeps its time. All 0 in virtual time.

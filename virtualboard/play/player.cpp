@@ -22,10 +22,12 @@ struct Player::Private
     std::vector<GoosePublisher> goose;
     /// Room for all streams; those of the sampled values are at the front and stay the same.
     std::vector<OutgoingFrame> frames;
-    Duration sampleInterval = {};
+    SampleRate rate;
+    Phases phases = {};
     WallTime startTime;
     Waveforms waveforms;
 
+    qint64 sample = 0; ///< number of the next instant
     WallTime instant; ///< the next one
     int step = 0;
     WallTime entry; ///< into the step
@@ -46,7 +48,8 @@ struct Player::Private
     void publish(FrameSink &sink);
 };
 
-Player::Player(const TestProgram &program, WallTime startTime, const ActiveChannels &active)
+Player::Player(const TestProgram &program, WallTime startTime, Phases phases,
+               const ActiveChannels &active)
     : d(std::make_unique<Private>())
 {
     for (int i = 0; i < kStepLimit; ++i) {
@@ -62,7 +65,8 @@ Player::Player(const TestProgram &program, WallTime startTime, const ActiveChann
     d->frames.resize(d->sampledValues.size() + d->goose.size());
     for (std::size_t i = 0; i < d->sampledValues.size(); ++i)
         d->frames[i] = d->sampledValues[i].frame();
-    d->sampleInterval = std::chrono::microseconds(program.sampleInterval());
+    d->rate = program.sampleRate();
+    d->phases = phases;
     d->startTime = startTime;
     d->instant = startTime;
     d->entry = startTime;
@@ -188,7 +192,7 @@ void Player::play(FrameSink &sink)
 void Player::Private::publish(FrameSink &sink)
 {
     if (stepIsNew)
-        waveforms.enter(steps[std::size_t(step)].waves, sampleInterval);
+        waveforms.enter(steps[std::size_t(step)].waves, rate, phases);
     stepIsNew = false;
 
     const Waveforms::Counts &counts = waveforms.next();
@@ -204,7 +208,7 @@ void Player::Private::publish(FrameSink &sink)
     if (count > 0)
         sink.publish(instant, frames.data(), int(count));
     framesSent += count;
-    instant += sampleInterval;
+    instant = startTime + rate.timeOf(++sample);
 }
 
 const Transition *Player::changes() const

@@ -28,7 +28,8 @@ public:
     /// \param program must be playable (TestProgram::whyNotPlayable()).
     /// \param startTime of the first sample instant.
     /// \param active the logic channels that are active already; they leave no step.
-    Player(const TestProgram &program, WallTime startTime, const ActiveChannels &active = {});
+    Player(const TestProgram &program, WallTime startTime, Phases phases = Phases::Continuous,
+           const ActiveChannels &active = {});
     ~Player();
     Player(const Player &) = delete;
     Player &operator=(const Player &) = delete;

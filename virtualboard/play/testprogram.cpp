@@ -1,9 +1,22 @@
 #include "virtualboard/play/testprogram.h"
 
 #include <algorithm>
+#include <cstdlib>
 #include <limits>
 
 namespace virtualboard {
+
+namespace {
+
+/// Whether the interval is the whole number of microseconds that is nearest to 1 s / \a samples;
+/// half a microsecond may have been rounded to either side.
+bool isInterval(std::chrono::microseconds interval, int samples)
+{
+    constexpr qint64 kMicroseconds = 1'000'000;
+    return 2 * std::abs(interval.count() * samples - kMicroseconds) <= samples;
+}
+
+} // namespace
 
 QVector<PlayedSv> TestProgram::svStreams() const
 {
@@ -90,11 +103,42 @@ std::optional<PlayedStep> TestProgram::step(int number) const
     return result;
 }
 
+SampleRate TestProgram::sampleRate() const
+{
+    const std::chrono::microseconds interval = m_download.sampleInterval();
+    const QVector<PlayedSv> streams = svStreams();
+    const int samples = streams.isEmpty() ? 0 : streams[0].smpCntMax;
+    const bool agree = samples > 0 && isInterval(interval, samples)
+        && std::all_of(streams.begin(), streams.end(),
+                       [samples](const PlayedSv &each) { return each.smpCntMax == samples; });
+    return agree ? SampleRate::perSecond(samples) : SampleRate::every(interval);
+}
+
+QStringList TestProgram::rateConflicts() const
+{
+    QStringList result;
+    const SampleRate rate = sampleRate();
+    if (rate.isNone())
+        return result;
+    const QVector<PlayedSv> streams = svStreams();
+    for (const PlayedSv &each : streams) {
+        const Duration turn = rate.timeOf(each.smpCntMax);
+        if (turn != 1s)
+            result << QStringLiteral("SV stream %1: smpCnt goes to 0 after %2 samples, which take "
+                                     "%3 s instead of 1 s at the sample interval of %4 us")
+                          .arg(each.number)
+                          .arg(each.smpCntMax)
+                          .arg(std::chrono::duration<double>(turn).count())
+                          .arg(m_download.sampleInterval().count());
+    }
+    return result;
+}
+
 QString TestProgram::whyNotPlayable() const
 {
     if (!step(0))
         return QStringLiteral("nothing to start: step 0 was not downloaded");
-    if (sampleInterval() == 0)
+    if (m_download.sampleInterval() == 0us)
         return QStringLiteral("nothing to start: the sample interval is 0");
     return {};
 }

@@ -2,6 +2,7 @@
 
 #include "virtualboard/play/download.h"
 #include "virtualboard/play/playback.h"
+#include "virtualboard/play/samplerate.h"
 
 #include <QByteArray>
 #include <QString>
@@ -78,8 +79,13 @@ public:
     QVector<SubscriptionCommand> subscriptions() const;
     /// The step; nothing when its step condition has not been downloaded.
     std::optional<PlayedStep> step(int number) const;
-    /// Microseconds between two samples, from the last start command; 0 before.
-    int sampleInterval() const { return m_download.sampleInterval(); }
+    /// As many samples a second as smpCnt counts up to, if all published SV streams agree on that
+    /// and the interval of the last start command is that of such samples, rounded to a whole
+    /// microsecond; else what the interval says. None before a start command, or if that says 0.
+    SampleRate sampleRate() const;
+    /// Which SV streams count up to something else than a second of the sample rate has samples:
+    /// one line each.
+    QStringList rateConflicts() const;
 
     /// Why nothing can be played: no step 0, no sample interval. Empty if something can.
     QString whyNotPlayable() const;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <utility>
 
 namespace virtualboard {
 
@@ -26,12 +27,20 @@ qint32 toCount(double value)
     return qint32(whole + (rest >= 0.5) - (rest <= -0.5));
 }
 
-void Waveforms::enter(const Waves &waves, Duration sampleInterval)
+void Waveforms::enter(const Waves &waves, SampleRate rate, Phases phases)
 {
-    m_waves = waves;
-    m_sampleInterval = std::chrono::duration<double>(sampleInterval).count();
+    const double timeInLast = double(m_sample) * m_sampleInterval;
+    m_sampleInterval = rate.seconds();
     m_sample = 0;
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
+        const Wave last = std::exchange(m_waves[i], waves[i]);
+        if (phases == Phases::Continuous) {
+            m_ahead[i] = std::remainder(m_ahead[i] + last.frequency * timeInLast, 1.0);
+            if (waves[i].scaleFactor == 0) {
+                m_waves[i] = last;
+                m_waves[i].amplitude = 0;
+            }
+        }
         const double turn = kTwoPi * std::remainder(m_waves[i].frequency * m_sampleInterval, 1.0);
         m_turnSine[i] = std::sin(turn);
         m_turnCosine[i] = std::cos(turn);
@@ -42,7 +51,8 @@ void Waveforms::align()
 {
     const double time = double(m_sample) * m_sampleInterval;
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
-        const double turns = m_waves[i].frequency * time + m_waves[i].phase / kDegreesPerTurn;
+        const double turns =
+            m_waves[i].frequency * time + m_waves[i].phase / kDegreesPerTurn + m_ahead[i];
         const double angle = kTwoPi * std::remainder(turns, 1.0);
         m_sine[i] = std::sin(angle);
         m_cosine[i] = std::cos(angle);

@@ -12,8 +12,10 @@ class Waveforms
 public:
     using Counts = std::array<qint32, kAnalogChannels>;
 
-    /// A step begins: the next sample is its first one.
-    void enter(const Waves &waves, Duration sampleInterval);
+    /// A step begins: the next sample is its first one. The first step begins at its own phases. A
+    /// channel that the step says nothing of keeps its frequency for Phases::Continuous, so that
+    /// it stays in time with the others.
+    void enter(const Waves &waves, SampleRate rate, Phases phases);
     /// The next sample, in counts.
     const Counts &next();
 
@@ -24,6 +26,7 @@ private:
     Waves m_waves;
     double m_sampleInterval = 0; ///< s
     qint64 m_sample = 0; ///< since the step began
+    Values m_ahead = {}; ///< turns that a channel was ahead of its phase when the step began
     // One phasor per channel, turned from sample to sample.
     Values m_sine = {};
     Values m_cosine = {};
