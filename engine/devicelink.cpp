@@ -1,5 +1,6 @@
 #include "engine/lumtarengine.h"
 
+#include "engine/answersdue.h"
 #include "protocol/envelope.h"
 
 #include <QDebug>
@@ -20,6 +21,7 @@ constexpr int kBindAttempts = 10;
 constexpr int kReceiveTimeout = 1500; // milliseconds
 constexpr int kCancelInterval = 50; // milliseconds, after which a wait looks whether to go on
 static_assert(kReceiveTimeout % kCancelInterval == 0);
+constexpr int kMostQueued = 10000; // datagrams; more do not fit a socket's buffer of 5 MB
 
 } // namespace
 
@@ -27,6 +29,10 @@ int LumtarEngine::SetUdpConnect(int port, const QHostAddress &peer)
 {
     if (port < 1 || port > 65535) {
         refuse(QStringLiteral("SetUdpConnect: refused, port %1 is outside 1 to 65535").arg(port));
+        return 0;
+    }
+    if (peer.isNull()) {
+        refuse(QStringLiteral("SetUdpConnect: refused, the board's address is null"));
         return 0;
     }
     // A copy: peer may be what closeLink() deletes. An IPv4 address in IPv6 clothes is an IPv4
@@ -105,10 +111,10 @@ void LumtarEngine::CommWith2001(QByteArray frame)
 }
 
 /// Waits until a datagram is there; not to the end if the exchange is cancelled.
-bool LumtarEngine::waitForDatagram()
+bool LumtarEngine::waitForDatagram(int milliseconds)
 {
-    for (int left = kReceiveTimeout; left > 0 && !cancelled; left -= kCancelInterval) {
-        if (udpSocket->waitForReadyRead(kCancelInterval))
+    for (int left = milliseconds; left > 0 && !cancelled; left -= kCancelInterval) {
+        if (udpSocket->waitForReadyRead(std::min(left, kCancelInterval)))
             return true;
         if (udpSocket->error() != QAbstractSocket::SocketTimeoutError)
             return false;
@@ -118,7 +124,7 @@ bool LumtarEngine::waitForDatagram()
 
 int LumtarEngine::recv2001(int mode)
 {
-    if (!udpSocket || !waitForDatagram())
+    if (!udpSocket || !waitForDatagram(kReceiveTimeout))
         return 0;
     QHostAddress sender;
     quint16 senderPort = 0;
@@ -131,23 +137,27 @@ int LumtarEngine::recv2001(int mode)
         return 0;
     if (mode == 0)
         return envelope::isAcknowledgement(rxBuffer, size) ? 1 : 0;
-    if (mode != 1)
-        return 0;
+    return mode == 1 && takeDataReply(size) ? 1 : 0;
+}
 
+/// Notes where in rxBuffer the payload of a data reply of \a size bytes is. False if it is none, or
+/// not whole.
+bool LumtarEngine::takeDataReply(int size)
+{
     const auto reply = envelope::findDataReply(rxBuffer, size);
     if (!reply)
-        return 0;
+        return false;
     if (reply->end() > size) {
         const QByteArray hex = QByteArray(rxBuffer, size).toHex();
         qDebug() << "lost data!" << size << ",i:" << reply->position << ",len:" << reply->length
                  << ",rvlen:" << reply->end();
         qDebug() << "lost data!" << hex << ",i:" << reply->position << ",len:" << reply->length
                  << ",rvlen:" << reply->end();
-        return 0;
+        return false;
     }
     replyOffset = quint16(reply->payload);
     replyLength = quint16(reply->length);
-    return 1;
+    return true;
 }
 
 int LumtarEngine::SendCommand(const QByteArray &frame)
@@ -178,6 +188,8 @@ int LumtarEngine::exchange(const QByteArray &frame, bool wantsData)
                    .arg(kMaxFrame));
         return 0;
     }
+    if (answersDue)
+        throwAwayQueued();
     int tries = 0;
     while (tries < kTries && lastResult == 0 && !cancelled) {
         if (observer.sending)
@@ -185,10 +197,86 @@ int LumtarEngine::exchange(const QByteArray &frame, bool wantsData)
         if (cancelled) // by the observer
             break;
         ++tries;
-        CommWith2001(frame);
-        lastResult = recv2001(0) && (!wantsData || recv2001(1)) ? 1 : 0;
+        lastResult = tryOnce(frame, wantsData) ? 1 : 0;
     }
     if (lastResult == 0 && !cancelled)
         qDebug() << "Send command failure";
     return tries;
+}
+
+bool LumtarEngine::tryOnce(const QByteArray &frame, bool wantsData)
+{
+    CommWith2001(frame);
+    if (!answersDue)
+        return recv2001(0) && (!wantsData || recv2001(1));
+    answersDue->sent(wantsData);
+    return awaitAcknowledgement() && (!wantsData || awaitDataReply());
+}
+
+void LumtarEngine::SetStrictExchange(bool strict)
+{
+    if (strict != bool(answersDue))
+        answersDue.reset(strict ? new AnswersDue : nullptr);
+}
+
+/// Begins a strict exchange: what has come, or comes a moment after the last answer, is of earlier
+/// ones.
+void LumtarEngine::throwAwayQueued()
+{
+    answersDue->beginExchange();
+    int left = kMostQueued;
+    do {
+        for (; left > 0 && udpSocket->hasPendingDatagrams(); --left) {
+            const int size = receiveFromBoard();
+            answersDue->take(envelope::answerIn(rxBuffer, size));
+        }
+    } while (left > 0 && answersDue->millisecondsToQuiet() > 0 && !cancelled
+             && udpSocket->waitForReadyRead(answersDue->millisecondsToQuiet()));
+}
+
+/// Reads one datagram into rxBuffer. Returns its size, 0 if it is not the board's.
+int LumtarEngine::receiveFromBoard()
+{
+    QHostAddress sender;
+    quint16 port = 0;
+    const int size = int(udpSocket->readDatagram(rxBuffer, kDatagramSize, &sender, &port));
+    const bool isBoard = port == envelope::kBoardPort && sender.isEqual(*peerAddress);
+    return isBoard ? std::max(size, 0) : 0;
+}
+
+/// Waits until the board acknowledges the exchange that goes on, to the end of a try.
+bool LumtarEngine::awaitAcknowledgement()
+{
+    QElapsedTimer clock;
+    clock.start();
+    for (int left = kReceiveTimeout; left > 0 && waitForDatagram(left);
+         left = kReceiveTimeout - int(clock.elapsed())) {
+        const envelope::Answer answer = envelope::answerIn(rxBuffer, receiveFromBoard());
+        if (answersDue->take(answer) && answer == envelope::Answer::Acknowledgement)
+            return true;
+    }
+    endTryInVain();
+    return false;
+}
+
+/// The same for the data reply; ends early with one that is not whole.
+bool LumtarEngine::awaitDataReply()
+{
+    QElapsedTimer clock;
+    clock.start();
+    for (int left = kReceiveTimeout; left > 0 && waitForDatagram(left);
+         left = kReceiveTimeout - int(clock.elapsed())) {
+        const int size = receiveFromBoard();
+        const envelope::Answer answer = envelope::answerIn(rxBuffer, size);
+        if (answersDue->take(answer) && answer == envelope::Answer::DataReply)
+            return takeDataReply(size);
+    }
+    endTryInVain();
+    return false;
+}
+
+void LumtarEngine::endTryInVain()
+{
+    if (!cancelled)
+        answersDue->giveUp();
 }

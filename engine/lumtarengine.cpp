@@ -1,5 +1,6 @@
 #include "engine/lumtarengine.h"
 
+#include "engine/answersdue.h"
 #include "protocol/analogoutputs.h"
 #include "protocol/boardlimits.h"
 #include "protocol/textcodec.h"

@@ -15,6 +15,7 @@
 #include <atomic>
 #include <chrono>
 #include <functional>
+#include <memory>
 
 namespace testconfiguration {
 class Document;
@@ -119,7 +120,8 @@ public:
 
     /// Opens the link to the board at \a peer, closing an open one first. Binds UDP port \a port,
     /// or else \a port + 1, of \a peer's address family. Returns 1; 0 when both are taken, which
-    /// leaves the link closed, or when \a port is outside 1 to 65535, which changes nothing.
+    /// leaves the link closed, or when \a port is outside 1 to 65535 or \a peer is null, which
+    /// changes nothing.
     int SetUdpConnect(int port, const QHostAddress &peer);
     /// Sends \a frame to the board, at most three times, until it acknowledges; when
     /// expectDataReply is set, waits for a data reply too, whose payload is then in rxBuffer.
@@ -139,6 +141,20 @@ public:
     void Cancel();
     /// Lets exchanges happen again. May be called from any thread.
     void Resume();
+
+    /// Whether exchanges are strict from now on; to begin with they are not. Not during an
+    /// operation of the engine.
+    ///
+    /// Otherwise every datagram counts as the board's answer, and the engine sends to whoever sent
+    /// it. A strict exchange throws away what is queued before its first try. Only datagrams from
+    /// port 2001 of the board count; what comes from elsewhere, and what is no answer, costs
+    /// neither a try nor time. peerAddress and localPort stay. As answers say not to which command
+    /// they belong, each is taken for the oldest datagram of the last 1.5 s that has none, be it of
+    /// a cancelled exchange; a data reply counts after its acknowledgement only. What is sent is
+    /// the same. What no exchange on this link can tell: an acknowledgement that comes for the
+    /// second time, more than 2 ms after the first, or later than a try waits, is taken for that
+    /// of a command sent meanwhile.
+    void SetStrictExchange(bool strict);
 
     /// @}
     /// \name Test configuration
@@ -247,15 +263,25 @@ private Q_SLOTS:
 
 private:
     class Loader;
+    class AnswersDue;
 
     void closeLink();
-    bool waitForDatagram();
+    bool waitForDatagram(int milliseconds);
     int exchange(const QByteArray &frame, bool wantsData);
+    bool tryOnce(const QByteArray &frame, bool wantsData);
+    bool takeDataReply(int size);
+    void throwAwayQueued();
+    int receiveFromBoard();
+    bool awaitAcknowledgement();
+    bool awaitDataReply();
+    void endTryInVain();
     void refuse(const QString &text) const;
     void sendSequence(const SequenceTimes &times);
     void sendStepCommands(int step, quint16 milliseconds);
 
+    // What is added goes behind the pointer: applications allot the engine, so its size must stay.
     bool logicChannelsUsedUp = false; ///< logicChannel has wrapped from 255 to 0
-    EngineObserver observer;
     std::atomic<bool> cancelled{false};
+    EngineObserver observer;
+    std::unique_ptr<AnswersDue> answersDue; ///< only where exchanges are strict
 };

@@ -54,6 +54,15 @@ bool isAcknowledgement(const char *datagram, int size)
     return indexOf(kAcknowledgement, datagram, size) >= 0;
 }
 
+Answer answerIn(const char *datagram, int size)
+{
+    const int acknowledgement = indexOf(kAcknowledgement, datagram, size);
+    const int dataReply = indexOf(kDataReply, datagram, size);
+    if (dataReply >= 0 && (acknowledgement < 0 || dataReply < acknowledgement))
+        return Answer::DataReply;
+    return acknowledgement >= 0 ? Answer::Acknowledgement : Answer::None;
+}
+
 std::optional<DataReply> findDataReply(const char *datagram, int size)
 {
     const int position = indexOf(kDataReply, datagram, size);

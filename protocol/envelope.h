@@ -29,6 +29,11 @@ int wrap(const QByteArray &frame, Datagram &datagram);
 /// Whether a datagram from the board acknowledges a command.
 [[nodiscard]] bool isAcknowledgement(const char *datagram, int size);
 
+/// What a datagram from the board is: what its first pattern makes it, as the payload of a data
+/// reply may hold either pattern.
+enum class Answer { None, Acknowledgement, DataReply };
+[[nodiscard]] Answer answerIn(const char *datagram, int size);
+
 /// A data reply inside a datagram from the board.
 struct DataReply
 {

@@ -10,9 +10,11 @@
 #include <QUdpSocket>
 
 #include <atomic>
+#include <cctype>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <random>
 #include <thread>
 
 using namespace testsupport;
@@ -135,6 +137,124 @@ void Exchange::run(const QHostAddress &address, int port)
         complaint += QStringLiteral("payload ") + QString::fromLatin1(out.toHex());
 }
 
+/// What a letter of a script stands for; a capital letter for a datagram from the board's port.
+QByteArray datagramOf(char letter)
+{
+    switch (std::toupper(letter)) {
+    case 'A':
+        return kAcknowledgement;
+    case 'D':
+        return bytes("5a5a5a5a 00 0100 0000 0d");
+    case 'E':
+        return bytes("5a5a5a5a 00 0100 0000 0e");
+    case 'F': // its payload is an acknowledgement's pattern
+        return bytes("5a5a5a5a 00 0400 0000 0f5af0a5");
+    default:
+        return bytes("deadbeef");
+    }
+}
+
+/// A board, and a third host that sends whatever the board is told to: a script of one text of
+/// letters per datagram that the board receives. "." is a pause of 200 ms, "p" an acknowledgement
+/// from another port of the board, "-" nothing.
+class FaultyPeer
+{
+public:
+    using Script = std::function<QByteArray(int index, const QByteArray &datagram)>;
+
+    explicit FaultyPeer(Script script)
+        : m_script(std::move(script))
+    {
+        std::atomic<bool> ready{false};
+        m_thread = std::thread([this, &ready] { run(ready); });
+        while (!ready)
+            std::this_thread::yield();
+    }
+    ~FaultyPeer()
+    {
+        m_stopping = true;
+        m_thread.join();
+    }
+    FaultyPeer(const FaultyPeer &) = delete;
+    FaultyPeer &operator=(const FaultyPeer &) = delete;
+
+    std::atomic<bool> bound{false};
+    std::atomic<int> count{0}; ///< datagrams received by the board
+
+private:
+    void run(std::atomic<bool> &ready)
+    {
+        QUdpSocket board;
+        QUdpSocket otherPort;
+        QUdpSocket stranger;
+        bound = board.bind(boardAddress(), 2001) && otherPort.bind(boardAddress(), 0)
+            && stranger.bind(boardAddress(1), 2001);
+        ready = true;
+        QByteArray buffer(65536, '\0');
+        while (bound && !m_stopping) {
+            if (!board.waitForReadyRead(10))
+                continue;
+            QHostAddress engine;
+            quint16 port = 0;
+            const auto size = board.readDatagram(buffer.data(), buffer.size(), &engine, &port);
+            const QByteArray answers = m_script(count++, buffer.left(int(size)));
+            for (const char letter : answers) {
+                if (letter == '.')
+                    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+                else if (letter == 'p')
+                    otherPort.writeDatagram(kAcknowledgement, engine, port);
+                else if (letter != '-')
+                    (std::isupper(letter) ? board : stranger)
+                        .writeDatagram(datagramOf(letter), engine, port);
+            }
+        }
+    }
+
+    Script m_script;
+    std::atomic<bool> m_stopping{false};
+    std::thread m_thread;
+};
+
+/// What came of many exchanges with a board that loses, repeats and garbles.
+struct Soak
+{
+    int succeeded = 0;
+    int falselySucceeded = 0; ///< the board never got the command
+    int lost = 0; ///< datagrams that the board did not get
+};
+
+Soak soak(int exchanges, quint32 seed, bool isStrict)
+{
+    Soak result;
+    std::atomic<int> lost{0};
+    std::atomic<int> lastReceived{-1};
+    std::mt19937 random(seed);
+    FaultyPeer peer([&](int index, const QByteArray &datagram) -> QByteArray {
+        if (index % 1000 == 999) {
+            ++lost;
+            return {};
+        }
+        lastReceived = quint8(datagram[14]) | quint8(datagram[15]) << 8;
+        constexpr const char *kAnswers[] = {"A", "AA", "AAA", "aA", "xA", "XA", "pA", "Aa"};
+        return kAnswers[random() % 8];
+    });
+    LumtarEngine engine;
+    const DebugLines mute;
+    engine.SetStrictExchange(isStrict);
+    if (!peer.bound || !engine.SetUdpConnect(localPort(), boardAddress()))
+        return result;
+    for (int i = 0; i < exchanges; ++i) {
+        const int number = i % 0x10000;
+        const QByteArray command =
+            bytes("8c908c90 06") + char(number & 0xff) + char(number >> 8 & 0xff);
+        const bool succeeded = engine.SendCommand(command) != 0;
+        result.succeeded += succeeded;
+        result.falselySucceeded += succeeded && lastReceived != number;
+    }
+    result.lost = lost;
+    return result;
+}
+
 QUdpSocket *occupy(QObject *parent, int port)
 {
     auto *socket = new QUdpSocket(parent);
@@ -163,8 +283,15 @@ private slots:
     void closedLink();
     void frameSizeLimit();
     void cancelling();
+    void strictExchanges_data();
+    void strictExchanges();
+    void lateAnswerAfterCancelling();
+    void floods_data();
+    void floods();
+    void soaks();
     void refusedPorts_data();
     void refusedPorts();
+    void refusesNoAddress();
     void takenPort();
     void reopening();
     void ipv6();
@@ -526,6 +653,150 @@ void TestLink::cancelling()
     engine.Resume();
     QCOMPARE(engine.StopExec(), 1);
     QCOMPARE(board.receptions().size(), 2);
+}
+
+void TestLink::strictExchanges_data()
+{
+    // name | queued before | answers per datagram | status read or not | not strict: result,
+    // datagrams sent | strict: result, datagrams sent, payload of the status
+    addRows(R"(
+        repeated, then lost  | A  | -;A        |   | 1 1 | 1 2
+        all is lost          | AA | -;-;-      |   | 1 1 | 0 3
+        garbage before       | x  | A          |   | 1 2 | 1 1
+        third host           |    | xaA        |   | 1 2 | 1 1
+        third host alone     |    | -;a;A      |   | 1 2 | 1 3
+        another port         |    | p;A        |   | 1 1 | 1 2
+        garbage of the board |    | XXXA       |   | 0 3 | 1 1
+        repeated in a read   |    | AAD;AD;AD  | r | 1 3 | 1 1 0d
+        data of before       | D  | DAE;AE     | r | 1 3 | 1 1 0e
+        third host's data    |    | AdE;AE     | r | 1 1 | 1 1 0e
+        pattern in the data  |    | FAE;AE;AE  | r | 1 3 | 1 1 0e
+        garbled data         |    | AXE;AE;AE  | r | 1 3 | 1 1 0e)");
+}
+
+void TestLink::strictExchanges()
+{
+    QFETCH(QStringList, row);
+    const QByteArrayList script = row[2].toLatin1().split(';');
+    const bool readsStatus = !row[3].isEmpty();
+    for (const bool isStrict : {false, true}) {
+        // What is queued are answers to a datagram of before.
+        FaultyPeer peer([&](int i, const QByteArray &) {
+            return i == 0 ? row[1].toLatin1() : script.value(i - 1);
+        });
+        QVERIFY(peer.bound);
+        LumtarEngine engine;
+        QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+        engine.SetStrictExchange(isStrict);
+        QMetaObject::invokeMethod(&engine, "CommWith2001", Q_ARG(QByteArray, QByteArray()));
+        QTRY_COMPARE(peer.count.load(), 1);
+        QTest::qSleep(20);
+        int tries = 0;
+        engine.SetObserver(
+            {{}, [&](const EngineObserver::Exchange &each) { tries = each.tries; }, {}});
+        const DebugLines mute;
+        unsigned char status[1600] = {};
+        const int result = readsStatus ? engine.CheckSeqExec(0, status) : engine.StopExec();
+        QStringList outcome{QString::number(result), QString::number(tries)};
+        if (isStrict && readsStatus)
+            outcome += QString::number(status[0], 16).rightJustified(2, QLatin1Char('0'));
+        QCOMPARE(outcome.join(QLatin1Char(' ')), row[isStrict ? 5 : 4]);
+        if (isStrict) {
+            QCOMPARE(*engine.peerAddress, boardAddress());
+            QCOMPARE(int(engine.localPort), localPort());
+        }
+    }
+}
+
+/// The acknowledgement of a cancelled exchange does not count for the next, whose datagram is lost.
+void TestLink::lateAnswerAfterCancelling()
+{
+    const QByteArrayList script{"..A", "-", "A"};
+    for (const bool isStrict : {false, true}) {
+        FaultyPeer peer([&](int i, const QByteArray &) { return script.value(i); });
+        QVERIFY(peer.bound);
+        LumtarEngine engine;
+        QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+        engine.SetStrictExchange(isStrict);
+        std::thread other([&] {
+            while (peer.count == 0)
+                std::this_thread::yield();
+            engine.Cancel();
+        });
+        QCOMPARE(engine.SendCommand(bytes("8c908c90 02")), 0);
+        other.join();
+        engine.Resume();
+        QCOMPARE(engine.StopExec(), 1);
+        QTRY_COMPARE(peer.count.load(), isStrict ? 3 : 2);
+    }
+}
+
+void TestLink::floods_data()
+{
+    QTest::addColumn<bool>("ofTheBoard");
+    QTest::newRow("of a third host") << false;
+    QTest::newRow("of the board, which never answers") << true;
+}
+
+/// Garbage that does not end costs neither the exchange nor more than its time.
+void TestLink::floods()
+{
+    QFETCH(bool, ofTheBoard);
+    LinkResponder board(boardAddress());
+    QUdpSocket silent;
+    if (ofTheBoard)
+        QVERIFY(silent.bind(boardAddress(), 2001, QUdpSocket::ShareAddress));
+    else
+        QVERIFY(board.start());
+    std::atomic<bool> stopping{false};
+    std::thread flood([&] {
+        QUdpSocket socket;
+        if (!socket.bind(boardAddress(ofTheBoard ? 0 : 1), 2001, QUdpSocket::ShareAddress))
+            return;
+        while (!stopping) {
+            for (int i = 0; i < 50; ++i)
+                socket.writeDatagram(bytes("deadbeef"), boardAddress(), quint16(localPort()));
+            std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        }
+    });
+    LumtarEngine engine;
+    engine.SetStrictExchange(true);
+    const DebugLines mute;
+    const int opened = engine.SetUdpConnect(localPort(), boardAddress());
+    QElapsedTimer timer;
+    timer.start();
+    const int result = engine.CheckSeqExec(0, nullptr);
+    const auto elapsed = timer.elapsed();
+    stopping = true;
+    flood.join();
+    QCOMPARE(opened, 1);
+    QCOMPARE(result, ofTheBoard ? 0 : 1);
+    QVERIFY2(elapsed < 9500, qPrintable(QString::number(elapsed)));
+}
+
+/// A success is one: with repeated acknowledgements, strangers and garbage, and now and then a
+/// datagram that is lost. LUMTAR_SOAK_EXCHANGES makes it longer.
+void TestLink::soaks()
+{
+    const int exchanges = std::max(2000, qEnvironmentVariableIntValue("LUMTAR_SOAK_EXCHANGES"));
+    const Soak loose = soak(2000, 1, false);
+    QVERIFY(loose.falselySucceeded > 0); // or the faults are none
+    const Soak strict = soak(exchanges, 1, true);
+    qInfo("%d exchanges, %d datagrams lost; not strict, of 2000: %d false successes", exchanges,
+          strict.lost, loose.falselySucceeded);
+    QCOMPARE(strict.falselySucceeded, 0);
+    QCOMPARE(strict.succeeded, exchanges);
+    QVERIFY(strict.lost >= exchanges / 1000);
+}
+
+void TestLink::refusesNoAddress()
+{
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    const DebugLines caught;
+    QCOMPARE(engine.SetUdpConnect(localPort(1), QHostAddress()), 0);
+    QVERIFY(isRefusal(caught.lines(), QStringLiteral("SetUdpConnect"), QStringLiteral("null")));
+    QCOMPARE(int(engine.udpSocket->localPort()), localPort()); // nothing has changed
 }
 
 void TestLink::refusedPorts_data()

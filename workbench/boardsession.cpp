@@ -6,6 +6,7 @@ namespace workbench {
 
 BoardSession::BoardSession()
 {
+    engine.SetStrictExchange(true);
     engine.SetObserver({[this](const QByteArray &, int attempt) { sending(attempt); },
                         [this](const EngineObserver::Exchange &exchange) { ended(exchange); },
                         [this](const QString &text) {
