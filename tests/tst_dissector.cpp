@@ -5,6 +5,7 @@
 #include "tests/writecapture.h"
 
 #include "engine/lumtarengine.h"
+#include "virtualboard/board/boardstatus.h"
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/capture/capturemarks.h"
 
@@ -125,17 +126,34 @@ const QVector<Row> engineRows = {
     {"GOOSE signals", "8c908c90090200",
      ".command=GOOSE signal control; .step=2; .group=0; .item_count=4; .item.length=4,2,2,1; "
      ".item_layout=with item count; .item.offset=117,143,157,171; "
-     ".item.data=00000000,0680,0640,01"},
+     ".item.data=00000000,0680,0640,01; _ws.col.Info=GOOSE signal control  step 2  stream 0  "
+     "117: 00 00 00 00  143: 10  157: 01  171: true"},
     {"step option", "8c908c900a02", ".command=Step option; .step=2; .option=1"},
     {"step condition", "8c908c900702",
      ".command=Step condition; .step=2; .conditions=0x08; .conditions.binary_input=1; "
-     ".step_time=3000; .time_jump=3; .trigger=1; .trigger_jump=4; .input=1; .input_jump=5"},
+     ".step_time=3000; .time_jump=3; .trigger=1; .trigger_jump=4; .input=1; .input_jump=5; "
+     "_ws.col.Info=Step condition  step 2  conditions 0x08  3000 ms -> 3  trigger 1 -> 4  "
+     "binary input yes -> end"},
     {"start", "8c908c900301",
      ".command=Start and stop; .start=1; .sample_interval=250; .start.parameter=5,2,4,8"},
     {"stop", "8c908c900300", "_ws.col.Info=Start and stop  stop  sample interval 250 us"},
     {"status", "8c928c9207", ".command=Status read-back; .which=0x07"},
     {"acknowledgement", "8c928c9207", ".acknowledgement=0f5af0a5", 1},
     {"data reply", "8c928c9207", ".reply.length=3; .reply.payload=a1b2c3", 2},
+    {"state", "8c928c9200",
+     ".status.state=2; .status.step=1; .status.time=1012500000; .status.channel=0,65; "
+     ".status.frames=16204; .status.problems=3; .status.start=2; .status.missed=4; "
+     "_ws.col.Info=Status  running  step 1  1.012500 s  16204 frames",
+     2},
+    {"changes", "8c928c9201",
+     ".changes.total=50; .changes.count=2; .status.start=2; .change.left=255,1; "
+     ".change.entered=0,255; .change.cause=0,3; .change.disturbed=0x00,0x05; "
+     ".change.disturbed.late=0,1; .change.disturbed.refused=0,0; .change.disturbed.lost=0,1; "
+     ".change.channel=65535,7; .change.late=0,1000; .change.cause_time=0,1030000000; "
+     ".change.time=0,1030250000; "
+     "_ws.col.Info=Status  50 changes  last 1 -> end (binary input 7) at 1.030000 s, "
+     "disturbed",
+     2},
 };
 
 /// Commands that only the application sends; here whole frames.
@@ -218,6 +236,29 @@ void configureSequence(LumtarEngine &engine)
     step.binOut[0] = step.binOut[2] = 1;
 }
 
+QByteArray statusPayload(int which)
+{
+    using namespace virtualboard;
+    if (which == StateStatus) {
+        PlayStatus status;
+        status.state = PlayState::Running;
+        status.step = 1;
+        status.totalTime = 1012500us;
+        status.framesSent = 16204;
+        status.activeChannels = {1, 2};
+        status.punctuality.missedDeadlines = 4;
+        return encodeState(status, 3, 2);
+    }
+    if (which != LogStatus)
+        return bytes("a1b2c3");
+    TransitionLog log;
+    log.total = 50;
+    log.start = 2;
+    log.last = {{kNoStep, 0, Cause::Start, kNoChannel, 0s, 0s, 0s, 0},
+                {1, kNoStep, Cause::BinaryInput, 7, 1030ms, 1030250us, 1us, 5}};
+    return encodeLog(log);
+}
+
 } // namespace
 
 class DissectorTest : public QObject
@@ -292,7 +333,7 @@ void DissectorTest::record()
 {
     virtualboard::LinkResponder board(boardAddress(1));
     QCOMPARE(testsupport::failure(board.start()), QString());
-    QVERIFY(board.setStatus(bytes("a1b2c3")));
+    board.setStatusSource(statusPayload);
     Tap tap;
     tap.start();
     tap.ready.acquire();
@@ -301,7 +342,8 @@ void DissectorTest::record()
     configureSequence(engine);
     bool done = tap.bound && engine.SetUdpConnect(localPort(), boardAddress(0)) == 1
         && engine.StopExec() == 1 && engine.InitGPP(example.data()) == 1 && engine.ExecSeq() == 1
-        && engine.CheckSeqExec(7, nullptr) == 1;
+        && engine.CheckSeqExec(7, nullptr) == 1 && engine.CheckSeqExec(0, nullptr) == 1
+        && engine.CheckSeqExec(1, nullptr) == 1;
     for (const Row &row : applicationRows + wrongRows)
         done = done && engine.SendCommand(bytes(row.frame)) == 1;
     tap.quit();

@@ -34,9 +34,17 @@ local start_flags = { [0] = "stop", "start" }
 local yes_no = { [0] = "no", "yes" }
 local entry_codes = { [0] = "not mapped", [4] = "mapped" }
 local entry_uses = { [0x1f] = "not used", [0x20] = "used" }
+-- A sequence has up to five steps: a jump to any other ends it.
+local jumps = {}
+for step = 0, 255 do
+    jumps[step] = step < 5 and tostring(step) or "end"
+end
+local states = { [0] = "idle", "armed", "running", "finished", "stopped" }
+local causes = { [0] = "start", "time", "trigger", "binary input", "stop", "ring", "limit" }
 local checksum_states = { [0] = "Bad", "Good", "Unverified" }
 
 local uint8, uint16, float = ProtoField.uint8, ProtoField.uint16, ProtoField.float
+local ns = ProtoField.uint64
 local text, bytes, framenum = ProtoField.string, ProtoField.bytes, ProtoField.framenum
 local dec, hex = base.DEC, base.HEX
 
@@ -93,11 +101,11 @@ local f = {
     conditions = uint8("lumtar.conditions", "Transition conditions", hex),
     conditions_input = uint8("lumtar.conditions.binary_input", "Binary input", dec, yes_no),
     step_time = uint16("lumtar.step_time", "Step time (ms)"),
-    time_jump = uint8("lumtar.time_jump", "Step after the time"),
+    time_jump = uint8("lumtar.time_jump", "Step after the time", dec, jumps),
     trigger = uint8("lumtar.trigger", "Trigger"),
-    trigger_jump = uint8("lumtar.trigger_jump", "Step after the trigger"),
+    trigger_jump = uint8("lumtar.trigger_jump", "Step after the trigger", dec, jumps),
     input = uint8("lumtar.input", "Binary input enabled", dec, yes_no),
-    input_jump = uint8("lumtar.input_jump", "Step after the binary input"),
+    input_jump = uint8("lumtar.input_jump", "Step after the binary input", dec, jumps),
     option = uint8("lumtar.option", "Step option"),
     group = uint8("lumtar.group", "Group"),
     item_layout = text("lumtar.item_layout", "Layout"),
@@ -131,6 +139,36 @@ local f = {
     property2 = uint16("lumtar.property2", "Property 2", hex),
     property3 = uint8("lumtar.property3", "Property 3", hex),
     property4 = uint8("lumtar.property4", "Property 4", hex),
+    -- status of the board made of software
+    status_state = uint8("lumtar.status.state", "State", dec, states),
+    status_step = uint8("lumtar.status.step", "Step"),
+    status_time_in_step = ns("lumtar.status.time_in_step", "Time in the step (ns)"),
+    status_time = ns("lumtar.status.time", "Time since the start of the sequence (ns)"),
+    status_frames = ns("lumtar.status.frames", "Frames published since the start"),
+    status_channels = bytes("lumtar.status.channels", "Active logic channels, lowest bit first"),
+    status_channel = uint16("lumtar.status.channel", "Active logic channel"),
+    status_problems = ProtoField.uint32("lumtar.status.problems", "Problems reported"),
+    status_start = ProtoField.uint32("lumtar.status.start", "Number of the start"),
+    status_late_p50 = ns("lumtar.status.late_p50", "Lateness of half of the instants (ns)"),
+    status_late_p99 = ns("lumtar.status.late_p99", "Lateness of 99 of 100 instants (ns)"),
+    status_late_max = ns("lumtar.status.late_max", "Largest lateness (ns)"),
+    status_missed = ns("lumtar.status.missed", "Missed deadlines"),
+    status_refused = ns("lumtar.status.refused", "Frames that an interface did not take"),
+    changes_total = ProtoField.uint32("lumtar.changes.total", "Changes since the start"),
+    changes_count = uint16("lumtar.changes.count", "Number of records"),
+    changes_size = uint16("lumtar.changes.size", "Size of a record"),
+    change = text("lumtar.change", "Change"),
+    change_left = uint8("lumtar.change.left", "Step left"),
+    change_entered = uint8("lumtar.change.entered", "Step entered", dec, jumps),
+    change_cause = uint8("lumtar.change.cause", "Cause", dec, causes),
+    change_disturbed = uint8("lumtar.change.disturbed", "Disturbed since the change before", hex),
+    change_late_sent = uint8("lumtar.change.disturbed.late", "Instant sent late", dec, yes_no),
+    change_refused = uint8("lumtar.change.disturbed.refused", "Frames were refused", dec, yes_no),
+    change_lost = uint8("lumtar.change.disturbed.lost", "Inputs were lost", dec, yes_no),
+    change_channel = uint16("lumtar.change.channel", "Logic channel"),
+    change_late = ns("lumtar.change.late", "Lateness of the instant (ns)"),
+    change_cause_time = ns("lumtar.change.cause_time", "Time of the cause (ns)"),
+    change_time = ns("lumtar.change.time", "Time of the instant (ns)"),
     -- FT3
     ft3_layout = text("lumtar.ft3.layout", "Layout"),
     ft3_flag = uint8("lumtar.ft3.flag", "Flag byte", hex),
@@ -295,7 +333,24 @@ local function end_of_items(frame, at, count)
     return (count == nil or found == count) and at or nil
 end
 
-local function goose_item(frame, tree)
+--- The contents of a dataset entry as the board writes them: a Boolean, the bits of a bit string of
+--- up to eight, else bytes.
+local function item_value(data)
+    local first = data(0, 1):uint()
+    if data:len() == 1 and first <= 1 then return first == 1 and "true" or "false" end
+    if data:len() == 2 and first >= 1 and first <= 7 and data(1, 1):uint() % 2 ^ first == 0 then
+        local bits = {}
+        for bit = 7, first, -1 do
+            bits[#bits + 1] = ("%d"):format(math.floor(data(1, 1):uint() / 2 ^ bit) % 2)
+        end
+        return table.concat(bits)
+    end
+    return data:bytes():tohex(true, " ")
+end
+
+local items_shown = 8
+
+local function goose_item(frame, tree, v)
     local head = frame:take(3)
     if not head then return end
     local offset, length = head(0, 2):le_uint(), head(2, 1):uint()
@@ -306,8 +361,14 @@ local function goose_item(frame, tree)
     if frame.truncated then return end
     if data then item:add(f.item_data, data) end
     item:set_len(3 + length)
-    item:set_text(("Item: %s at frame offset %d"):format(
-        data and data:bytes():tohex(true, " ") or "nothing", offset))
+    local value = data and item_value(data) or "nothing"
+    item:set_text(("Item: %s at frame offset %d"):format(value, offset))
+    v.items = v.items + 1
+    if v.items <= items_shown then
+        v.values[v.items] = ("%d: %s"):format(offset, value)
+    elseif v.items == items_shown + 1 then
+        v.values[v.items] = "..."
+    end
 end
 
 --- Whether what follows is a frame offset, a length and whole items rather than counted items.
@@ -325,11 +386,10 @@ local function goose_items(frame, tree, v)
         :set_generated()
     decode(uncounted and { { "block_offset", 2, le }, { "block_length", 2, le } }
         or { { "item_count" } }, frame, tree, v)
-    v.items = 0
+    v.items, v.values = 0, {}
     while not frame.truncated and v.items ~= v.item_count
         and not (uncounted and frame:ends_at(frame.at)) do
-        goose_item(frame, tree)
-        v.items = v.items + 1
+        goose_item(frame, tree, v)
     end
 end
 
@@ -442,9 +502,14 @@ local function frame_template_info(v)
 end
 
 local function step_condition_info(v)
-    return ("step %d  conditions 0x%02x  %d ms -> %d  trigger %d -> %d  binary input %s -> %d")
-        :format(v.step, v.conditions, v.step_time, v.time_jump, v.trigger, v.trigger_jump,
-            yes_no[v.input] or v.input, v.input_jump)
+    return ("step %d  conditions 0x%02x  %d ms -> %s  trigger %d -> %s  binary input %s -> %s")
+        :format(v.step, v.conditions, v.step_time, jumps[v.time_jump], v.trigger,
+            jumps[v.trigger_jump], yes_no[v.input] or v.input, jumps[v.input_jump])
+end
+
+local function goose_items_info(v)
+    return ("step %d  stream %d  %s"):format(v.step, v.group,
+        #v.values > 0 and table.concat(v.values, "  ") or "no items")
 end
 
 local function subscription_info(v)
@@ -467,6 +532,13 @@ end
 
 local function optional_phase_jump(frame, tree, v)
     if frame:remaining() >= 4 then decode({ { "phase_jump", 4, real } }, frame, tree, v) end
+end
+
+local latest, response_to, response_in, which_of
+
+--- Kept for the answer, which does not say what it answers.
+local function keep_which(frame, _, v)
+    if v.which then which_of[frame.pinfo.number] = v.which end
 end
 
 local one_flag = { { "flag" } }
@@ -500,12 +572,12 @@ local commands = {
             { "input" }, { "input_jump" } }, step_condition_info },
         [0x08] = { "State change", one_flag, line("flag %d", "flag") },
         [0x09] = { "GOOSE signal control", { { "step" }, { "group" }, goose_items },
-            line("step %d  stream %d  %d items", "step", "group", "items") },
+            goose_items_info },
         [0x0a] = { "Step option", { { "step" }, { "option" } },
             line("step %d  option %d", "step", "option") },
     },
     [0x8c91] = { "Frame template", { frame_template }, frame_template_info },
-    [0x8c92] = { "Status read-back", { { "which" } }, line("which 0x%02x", "which") },
+    [0x8c92] = { "Status read-back", { { "which" }, keep_which }, line("which 0x%02x", "which") },
     [0x8c93] = { "Stop", {} },
     [0x8453] = { "FPGA reset", { { "select1" }, { "select2" } },
         line("selectors %02x %02x", "select1", "select2") },
@@ -645,7 +717,89 @@ end
 
 -- Answers ---------------------------------------------------------------------------------------
 
-local function dissect_reply(tvb, at, tree)
+-- The status of the board made of software, layout 3.
+
+local function le64(range) return range:le_uint64() end
+local function seconds(time) return time:tonumber() / 1e9 end
+
+local state_layout = {
+    { "status_state" }, { "status_step" }, fixed("\0\0"), { "status_time_in_step", 8, le64 },
+    { "status_time", 8, le64 }, { "status_frames", 8, le64 },
+    function(frame, tree)
+        local range = frame:take(32)
+        if not range then return end
+        local item = tree:add(f.status_channels, range)
+        for channel = 0, 255 do
+            local byte = range(math.floor(channel / 8), 1)
+            if math.floor(byte:uint() / 2 ^ (channel % 8)) % 2 == 1 then
+                item:add(f.status_channel, byte, channel)
+            end
+        end
+    end,
+    { "status_problems", 4, le }, { "status_start", 4, le }, { "status_late_p50", 8, le64 },
+    { "status_late_p99", 8, le64 }, { "status_late_max", 8, le64 }, { "status_missed", 8, le64 },
+    { "status_refused", 8, le64 },
+}
+
+local change_layout = {
+    { "change_left" }, { "change_entered" }, { "change_cause" },
+    { "change_disturbed", parts = { { "change_late_sent", 0, 1 }, { "change_refused", 1, 1 },
+        { "change_lost", 2, 1 } } },
+    { "change_channel", 2, le }, fixed("\0\0"), { "change_late", 8, le64 },
+    { "change_cause_time", 8, le64 }, { "change_time", 8, le64 },
+}
+
+local function change_text(v)
+    return ("%s%s (%s%s) at %.6f s%s"):format(
+        v.change_left == 255 and "" or v.change_left .. " -> ", jumps[v.change_entered],
+        causes[v.change_cause] or v.change_cause,
+        v.change_cause == 3 and " " .. v.change_channel or "", seconds(v.change_cause_time),
+        v.change_disturbed ~= 0 and ", disturbed" or "")
+end
+
+local changes_layout = {
+    { "changes_total", 4, le }, { "changes_count", 2, le }, { "changes_size", 2, le },
+    { "status_start", 4, le },
+    function(frame, tree, v)
+        for _ = 1, v.changes_count do
+            if frame:remaining() < 32 then
+                frame.truncated = true
+                return
+            end
+            local item = tree:add(f.change, frame.range(frame.at, 32), "")
+            decode(change_layout, frame, item, v)
+            v.last_change = change_text(v)
+            item:set_text("Change: " .. v.last_change)
+        end
+    end,
+}
+
+local status_layouts = {
+    [0] = { state_layout, function(v)
+        return ("%s  step %s  %.6f s  %s frames"):format(states[v.status_state] or v.status_state,
+            v.status_step == 255 and "none" or v.status_step, seconds(v.status_time),
+            tostring(v.status_frames))
+    end },
+    [1] = { changes_layout, function(v)
+        return ("%d changes%s"):format(v.changes_total,
+            v.last_change and "  last " .. v.last_change or "")
+    end },
+}
+
+--- Dissects the payload as that status; returns its line, or nil if it is none.
+local function dissect_status(payload, which, pinfo, tree)
+    local status = status_layouts[which]
+    if not status or payload:len() < 5 or payload(0, 4):raw() ~= "LVB\3" then return nil end
+    local frame, v = new_frame(payload(4), pinfo), {}
+    decode(status[1], frame, tree, v)
+    if frame.truncated then
+        tree:add_proto_expert_info(e.truncated)
+        return "Status  [truncated]"
+    end
+    return "Status  " .. status[2](v)
+end
+
+local function dissect_reply(tvb, at, pinfo, tree)
     local size = tvb:len()
     tree:add(f.reply_marker, tvb(at, 4))
     local length = at + 7 <= size and tvb(at + 5, 2):le_uint() or 0
@@ -662,12 +816,14 @@ local function dissect_reply(tvb, at, tree)
     tree:add(f.reply_ignored, tvb(at + 7, 2))
     if length == 0 then return "Data reply  empty" end
     local payload = tvb(at + 9, length)
-    tree:add(f.reply_payload, payload)
+    local item = tree:add(f.reply_payload, payload)
+    local status = dissect_status(payload, which_of[response_to[pinfo.number]], pinfo, item)
+    if status then return status end
     return ("Data reply  %d bytes  %s%s"):format(length,
         payload(0, math.min(length, 16)):bytes():tohex(true, " "), length > 16 and " ..." or "")
 end
 
-local function dissect_answer(tvb, tree)
+local function dissect_answer(tvb, pinfo, tree)
     local data = tvb():raw()
     local lines = {}
     local acknowledged = data:find("\x0f\x5a\xf0\xa5", 1, true)
@@ -676,7 +832,7 @@ local function dissect_answer(tvb, tree)
         lines[#lines + 1] = "Acknowledgement"
     end
     local reply = data:find("\x5a\x5a\x5a\x5a", 1, true)
-    if reply then lines[#lines + 1] = dissect_reply(tvb, reply - 1, tree) end
+    if reply then lines[#lines + 1] = dissect_reply(tvb, reply - 1, pinfo, tree) end
 
     if tvb:reported_len() > engine_buffer then tree:add_proto_expert_info(e.long) end
     if #lines > 0 then return table.concat(lines, ", ") end
@@ -686,10 +842,8 @@ end
 
 -- Exchanges -------------------------------------------------------------------------------------
 
-local latest, response_to, response_in
-
 function lumtar.init()
-    latest, response_to, response_in = {}, {}, {}
+    latest, response_to, response_in, which_of = {}, {}, {}, {}
 end
 
 --- Joins an answer to the command before it between the same two ends, and that command to its
@@ -716,7 +870,7 @@ function lumtar.dissector(tvb, pinfo, root)
     local from_board = pinfo.src_port == port and pinfo.dst_port ~= port
     local tree = root:add(lumtar, tvb())
     track(pinfo, tree, from_board)
-    local info = from_board and dissect_answer(tvb, tree) or dissect_envelope(tvb, pinfo, tree)
+    local info = from_board and dissect_answer(tvb, pinfo, tree) or dissect_envelope(tvb, pinfo, tree)
     -- Only now: the dissectors of the inner frame write into the columns.
     pinfo.cols.protocol = "Lumtar"
     pinfo.cols.info = info
