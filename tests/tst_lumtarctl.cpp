@@ -70,6 +70,8 @@ private slots:
     void watches();
     void stopsTheBoardWhenInterrupted_data();
     void stopsTheBoardWhenInterrupted();
+    void tellsWhatMayStillRun_data();
+    void tellsWhatMayStillRun();
     void tellsThatLocalPortsAreTaken();
 
 private:
@@ -317,6 +319,26 @@ void TestLumtarctl::watches_data()
         "binary input: logic channel 255, 29.750 ms after entry into step 1 (fault)",
         "total 0.250 s"); // neither state nor step has changed
 
+    const auto disturbed = [](quint8 disturbances) {
+        TransitionLog log = exampleLog();
+        log.last[2].disturbances = disturbances;
+        return log;
+    };
+    row("doubtful", {encodeState(stateAt(PlayState::Finished, 2, 1000, 2030), 0)},
+        disturbed(SentLate | InputsLost), 1, "a time is doubtful",
+        "binary input 255 1.030000 29.750 sent late, inputs lost|"
+        "29.750 ms after entry into step 1 (fault), doubtful: sent late, inputs lost",
+        "frames refused");
+    TransitionLog others = exampleLog();
+    others.start = 8;
+    row("started by somebody else",
+        {encodeState(stateAt(PlayState::Running, 0, 1, 1), 0, 7),
+         encodeState(stateAt(PlayState::Running, 1, 1, 1), 0, 8)},
+        others, 1, "started again by somebody else (start 8, this test was 7)", "running: step 0",
+        "running: step 1");
+    row("started by somebody else before the changes were read",
+        {encodeState(stateAt(PlayState::Finished, 2, 1, 1), 0, 7)}, others, 1,
+        "started again by somebody else", "finished: step 2", "29.750");
     row("stopped by somebody else", {encodeState(stateAt(PlayState::Stopped, 1, 20, 1020), 0)},
         exampleLog(), 1, "was stopped before its end", "0 (prefault) 1 (fault) time", "late by");
     row("reset by somebody else", {encodeState(tripped, 0), encodeState({}, 0)}, {}, 1,
@@ -380,6 +402,33 @@ void TestLumtarctl::stopsTheBoardWhenInterrupted()
     QCOMPARE(hasStarted, exchange > 112);
     QVERIFY2(hasStarted || frames.size() <= exchange + 3, "goes on for long");
     QCOMPARE(m_output.contains(QLatin1String("step 4 of 5")), hasStarted); // a retry is no progress
+}
+
+void TestLumtarctl::tellsWhatMayStillRun_data()
+{
+    QTest::addColumn<int>("exchange"); // that is not answered
+    QTest::addColumn<bool>("mayRun");
+    QTest::newRow("the last command before the start") << 110 << false;
+    QTest::newRow("the start") << 111 << true;
+    QTest::newRow("the state after a change of steps") << 115 << true;
+}
+
+void TestLumtarctl::tellsWhatMayStillRun()
+{
+    QFETCH(int, exchange);
+    QFETCH(bool, mayRun);
+    answerStatus({encodeState(stateAt(PlayState::Running, 0, 1, 1), 0),
+                  encodeState(stateAt(PlayState::Running, 1, 1, 1001), 0)},
+                 encodeLog(exampleLog()));
+    m_board->setBehaviour(exchange, {Behaviour::NoAcknowledgement});
+    runFiles({QStringLiteral("--watch")});
+    QCOMPARE(m_exitStatus, 1);
+    const QString stop = QStringLiteral("the sequence may still be running; to stop it: lumtarctl "
+                                        "stop --board %1\n")
+                             .arg(boardAddress().toString());
+    QVERIFY2(m_errors.contains(QLatin1String("did not answer")), qPrintable(m_errors));
+    QVERIFY2(m_errors.endsWith(stop) == mayRun, qPrintable(m_errors));
+    QCOMPARE(m_output.contains(QLatin1String("29.750 ms after entry")), exchange > 112);
 }
 
 void TestLumtarctl::tellsThatLocalPortsAreTaken()

@@ -38,6 +38,9 @@ public:
     [[nodiscard]] Expected<QByteArray> readStatus(int which);
     [[nodiscard]] Expected<void> stop();
 
+    /// Whether an exchange has failed: what the board does since then is not known.
+    [[nodiscard]] bool isLost() const { return m_exchangeFailed; }
+
     /// Stops the board after an interruption, wherever that came.
     [[nodiscard]] Expected<void> stopInterrupted();
 

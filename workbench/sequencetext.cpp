@@ -44,7 +44,7 @@ QString causeText(const Transition &change)
 
 /// The number that a test is made for, with what makes it doubtful.
 QString inputText(const Transition &before, const Transition &change, Duration duration,
-                  const Sequence &sequence)
+                  const QString &whyDoubtful, const Sequence &sequence)
 {
     constexpr Duration kWorthTelling = 100us;
     QString text = QStringLiteral("binary input: logic channel %1, %2 ms after entry into step %3")
@@ -52,6 +52,8 @@ QString inputText(const Transition &before, const Transition &change, Duration d
                             stepText(sequence, change.left));
     if (before.lateness > kWorthTelling)
         text += QStringLiteral(", which began %1 ms late").arg(millisecondsText(before.lateness));
+    if (!whyDoubtful.isEmpty())
+        text += QStringLiteral(", doubtful: ") + whyDoubtful;
     if (duration < 0ns)
         text += QStringLiteral(": before its first frames were sent, so not because of them");
     return text;
@@ -118,7 +120,8 @@ QString changeTexts(const TransitionLog &log, const Sequence &sequence)
                    .arg(count);
     TextTable table({QStringLiteral(">time, s"), QStringLiteral("left"), QStringLiteral("entered"),
                      QStringLiteral("cause"), QStringLiteral(">time of cause, s"),
-                     QStringLiteral(">time in step, ms")});
+                     QStringLiteral(">time in step, ms"),
+                     hasDoubtfulTimes(log) ? QStringLiteral("doubtful") : QString()});
     QStringList inputs;
     for (int i = 0; i < count; ++i) {
         const Transition &change = log.last[i];
@@ -128,11 +131,20 @@ QString changeTexts(const TransitionLog &log, const Sequence &sequence)
              change.left == kNoStep ? QString() : stepText(sequence, change.left),
              change.entered == kNoStep ? QStringLiteral("end") : stepText(sequence, change.entered),
              causeText(change), secondsText(change.causeTime),
-             duration ? millisecondsText(*duration) : QString()});
+             duration ? millisecondsText(*duration) : QString(), log.whyDoubtful(i)});
         if (change.cause == Cause::BinaryInput && duration)
-            inputs << inputText(log.last[i - 1], change, *duration, sequence);
+            inputs << inputText(log.last[i - 1], change, *duration, log.whyDoubtful(i), sequence);
     }
     return lost + (table.isEmpty() ? QString() : table.toString()) + lines(inputs);
+}
+
+bool hasDoubtfulTimes(const TransitionLog &log)
+{
+    for (int i = 0; i < log.last.size(); ++i) {
+        if (!log.whyDoubtful(i).isEmpty())
+            return true;
+    }
+    return false;
 }
 
 QString concerns(const DecodedState &last)

@@ -25,6 +25,9 @@ namespace workbench {
 /// is what a test is made for.
 [[nodiscard]] QString changeTexts(const virtualboard::TransitionLog &log, const Sequence &sequence);
 
+/// Whether what the board sent or took in was disturbed during one of those times.
+[[nodiscard]] bool hasDoubtfulTimes(const virtualboard::TransitionLog &log);
+
 /// What the board's last state says about problems and, of a live board that did not keep it well,
 /// about its time. Empty if there is nothing to tell.
 [[nodiscard]] QString concerns(const virtualboard::DecodedState &last);

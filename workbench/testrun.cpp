@@ -82,11 +82,17 @@ Expected<DecodedState> TestRun::follow(const ShowState &showState)
         Expected<DecodedState> decoded = read(m_session, StateStatus, decodeState);
         if (!decoded)
             return decoded;
+        if (const Expected<void> ours = expectOurs(decoded->start); !ours)
+            return tl::unexpected<Failure>(ours.error());
         const PlayStatus &now = decoded->status;
         if (now.state == PlayState::Idle || now.state == PlayState::Armed)
             return failure(Failure::Board,
                            QStringLiteral("the board does not play the sequence: it is %1")
                                .arg(QLatin1String(stateName(now.state))));
+        if (before.step != kNoStep && now.step != before.step) {
+            if (const auto changes = readChanges(); !changes)
+                return tl::unexpected<Failure>(changes.error());
+        }
         showState(now, now.state != before.state || now.step != before.step);
         if (now.state != PlayState::Running)
             return decoded;
@@ -97,7 +103,22 @@ Expected<DecodedState> TestRun::follow(const ShowState &showState)
 
 Expected<TransitionLog> TestRun::readChanges()
 {
-    return read(m_session, LogStatus, decodeLog);
+    return read(m_session, LogStatus, decodeLog).and_then([this](const TransitionLog &log) {
+        return expectOurs(log.start).map([&] { return m_changes = log; });
+    });
+}
+
+Expected<void> TestRun::expectOurs(quint32 start)
+{
+    if (!m_start)
+        m_start = start;
+    if (start == *m_start)
+        return {};
+    return failure(Failure::Board,
+                   QStringLiteral("the board has been started again by somebody else (start %1, "
+                                  "this test was %2); what it plays is not this test any more")
+                       .arg(start)
+                       .arg(*m_start));
 }
 
 } // namespace workbench

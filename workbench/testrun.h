@@ -11,6 +11,7 @@
 #include <QString>
 
 #include <functional>
+#include <optional>
 
 namespace workbench {
 
@@ -42,17 +43,29 @@ public:
     [[nodiscard]] Expected<void> load();
     /// Sends the sequence and starts it.
     [[nodiscard]] Expected<void> execute();
-    /// Reads the state of the board until the sequence has ended, and returns the last one. Fails
-    /// when the board does not play, or has no status that is understood.
+    /// Reads the state of the board until the sequence has ended, and returns the last one, and
+    /// after each change of steps the changes. Fails when the board does not play, has been started
+    /// again by somebody else, or has no status that is understood.
     [[nodiscard]] Expected<virtualboard::DecodedState> follow(const ShowState &showState);
-    /// The changes of steps so far.
+    /// The changes of steps so far. Fails as follow() does.
     [[nodiscard]] Expected<virtualboard::TransitionLog> readChanges();
+    /// Those that were read last.
+    [[nodiscard]] const virtualboard::TransitionLog &changes() const { return m_changes; }
+    /// Whether the start command has been sent, answered or not.
+    [[nodiscard]] bool mayHaveStarted() const
+    {
+        return m_progress.done() >= m_progress.total() - 1;
+    }
 
 private:
+    [[nodiscard]] Expected<void> expectOurs(quint32 start);
+
     BoardSession &m_session;
     const PreparedTest &m_test;
     TransferProgress m_progress;
     ShowTransfer m_showTransfer;
+    std::optional<quint32> m_start; ///< the board's number of our start, once it is known
+    virtualboard::TransitionLog m_changes;
 };
 
 } // namespace workbench

@@ -81,8 +81,10 @@ Expected<void> watch(TestRun &run, const Sequence &sequence)
         line.show(stateText(status, sequence), isNews);
     });
     line.keep();
-    if (!last)
+    if (!last) {
+        sayLines(changeTexts(run.changes(), sequence));
         return tl::unexpected<Failure>(last.error());
+    }
     return run.readChanges().and_then(
         [&](const virtualboard::TransitionLog &log) -> Expected<void> {
             sayLines(changeTexts(log, sequence));
@@ -90,11 +92,25 @@ Expected<void> watch(TestRun &run, const Sequence &sequence)
             if (last->status.state == virtualboard::PlayState::Stopped)
                 return failure(Failure::Board,
                                QStringLiteral("the sequence was stopped before its end"));
+            if (hasDoubtfulTimes(log))
+                return failure(Failure::Board,
+                               QStringLiteral("a time is doubtful, as the table says: what the "
+                                              "board sent or took in was disturbed"));
             return {};
         });
 }
 
-Expected<void> run(BoardSession &session, const PreparedTest &test, bool isWatched)
+/// \a failure of a link behind which a sequence may be running.
+tl::unexpected<Failure> withWayToStop(Failure failure, const Endpoint &endpoint)
+{
+    failure.message += QStringLiteral("; the sequence may still be running; to stop it: lumtarctl "
+                                      "stop --board %1")
+                           .arg(endpoint.board.toString());
+    return tl::unexpected<Failure>(failure);
+}
+
+Expected<void> run(BoardSession &session, const PreparedTest &test, const Endpoint &endpoint,
+                   bool isWatched)
 {
     LiveLine line;
     TestRun run(session, test, [&line](const TransferProgress &progress, bool isNews) {
@@ -102,7 +118,10 @@ Expected<void> run(BoardSession &session, const PreparedTest &test, bool isWatch
     });
     const Expected<void> started = loadAndStart(run, test, session.engine, line);
     line.keep();
-    return started && isWatched ? watch(run, test.sequence) : started;
+    const Expected<void> result = started && isWatched ? watch(run, test.sequence) : started;
+    if (!result && session.isLost() && run.mayHaveStarted())
+        return withWayToStop(result.error(), endpoint);
+    return result;
 }
 
 } // namespace
@@ -123,12 +142,13 @@ Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QSt
     Expected<void> result = session.open(endpoint.board, endpoint.localPort);
     if (result) {
         interruption::expect();
-        result = run(session, *test, isWatched);
+        result = run(session, *test, endpoint, isWatched);
     }
-    if (!result && result.error().kind == Failure::Interrupted)
-        result = session.stopInterrupted().and_then([]() -> Expected<void> {
-            return failure(Failure::Interrupted,
-                           QStringLiteral("interrupted; the board has been stopped"));
-        });
+    if (!result && result.error().kind == Failure::Interrupted) {
+        result = session.stopInterrupted();
+        result = result ? failure(Failure::Interrupted,
+                                  QStringLiteral("interrupted; the board has been stopped"))
+                        : withWayToStop(result.error(), endpoint);
+    }
     return result.map([] { return 0; });
 }
