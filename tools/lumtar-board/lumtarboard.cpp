@@ -44,11 +44,13 @@ class NoticeQueue
 public:
     void add(const QString &line)
     {
-        constexpr int kMost = 1000; // until the next flush()
+        constexpr int kMost = 100; // until the next flush()
+        constexpr int kMostOfAll = 10000;
         const std::lock_guard<std::mutex> lock(m_mutex);
-        if (m_lines.size() < kMost)
+        if (m_lines.size() < kMost && m_told < kMostOfAll) {
             m_lines << line;
-        else
+            ++m_told;
+        } else
             ++m_left;
     }
     void flush()
@@ -70,6 +72,7 @@ private:
     std::mutex m_mutex;
     QStringList m_lines;
     int m_left = 0;
+    int m_told = 0;
 };
 
 /// Waits for the end. Returns whether it came in time.

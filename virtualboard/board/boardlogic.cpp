@@ -1,5 +1,7 @@
 #include "virtualboard/board/boardlogic.h"
 
+#include "virtualboard/wire/problems.h"
+
 #include <utility>
 
 namespace virtualboard {
@@ -21,7 +23,7 @@ BoardLogic::BoardLogic(Performer &performer, NoticeCounter &reports)
 
 void BoardLogic::obey(const DecodedCommand &decoded)
 {
-    const QStringList problems = m_program.take(decoded);
+    const QStringList problems = fewOf(m_program.take(decoded));
     for (const QString &problem : problems)
         m_reports.report(problem);
     if (!isObeyed(decoded))

@@ -430,11 +430,8 @@ QString problemList(const QVector<Reception> &receptions, int width)
     QString result = section(QStringLiteral("Problems"), width);
     if (problems.isEmpty())
         return result + QStringLiteral(" none\n");
-    constexpr int kMost = 100;
-    for (const QString &problem : problems.mid(0, kMost))
+    for (const QString &problem : problems)
         result += paragraph(problem, width);
-    if (problems.size() > kMost)
-        result += QStringLiteral(" and %1 more\n").arg(problems.size() - kMost);
     return result;
 }
 

@@ -2,6 +2,7 @@
 
 #include "virtualboard/play/download.h"
 #include "virtualboard/wire/analogchannels.h"
+#include "virtualboard/wire/problems.h"
 
 #include <algorithm>
 #include <utility>
@@ -10,19 +11,53 @@ namespace virtualboard {
 
 namespace {
 
+/// Keeps the first of all problems, each once, and counts the others.
+class ProblemList
+{
+public:
+    void add(const QStringList &problems)
+    {
+        constexpr int kMost = 100;
+        for (const QString &each : problems) {
+            if (m_kept.contains(each)) // a retry has the problems of the first attempt
+                continue;
+            if (m_kept.size() < kMost)
+                m_kept << each;
+            else
+                ++m_more;
+        }
+    }
+    void add(const ProblemList &others)
+    {
+        add(others.m_kept);
+        m_more += others.m_more;
+    }
+    QStringList lines() const
+    {
+        return m_more == 0 ? m_kept
+                           : m_kept + QStringList{QStringLiteral("and %1 more").arg(m_more)};
+    }
+
+private:
+    QStringList m_kept;
+    int m_more = 0;
+};
+
 /// Checks the commands, in their order, against what was downloaded before each.
 class Checker
 {
 public:
     void take(const Reception &reception)
     {
+        m_found.clear();
         m_place = QStringLiteral("Exchange %1 (%2): ")
                       .arg(reception.exchange)
                       .arg(commandName(reception.decoded.command));
         std::visit([this](const auto &command) { check(command); }, reception.decoded.command);
         m_download.take(reception.decoded);
+        m_problems.add(fewOf(m_found));
     }
-    QStringList problems() const { return m_problems; }
+    const ProblemList &problems() const { return m_problems; }
 
 private:
     template <typename Other>
@@ -45,10 +80,11 @@ private:
     void checkItem(const GooseItem &item, const Goose &goose);
     void range(const char *name, int found, int end);
     void equal(const char *name, int expected, int found);
-    void problem(const QString &sentence) { m_problems << m_place + sentence; }
+    void problem(const QString &sentence) { m_found << m_place + sentence; }
 
     QString m_place;
-    QStringList m_problems;
+    QStringList m_found; ///< in the command
+    ProblemList m_problems;
     Download m_download;
 };
 
@@ -180,9 +216,7 @@ QStringList ownProblems(const Reception &reception)
     return result;
 }
 
-} // namespace
-
-QStringList crossCheck(const QVector<Reception> &receptions)
+ProblemList contradictions(const QVector<Reception> &receptions)
 {
     Checker checker;
     const QVector<Reception> acknowledged = acknowledgedExchanges(receptions);
@@ -191,14 +225,37 @@ QStringList crossCheck(const QVector<Reception> &receptions)
     return checker.problems();
 }
 
+/// All datagrams that were too long in one line.
+QStringList oversized(const QVector<Reception> &receptions)
+{
+    const auto isOversized = [](const Reception &each) { return each.oversize > 0; };
+    const auto first = std::find_if(receptions.begin(), receptions.end(), isOversized);
+    if (first == receptions.end())
+        return {};
+    return {
+        QStringLiteral("%1 datagrams are longer than the %2 bytes that the link allows (the first: "
+                       "exchange %3, %4 bytes); they were not looked at.")
+            .arg(std::count_if(first, receptions.end(), isOversized))
+            .arg(kLargestDatagram)
+            .arg(first->exchange)
+            .arg(first->oversize)};
+}
+
+} // namespace
+
+QStringList crossCheck(const QVector<Reception> &receptions)
+{
+    return contradictions(receptions).lines();
+}
+
 QStringList allProblems(const QVector<Reception> &receptions)
 {
-    QStringList result;
+    ProblemList result;
+    result.add(oversized(receptions));
     for (const Reception &reception : receptions)
-        result += ownProblems(reception);
-    result += crossCheck(receptions);
-    result.removeDuplicates(); // a retry has the problems of the first attempt
-    return result;
+        result.add(ownProblems(reception));
+    result.add(contradictions(receptions));
+    return result.lines();
 }
 
 } // namespace virtualboard

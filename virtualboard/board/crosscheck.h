@@ -15,7 +15,8 @@ namespace virtualboard {
 /// \return one sentence per contradiction; empty when everything fits.
 [[nodiscard]] QStringList crossCheck(const QVector<Reception> &receptions);
 
-/// Everything that is wrong with the receptions: envelopes, command frames, then crossCheck().
+/// Everything that is wrong with the receptions: envelopes, command frames, then crossCheck(). Like
+/// there, the first few of a command, at most a hundred of all, and how many there are beside.
 [[nodiscard]] QStringList allProblems(const QVector<Reception> &receptions);
 
 } // namespace virtualboard

@@ -34,6 +34,8 @@ constexpr std::size_t kMaximumClients = 32; ///< whose last exchange is known
 constexpr std::size_t kMaximumWaiting = 64; ///< datagrams read, but not looked at yet
 constexpr int kMaximumStatusSize = 60000;
 constexpr int kOversized = 2000;
+constexpr int kLargestOfUdp = 65536; ///< bytes; above anything that it carries
+constexpr int kKeptOfOversized = 32; ///< bytes
 static_assert(kOversized > kPeerBufferSize, "more than the peer reads");
 /// Ends a wait in which the datagram that stop() sends got lost.
 constexpr qint64 kLongestWait = 1000; // ms
@@ -124,7 +126,8 @@ struct Client
 /// A datagram as it was read from the socket.
 struct Incoming
 {
-    QByteArray datagram;
+    QByteArray datagram; ///< the beginning if it is longer than the link allows
+    int size = 0; ///< whole
     Client client;
     quint64 number = 0; ///< counted from 1, in the order in which they came
 };
@@ -234,7 +237,7 @@ void LinkResponder::Private::run(std::promise<QString> &started)
     started.set_value({});
 
     waiting.clear();
-    buffer = QByteArray(kLargestDatagram, 0);
+    buffer = QByteArray(kLargestOfUdp, 0);
     while (!stopping) {
         if (waiting.empty())
             socket.waitForReadyRead(millisecondsToNextAnswer());
@@ -256,7 +259,8 @@ void LinkResponder::Private::collect(QUdpSocket &socket)
                                                 &next.client.port);
         if (size < 0)
             return;
-        next.datagram = buffer.left(int(size));
+        next.size = int(size);
+        next.datagram = buffer.left(next.size > kLargestDatagram ? kKeptOfOversized : next.size);
         next.number = ++incomingCount;
         waiting.push_back(std::move(next));
     }
@@ -266,11 +270,15 @@ void LinkResponder::Private::receive(QUdpSocket &socket, const Incoming &incomin
 {
     Reception reception;
     reception.datagram = incoming.datagram;
-    const Envelope envelope = openEnvelope(reception.datagram);
-    reception.problems = envelope.problems;
-    const bool isSound = envelope.problems.isEmpty();
-    if (isSound)
-        reception.decoded = decodeCommand(envelope.frame);
+    if (incoming.size > kLargestDatagram) {
+        reception.oversize = incoming.size;
+    } else {
+        const Envelope envelope = openEnvelope(reception.datagram);
+        reception.problems = envelope.problems;
+        if (envelope.problems.isEmpty())
+            reception.decoded = decodeCommand(envelope.frame);
+    }
+    const bool isSound = reception.oversize == 0 && reception.problems.isEmpty();
 
     // The lock is held until the record says how the datagram was answered, so that a peer that
     // has its answer finds the record complete.

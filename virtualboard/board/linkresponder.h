@@ -43,7 +43,8 @@ struct Behaviour
 /// One datagram that the board received.
 struct Reception
 {
-    QByteArray datagram;
+    QByteArray datagram; ///< its beginning if it is too long
+    int oversize = 0; ///< its size, if that is more than the link allows; then nothing was decoded
     QStringList problems; ///< of the envelope
     DecodedCommand decoded; ///< left empty when the envelope has problems
     int exchange = 0; ///< from 0 since start() or clear()
@@ -56,7 +57,8 @@ struct Reception
 ///
 /// Listens on one UDP address in a thread of its own, records what comes in, and answers: every
 /// datagram with a sound envelope is acknowledged, a status read-back is also given a data reply;
-/// a datagram with a damaged envelope is recorded and not answered.
+/// a datagram with a damaged envelope, or longer than the link allows (1600 bytes), is recorded and
+/// not answered.
 ///
 /// A new exchange begins with every datagram that is not a retry. A retry has the same bytes as the
 /// datagram before it from the same address and port, and one of these holds: that was not answered

@@ -72,6 +72,15 @@ TextTable::TextTable(const QStringList &headings, int keys)
     }
 }
 
+void TextTable::addRow(const QStringList &cells)
+{
+    constexpr int kMostRows = 1000;
+    if (m_rows.size() < kMostRows)
+        m_rows << cells;
+    else
+        ++m_more;
+}
+
 /// The widths that the columns need for that.
 QVector<int> TextTable::widthsWith(Breaking breaking) const
 {
@@ -101,6 +110,8 @@ QString TextTable::toString(int width) const
         } while (next < count && lineWidth(chosen(least, columns) << least[next]) <= width);
         result += (result.isEmpty() ? QString() : QStringLiteral("\n")) + part(columns, width);
     }
+    if (m_more > 0)
+        result += paragraph(QStringLiteral("and %1 more").arg(m_more), width);
     return result;
 }
 

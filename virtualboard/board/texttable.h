@@ -18,8 +18,8 @@ public:
     /// A heading that begins with '>' makes its column flush right.
     /// \param keys number of first columns that say what a row is about
     explicit TextTable(const QStringList &headings, int keys = 1);
-    /// Cells that are missing are empty.
-    void addRow(const QStringList &cells) { m_rows << cells; }
+    /// Cells that are missing are empty. From the 1000th row on, they are only counted.
+    void addRow(const QStringList &cells);
     bool isEmpty() const { return m_rows.isEmpty(); }
     /// The lines, indented by one blank, each with a line break. What is wider than \a width
     /// characters is broken at blanks, first the headings; what is still wider, into tables below
@@ -37,6 +37,7 @@ private:
     QStringList m_headings;
     QVector<bool> m_flushRight;
     QVector<QStringList> m_rows;
+    int m_more = 0; ///< rows
 };
 
 /// \a title with a rule behind it, and an empty line.

@@ -3,6 +3,7 @@
 #include "virtualboard/wire/bytes.h"
 #include "virtualboard/wire/fieldreader.h"
 #include "virtualboard/wire/limits.h"
+#include "virtualboard/wire/problems.h"
 
 #include <utility>
 
@@ -341,7 +342,7 @@ DecodedCommand decodeCommand(const QByteArray &paddedFrame)
         in.byte("subcode");
     result.command = kind->read(in);
     in.finish();
-    result.problems = in.problems();
+    result.problems = fewOf(in.problems());
     const bool whole = !in.isTruncated() && in.remaining() <= 1;
     if (whole)
         result.frame = in.consumed();

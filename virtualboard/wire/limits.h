@@ -11,7 +11,7 @@ constexpr int kLogicChannels = 256; ///< logic binary inputs: 0 to 255
 constexpr int kPortLimit = 8; ///< output and light ports: 1 to 8
 
 constexpr int kLargestFrame = 1518; ///< bytes of Ethernet with IEEE 802.1Q tag, without the FCS
-constexpr int kLargestDatagram = 65536; ///< bytes; above anything that UDP carries
+constexpr int kLargestDatagram = 1600; ///< bytes of a command with its envelope
 constexpr int kPeerBufferSize = 1600; ///< bytes of an answer that the board's peer reads
 
 } // namespace virtualboard
