@@ -22,6 +22,7 @@ install(FILES
   protocol/gooseframe.h
   protocol/gooseoffsets.h
   protocol/goosesignals.h
+  protocol/statusreply.h
   protocol/stepcommands.h
   protocol/streamdescriptions.h
   protocol/subscription.h

@@ -2,6 +2,7 @@
 
 #include "tests/testsupport.h"
 
+#include "protocol/statusreply.h"
 #include "virtualboard/board/boardstatus.h"
 #include "virtualboard/board/crosscheck.h"
 
@@ -66,6 +67,7 @@ private slots:
     void readsStatusAndStops();
     void readsPayloadsOfItsLayoutOnly_data();
     void readsPayloadsOfItsLayoutOnly();
+    void decodesForApplications();
     void watches_data();
     void watches();
     void stopsTheBoardWhenInterrupted_data();
@@ -286,8 +288,51 @@ void TestLumtarctl::readsPayloadsOfItsLayoutOnly()
     const QByteArray other = bytes(row[3].toUtf8());
     bad.replace(row[2].toInt(), int(other.size()), other);
     QVERIFY(row[1] == QLatin1String("0") ? !decodeState(bad) : !decodeLog(bad));
-    for (int size = 0; size < state.size(); ++size)
+    QVERIFY(row[1] == QLatin1String("0") ? !statusreply::decodeState(bad)
+                                         : !statusreply::decodeChanges(bad));
+    for (int size = 0; size < state.size(); ++size) {
         QVERIFY(!decodeState(state.left(size)) && !decodeLog(log.left(size)));
+        QVERIFY(!statusreply::decodeState(state.left(size))
+                && !statusreply::decodeChanges(log.left(size)));
+    }
+}
+
+/// The library's decoder shares no code with the board that writes.
+void TestLumtarctl::decodesForApplications()
+{
+    PlayStatus status = stateAt(PlayState::Stopped, 1, 20, 1020);
+    status.activeChannels = {2, 0, 0, 0x8000000000000000U};
+    status.punctuality = {3, 2, 1us, 4us, 250us};
+    const auto state = statusreply::decodeState(encodeState(status, 7, 9) + '\x55');
+    QVERIFY(state);
+    QCOMPARE(state->playing, statusreply::State::Stopped);
+    QCOMPARE(state->step, 1);
+    QVERIFY(state->timeInStep == 20ms && state->totalTime == 1020ms && state->frames == 8160);
+    QVERIFY(state->active[1] && state->active[255]);
+    QCOMPARE(int(std::count(state->active.begin(), state->active.end(), true)), 2);
+    QVERIFY(state->problems == 7 && state->start == 9);
+    QVERIFY(state->latenessP50 == 1us && state->latenessP99 == 4us && state->latenessMax == 250us);
+    QVERIFY(state->missedDeadlines == 3 && state->framesRefused == 2);
+
+    TransitionLog log = exampleLog();
+    log.total = 100;
+    log.start = 12;
+    log.last[1].lateness = 100us;
+    log.last[2].disturbances = FramesRefused;
+    const auto changes = statusreply::decodeChanges(encodeLog(log));
+    QVERIFY(changes && changes->total == 100 && changes->start == 12);
+    QCOMPARE(int(changes->last.size()), 4);
+    const statusreply::Change &trip = changes->last[2];
+    QVERIFY(trip.left == 1 && trip.entered == 2 && trip.channel == 255);
+    QCOMPARE(trip.cause, statusreply::Change::BinaryInput);
+    QCOMPARE(trip.disturbances, int(statusreply::Change::FramesRefused));
+    QVERIFY(trip.causeTime == 1030ms && trip.entryTime == 1030250us && trip.lateness == 0s);
+    QVERIFY(changes->last[1].lateness == 100us);
+    QVERIFY(changes->last[3].entered == statusreply::kNoStep
+            && changes->last[3].channel == statusreply::kNoChannel);
+    QVERIFY(changes->timeInStep(2) == 29650us);
+    for (const int index : {-1, 0, 4})
+        QVERIFY(!changes->timeInStep(index));
 }
 
 void TestLumtarctl::watches_data()

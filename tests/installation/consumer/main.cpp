@@ -4,6 +4,7 @@
 
 #include <Protocal.h>
 #include <lumtarengine.h>
+#include <statusreply.h>
 #include <testconfiguration.h>
 #include <textcodec.h>
 
@@ -33,6 +34,7 @@ void checkCommands()
 void checkEngine(LumtarEngine &engine, char *configuration)
 {
     expect(engine.SendCommand(StopCMD().data()) == 0, "no exchange without a link");
+    expect(!statusreply::decodeState("LVB") && !statusreply::decodeChanges({}), "no status");
     expect(textcodec::toCString(QString(QChar(0x4e2d))) == "\xd6\xd0", "GBK for C strings");
 
     expect(engine.InitGPP(configuration) == 1, "the example loads");
