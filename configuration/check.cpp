@@ -170,10 +170,11 @@ void StreamChecker::checkFrame(const Element &element, const Frame &frame, int c
 {
     checkAddress(element, frame, recommended);
     const int frameSize = commandSize - ethernetframe::headerSize(frame);
-    if (frameSize > kLongestFrame)
-        m_remarks.warn(element,
+    if (frameSize > kLongestFrame && commandSize <= envelope::kMaxFrame) // or it is told below
+        m_remarks.fail(element,
                        QStringLiteral("the frame of %1 bytes (with VLAN tag, without frame check "
-                                      "sequence) is above %2, the most on Ethernet")
+                                      "sequence) is above %2, the most on Ethernet, so the board "
+                                      "never publishes it")
                            .arg(frameSize)
                            .arg(kLongestFrame));
     checkCommandSize(element, commandSize);

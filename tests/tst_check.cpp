@@ -151,8 +151,8 @@ void TestCheck::tellsProblems_data()
         same svID twice | <in_smv svId="MU02" | ^<in_smv svId="MU01" | warning: the same svID as in line 3
         same subscription twice | </ied> | ^<goose portIndex="1" appid="257" datCount="1"><mapinfo Which="1" Pos="1"/></goose></ied> | warning: the same port and APPID
         svID beyond ASCII | svId="MU01" | ^svId="间" | warning: besides printable ASCII
-        frame too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^<in_smv svId="MU2" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="182" | warning: the frame of 1519 bytes | warning: 0 chninfo
-        command too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^^<in_smv svId="MU02xxxx" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="189" | warning: the frame | error: a command of 1589 bytes; the most is 1588 | warning: 0 chninfo
+        frame too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^<in_smv svId="MU2" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="182" | error: the frame of 1519 bytes | warning: 0 chninfo
+        command too long | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" chNums="0" | ^<in_smv svId="MU02xxxx" appid="16386" mac="01-0C-CD-04-00-02" ^chNums="189" | error: a command of 1589 bytes; the most is 1588 | warning: 0 chninfo
         surplus channel | <in_smv chNums="2" | ^<in_smv chNums="1" | error: 1 chninfo beyond the 1
         refused stream | <in_smv chNums="2" | ^<in_smv chNums="256" | error: refused, chNums 256
         delay of a current | "Ia1" q | "Ia1" ^delayt="1" q | warning: delayt of chninfo is not read in a channel without DelayT
