@@ -43,13 +43,16 @@ struct LUMTAR_EXPORT CStep
     /// Entries 0 to 7: Va1, Va2, Vb1, Vb2, Vc1, Vc2, Vn1, Vn2; 8 to 15: Ia1, Ia2, Ib1, Ib2, Ic1,
     /// Ic2, In1, In2. On the wire the currents are channels 0 to 7 and the voltages 8 to 15.
     OutChannelPara_tag outPara[16];
-    quint8 ctlCondition = 0; ///< transition conditions; bit 3 enables the binary-input transition
-    quint32 stateTime = 0; ///< duration in whole seconds; the board gets the low 16 bits of its ms
-    quint8 stateTimeJump = 0; ///< step to go to when the time runs out
+    quint8 ctlCondition =
+        0; ///< transition conditions; bit 3 (8) enables the binary-input transition
+    quint32 stateTime =
+        0; ///< whole seconds; 0: no end by time; wraps from 65.536 s on (16 bits of ms)
+    quint8 stateTimeJump = 0; ///< step to go to when the time runs out; none such (255): the end
     quint8 stateTrige = 0; ///< trigger setting
     quint8 stateTrigeJump = 0; ///< step to go to on the trigger
     quint8 binInpJump = 0; ///< step to go to on the binary input
-    quint8 stepOption = 0; ///< the step option command carries 1 when this is 0, else 0
+    quint8 stepOption = 0; ///< 0: the step option command carries 1, else 0; means nothing
+                           ///< to the software board
     quint8 binOut[4] = {}; ///< binary outputs 1 to 4: 0 off, else on
     quint8 phaseAnchor = 0; ///< phase that ReSetPhase() keeps: 3 phase C, 4 phase B, else phase A
 };
@@ -190,9 +193,11 @@ public:
     /// count; others change nothing else. The low byte of \a protocolNumber counts and is stored.
     void SetProtocal(int protocolNumber);
     /// Sets how amplitudes are scaled before they are sent. \a way 0: voltages times \a
-    /// voltageFactor times 10, currents times \a currentFactor; else unscaled.
+    /// voltageFactor times 10, currents times \a currentFactor; else unscaled. Without
+    /// this call everything is multiplied by ratios of 0, and so sent as 0.
     void SetVIInputWay(int way, int voltageFactor, int currentFactor);
-    /// Makes the second output of every phase mirror the first.
+    /// Copies the first output of every phase to the second, once: what is written to the first
+    /// afterwards is not mirrored.
     void SetDoubleAD();
     /// Makes step \a step a balanced three-phase set that runs into step \a nextStep with the
     /// anchor phase unbroken, and sets the phase jumps of \a nextStep, in degrees. Steps outside 0
@@ -224,7 +229,7 @@ public:
     /// Reads status \a which (its low byte) of the board. On success copies the reply's payload, up
     /// to 1591 bytes, to \a out unless that is null. Returns 1 or 0.
     int CheckSeqExec(int which, unsigned char *out);
-    /// Stops the board. Returns 1 or 0.
+    /// Stops the board, and so also a test that runs when it is called as a probe. Returns 1 or 0.
     int StopExec();
     /// Does nothing.
     void SeqIsFinished(char *unused);
@@ -239,7 +244,7 @@ public:
     char rxBuffer[1600] = {}; ///< the last datagram received
     quint16 replyLength = 0; ///< bytes of payload of the last data reply
     quint16 replyOffset = 0; ///< where in rxBuffer that payload begins
-    quint16 localPort = 0; ///< port given to SetUdpConnect(), or the last sender's
+    quint16 localPort = 0; ///< given to SetUdpConnect(); becomes the last sender's
     quint8 smvCount = 0; ///< SV publication streams loaded so far
     quint8 gooseCount = 0; ///< GOOSE publication streams loaded so far
     quint8 groupNum = 0; ///< group number of the next subscription

@@ -57,6 +57,11 @@ add_executable(loadsample loadsample.cpp)
 lumtar_target(loadsample)
 target_link_libraries(loadsample PRIVATE Lumtar::lumtar)
 
+# What the board must have played in every sample that opens a link: two steps of one second, with
+# a current in the second.
+set(played "0.000000 – 0 – start" "1.000000 0 1 1000.000 time" "2.000000 1 – 1000.000 time"
+  "finished after 2.000000 s" "1 amplitude V, A 0 0 0 0 5.939682")
+
 file(GLOB pages CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/docs/*.md)
 set(fragments "")
 foreach(page IN LISTS pages ITEMS ${PROJECT_SOURCE_DIR}/README.md)
@@ -69,11 +74,21 @@ foreach(page IN LISTS pages ITEMS ${PROJECT_SOURCE_DIR}/README.md)
     endif()
     cmake_path(GET source STEM name)
     set(name sample_${name})
+    if(text MATCHES "SetUdpConnect") # to addresses of the tests, where nobody else listens
+      string(REPLACE "127.0.0.1" "127.0.63.1" text "${text}")
+      string(REPLACE "SetUdpConnect(2002" "SetUdpConnect(22002" text "${text}")
+      set(source ${CMAKE_CURRENT_BINARY_DIR}/samples/linked_${name}.cpp)
+      file(CONFIGURE OUTPUT ${source} CONTENT "${text}" @ONLY)
+    endif()
     add_executable(${name} ${source})
     lumtar_target(${name})
     target_link_libraries(${name} PRIVATE Lumtar::lumtar)
     if(NOT text MATCHES "SetUdpConnect") # without a board it runs at once
       sample_test(${name} ${name})
+    elseif(TARGET lumtar-board AND NOT CMAKE_CROSSCOMPILING)
+      sample_test(${name} ${CMAKE_CURRENT_SOURCE_DIR}/runsample.sh $<TARGET_FILE:lumtar-board>
+        $<TARGET_FILE:${name}> ${played})
+      set_tests_properties(${name} PROPERTIES WORKING_DIRECTORY ${PROJECT_SOURCE_DIR})
     endif()
   endforeach()
 
