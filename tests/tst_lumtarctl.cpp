@@ -64,6 +64,11 @@ private slots:
     void refusesBadFiles();
     void refusesBadArguments_data();
     void refusesBadArguments();
+    void tellsWhatASequenceFileIs_data();
+    void tellsWhatASequenceFileIs();
+    void tellsWhenItCannotSend();
+    void tellsWhenItCannotPrint_data();
+    void tellsWhenItCannotPrint();
     void readsStatusAndStops();
     void readsPayloadsOfItsLayoutOnly_data();
     void readsPayloadsOfItsLayoutOnly();
@@ -88,6 +93,7 @@ private:
     const QString m_sequence = m_directory.filePath(QStringLiteral("sequence.json"));
     std::unique_ptr<LinkResponder> m_board;
     int m_exitStatus = -1;
+    QString m_outputFile; ///< where its output goes; else into m_output
     QString m_output;
     QString m_errors;
 };
@@ -104,6 +110,8 @@ void TestLumtarctl::lumtarctl(QStringList arguments, const Meanwhile &meanwhile)
 {
     arguments.replaceInStrings(QStringLiteral("BOARD"), boardAddress().toString());
     QProcess process;
+    if (!m_outputFile.isEmpty())
+        process.setStandardOutputFile(m_outputFile);
     process.start(QStringLiteral(LUMTARCTL), arguments);
     if (meanwhile && process.waitForStarted())
         meanwhile(static_cast<pid_t>(process.processId()));
@@ -198,13 +206,79 @@ void TestLumtarctl::refusesBadFiles()
     QCOMPARE(m_board->receptions().size(), 0);
 }
 
+/// Whole files that are no JSON object.
+void TestLumtarctl::tellsWhatASequenceFileIs_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QString>("message");
+    QTest::newRow("empty") << QByteArray() << "sequence.json is empty";
+    QTest::newRow("blank") << QByteArray(" \n") << "sequence.json is empty";
+    QTest::newRow("null") << QByteArray("null\n") << "sequence.json: must be an object, not null";
+    QTest::newRow("list") << QByteArray("[1]") << "sequence.json: must be an object, not a list";
+    QTest::newRow("UTF-16") << QByteArray("\xff\xfe{\0}\0", 6) << "sequence.json is in UTF-16";
+    QTest::newRow("UTF-16, no mark") << QByteArray("{\0}\0", 4) << "sequence.json is in UTF-16";
+    QTest::newRow("XML") << QByteArray("<?xml version='1.0'?><ied/>") << "sequence.json is XML";
+    QTest::newRow("cut off") << QByteArray("{\"steps\": [") << "sequence.json:1:";
+}
+
+void TestLumtarctl::tellsWhatASequenceFileIs()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QString, message);
+    QVERIFY(writeFile(m_sequence, file));
+    runFiles();
+    QCOMPARE(m_exitStatus, 2);
+    QVERIFY2(m_errors.contains(message), qPrintable(m_errors));
+}
+
+void TestLumtarctl::tellsWhenItCannotSend()
+{
+    lumtarctl({"stop", "--board=fe80::1%lo", QStringLiteral("--local-port=%1").arg(localPort())});
+    QCOMPARE(m_exitStatus, 1); // no other end is on that link
+    QVERIFY2(m_errors.contains("cannot send to the board at fe80::1%lo while stopping: "),
+             qPrintable(m_errors));
+}
+
+/// Nobody may take half of a report for the whole.
+void TestLumtarctl::tellsWhenItCannotPrint_data()
+{
+    QTest::addColumn<QStringList>("arguments");
+    QTest::newRow("help") << QStringList{"--help"};
+    QTest::newRow("version") << QStringList{"-v"};
+    QTest::newRow("check") << QStringList{"check", m_config};
+    QTest::newRow("status") << QStringList{"status", "--board=BOARD"};
+}
+
+void TestLumtarctl::tellsWhenItCannotPrint()
+{
+    QFETCH(QStringList, arguments);
+    m_outputFile = QStringLiteral("/dev/full");
+    lumtarctl(arguments);
+    m_outputFile.clear();
+    QCOMPARE(m_exitStatus, 1);
+    QVERIFY2(m_errors.contains("cannot write the output: No space left on device"),
+             qPrintable(m_errors));
+}
+
 void TestLumtarctl::refusesBadArguments_data()
 {
     addRows(R"(
         | a command is missing
         start --board BOARD | unknown command "start"
         stop | stop needs --board
-        stop --board localhost | "localhost" is no IP address
+        stpo | did you mean stop?
+        run --wath | unknown option --wath; did you mean --watch?
+        stop -x | unknown option -x
+        stop --board no-such-host.invalid | "no-such-host.invalid" cannot be found
+        stop --board 127.0.0.57:2001 | has a port; the board's is always 2001
+        stop --board [::1] | write it without them
+        stop --board 0.0.0.0 | stands for all addresses
+        stop --board :: | stands for all addresses
+        stop --board 255.255.255.255 | is no address of one board
+        stop --board 224.0.0.1 | is no address of one board
+        stop --board ff02::1 | is no address of one board
+        stop --board 1.2.3.4.5 | is no IP address and no host name
+        stop --board= | --board is empty
         stop --board BOARD --board BOARD | --board is given twice
         stop --board BOARD now | unexpected argument "now"
         stop --board BOARD --which 1 | which

@@ -167,8 +167,16 @@ void TestWorkbench::refusesSequenceFiles_data()
         list for an object | { "amplitude": 8.0, "phase": -75 } | [8, -75] | steps[1].outputs.Ia1: must be an object, not a list
         beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65.535
         one ms more | "time": 1 | "time": 65.536 | steps[0].time: 65.536 is out of range; allowed is 0 to 65.535
+        comment | "time": 1, | "time": 1, // s | :15:18: JSON has no comments
+        decimal comma | "time": 1, | "time": 0,08, | :15:16: a decimal comma
+        leading zero | "time": 1, | "time": 08, | :15:15: a number with a leading zero
+        apostrophes | "time": 1, | 'time': 1, | :15:7: texts stand in double quotation marks
+        comma at the end | "Vn1": | "Vn1": {"amplitude": 1,}, "Va2": | a comma with nothing behind it
         half milliseconds | "time": 1 | "time": 0.0805 | steps[0].time: 0.0805 s is no whole number of milliseconds
         key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem: unknown; known here: "name", "time"
+        suggestion of a key | "time": 1 | "tiem": 1 | did you mean time?
+        suggestion of an output | "Vn1" | "Vnl" | did you mean Vn1?
+        suggestion of a step | "onTimeout": "trip" | "onTimeout": "tripp" | did you mean trip?
         key missing | "time": 1, | | steps[0]: "time" is missing
         key twice | "Vn1" | "Va1" | :37:9: "Va1" is given twice
         no such output | "Vn1" | "Vx1" | steps[1].outputs.Vx1: unknown

@@ -39,6 +39,12 @@ Expected<void> BoardSession::open(const QHostAddress &board, int localPort)
                        QStringLiteral("cannot open the link: local UDP ports %1 and %2 are taken")
                            .arg(localPort)
                            .arg(localPort + 1));
+    // The engine awaits an answer all the same.
+    QObject::connect(engine.udpSocket, &QAbstractSocket::errorOccurred, engine.udpSocket,
+                     [this](QAbstractSocket::SocketError error) {
+                         if (error != QAbstractSocket::SocketTimeoutError)
+                             m_sendingError = engine.udpSocket->errorString();
+                     });
     return {};
 }
 
@@ -84,6 +90,10 @@ Expected<void> BoardSession::outcome(bool succeeded, const QString &action) cons
 {
     if (isInterrupted && isInterrupted())
         return failure(Failure::Interrupted, QStringLiteral("interrupted"));
+    if (m_exchangeFailed && !m_sendingError.isEmpty())
+        return failure(Failure::Board,
+                       QStringLiteral("cannot send to the board at %1 while %2: %3")
+                           .arg(m_board, action, m_sendingError));
     if (m_exchangeFailed)
         return failure(Failure::Board,
                        QStringLiteral("the board at %1 did not answer while %2; nothing more was "

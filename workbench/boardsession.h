@@ -58,6 +58,7 @@ private:
 
     QString m_board;
     QString m_refusal; ///< the first thing that the engine refused
+    QString m_sendingError; ///< the last one of the socket other than an answer that does not come
     bool m_exchangeFailed = false;
 };
 

@@ -1,10 +1,13 @@
 #include "workbench/jsonreader.h"
 
+#include "configuration/suggestion.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QRegularExpression>
 #include <QSet>
 
 #include <algorithm>
@@ -112,6 +115,65 @@ std::optional<QString> repeatedKey(const QByteArray &json)
     return std::nullopt;
 }
 
+/// What somebody wrote who is used to something else; `pattern` is looked for outside texts.
+struct NoJson
+{
+    QRegularExpression pattern;
+    QString reason;
+};
+
+const QVector<NoJson> &foreignWays()
+{
+    static const QVector<NoJson> all = {
+        {QRegularExpression(QStringLiteral("//|/\\*|#")),
+         QStringLiteral("JSON has no comments; \"description\" is for remarks")},
+        {QRegularExpression(QStringLiteral(":\\s*-?\\d+(?<comma>,)\\d+\\s*[,}\\]]")),
+         QStringLiteral("a decimal comma; numbers are written with a point")},
+        {QRegularExpression(QStringLiteral("(?<![\\d.eE+-])-?(?<zero>0)\\d")),
+         QStringLiteral("a number with a leading zero")},
+        {QRegularExpression(QStringLiteral("'")),
+         QStringLiteral("texts stand in double quotation marks")},
+        {QRegularExpression(QStringLiteral(",(?=\\s*[}\\]])")),
+         QStringLiteral("a comma with nothing behind it")},
+    };
+    return all;
+}
+
+/// Why \a json, which the parser refuses at \a offset for \a parsersReason, is none; begins with
+/// the place.
+QString whyNoJson(const QByteArray &json, int offset, const QString &parsersReason)
+{
+    const QByteArray trimmed = json.trimmed();
+    if (trimmed.isEmpty())
+        return QStringLiteral(" is empty");
+    if (json.startsWith("\xff\xfe") || json.startsWith("\xfe\xff") || json.left(2).contains('\0'))
+        return QStringLiteral(" is in UTF-16; a JSON file is in UTF-8");
+    if (trimmed.startsWith('<'))
+        return QStringLiteral(" is XML, not JSON");
+    if (!trimmed.startsWith('{') && !trimmed.startsWith('[')
+        && QJsonDocument::fromJson('[' + json + ']').isArray())
+        return QStringLiteral(": must be an object, not ")
+            + typeName(QJsonDocument::fromJson('[' + json + ']').array().first().type());
+
+    QByteArray outside = json; // with nothing in its texts
+    for (int i = 0; i < outside.size(); ++i) {
+        if (outside[i] != '"')
+            continue;
+        const int end = std::min(endOfString(json, i), int(json.size()));
+        for (++i; i < end - 1; ++i)
+            outside[i] = ' ';
+    }
+    const QString searched = QString::fromLatin1(outside); // one character per byte
+    for (const NoJson &each : foreignWays()) {
+        const QRegularExpressionMatch match = each.pattern.match(searched);
+        if (match.hasMatch())
+            return QLatin1Char(':')
+                + errorAt(json, int(match.capturedStart(std::min(1, match.lastCapturedIndex()))),
+                          each.reason);
+    }
+    return QLatin1Char(':') + errorAt(json, offset, parsersReason);
+}
+
 } // namespace
 
 JsonReader::JsonReader(const QString &path)
@@ -125,7 +187,7 @@ JsonReader::JsonReader(const QString &path)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(*json, &error);
     if (error.error != QJsonParseError::NoError)
-        fail(QLatin1Char(':') + errorAt(*json, error.offset, error.errorString()));
+        fail(whyNoJson(*json, error.offset, error.errorString()));
     else if (const std::optional<QString> repeated = repeatedKey(*json))
         fail(QLatin1Char(':') + *repeated);
     m_root = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
@@ -162,7 +224,8 @@ void JsonNode::expectKeys(const QStringList &known) const
     expectType(QJsonValue::Object);
     for (const QString &key : m_value.toObject().keys()) {
         if (!known.contains(key))
-            (*this)[key].refuse(QStringLiteral("unknown; known here: ") + quotedList(known));
+            (*this)[key].refuse(QStringLiteral("unknown; known here: %1%2")
+                                    .arg(quotedList(known), suggestion::didYouMean(key, known)));
     }
 }
 
@@ -233,7 +296,8 @@ int JsonNode::choice(const QStringList &words) const
     const QString word = text();
     const int index = int(words.indexOf(word));
     if (index < 0)
-        refuse(QStringLiteral("\"%1\" is unknown; known here: %2").arg(word, quotedList(words)));
+        refuse(QStringLiteral("\"%1\" is unknown; known here: %2%3")
+                   .arg(word, quotedList(words), suggestion::didYouMean(word, words)));
     return std::max(index, 0);
 }
 

@@ -1,5 +1,7 @@
 #include "tools/lumtar-board/boardoptions.h"
 
+#include "configuration/suggestion.h"
+
 #include <QCommandLineParser>
 #include <QDateTime>
 #include <QFileInfo>
@@ -71,6 +73,21 @@ void describe(QCommandLineParser &parser)
     for (const OptionText &text : optionTexts)
         parser.addOption({QLatin1String(text.name), QLatin1String(text.description),
                           QLatin1String(text.valueName), QLatin1String(text.defaultValue)});
+}
+
+/// Of options that the parser has refused.
+QString whatIsWrong(const QCommandLineParser &parser)
+{
+    if (parser.unknownOptionNames().isEmpty())
+        return parser.errorText();
+    const QString unknown = parser.unknownOptionNames().first();
+    QStringList known = {QStringLiteral("help"), QStringLiteral("version")};
+    for (const OptionText &text : optionTexts)
+        known << QLatin1String(text.name);
+    const QString meant = suggestion::nearest(unknown, known);
+    return QStringLiteral("unknown option %1%2%3")
+        .arg(unknown.size() > 1 ? QStringLiteral("--") : QStringLiteral("-"), unknown,
+             meant.isEmpty() ? QString() : QStringLiteral("; did you mean --%1?").arg(meant));
 }
 
 /// \param name of the option
@@ -246,7 +263,7 @@ Expected<BoardOptions> readBoardOptions(const QStringList &arguments)
     QCommandLineParser parser;
     describe(parser);
     if (!parser.parse(arguments))
-        return Refusal(parser.errorText());
+        return Refusal(whatIsWrong(parser));
     parser.process(arguments); // for --help and --version
     return Reader(parser).read();
 }

@@ -6,13 +6,18 @@
 #include "tools/lumtarctl/terminal.h"
 #include "workbench/boardsession.h"
 #include "workbench/configurationtables.h"
+#include "workbench/printabletext.h"
 
 #include <QCommandLineParser>
+#include <QHostInfo>
 #include <QJsonDocument>
+#include <QRegularExpression>
 
 using namespace workbench;
 
 namespace {
+
+constexpr int kBoardPort = 2001; // what messages say; the engine sends there
 
 const QString boardOption = QStringLiteral("board");
 const QString configOption = QStringLiteral("config");
@@ -37,7 +42,8 @@ struct OptionText
 };
 
 const OptionText optionTexts[] = {
-    {boardOption, "ADDRESS", "IP address of the board; it listens on UDP port 2001.", ""},
+    {boardOption, "ADDRESS", "IP address or host name of the board; it listens on UDP port 2001.",
+     ""},
     {configOption, "FILE", "Test configuration (XML) to load.", ""},
     {sequenceOption, "FILE", "State sequence (JSON).", ""},
     {watchOption, "", "Shows the state of the board until the sequence has ended.", ""},
@@ -70,18 +76,45 @@ Expected<int> number(const QCommandLineParser &options, const QString &name, int
     return value;
 }
 
+/// The board's address: an IP address, with its scope where it needs one, or a host name.
+Expected<QHostAddress> addressOf(const QString &text)
+{
+    const auto refusal = [&text](const QString &reason) {
+        return failure(Failure::Input,
+                       QStringLiteral("--board \"%1\" %2").arg(printable(text), reason));
+    };
+    const QHostAddress address(text);
+    if (address == QHostAddress::AnyIPv4 || address == QHostAddress::AnyIPv6)
+        return refusal(QStringLiteral("stands for all addresses of this machine, not for a board"));
+    if (address.isMulticast() || address == QHostAddress::Broadcast)
+        return refusal(QStringLiteral("is no address of one board"));
+    if (!address.isNull())
+        return address;
+    if (text.startsWith(QLatin1Char('[')))
+        return refusal(QStringLiteral("is an address in brackets; write it without them"));
+    static const QRegularExpression withPort(QStringLiteral("^([^:]+):\\d*$"));
+    if (withPort.match(text).hasMatch())
+        return refusal(QStringLiteral("has a port; the board's is always %1: write the address "
+                                      "alone")
+                           .arg(kBoardPort));
+    static const QRegularExpression hostName(QStringLiteral("^(?=.*[A-Za-z])[A-Za-z0-9._-]+$"));
+    if (!hostName.match(text).hasMatch())
+        return refusal(QStringLiteral("is no IP address and no host name"));
+    const QHostInfo host = QHostInfo::fromName(text);
+    if (host.addresses().isEmpty())
+        return refusal(QStringLiteral("cannot be found: ") + host.errorString());
+    return host.addresses().constFirst();
+}
+
 /// Checked before anything is opened.
 Expected<Endpoint> endpointOf(const QCommandLineParser &options)
 {
     const Expected<int> localPort = number(options, localPortOption, 1, 65534);
     if (!localPort)
         return tl::unexpected<Failure>(localPort.error());
-    const QHostAddress board(options.value(boardOption));
-    if (board.isNull())
-        return failure(
-            Failure::Input,
-            QStringLiteral("--board \"%1\" is no IP address").arg(options.value(boardOption)));
-    return Endpoint{board, *localPort};
+    return addressOf(options.value(boardOption)).map([&](const QHostAddress &board) {
+        return Endpoint{board, *localPort};
+    });
 }
 
 Expected<int> runSequence(const QCommandLineParser &options)
@@ -220,8 +253,10 @@ Expected<void> checkOptions(const QCommandLineParser &parser, const Command &com
             return refusal(QStringLiteral("--%1 is given twice").arg(name));
     }
     for (const QString &name : command.required) {
-        if (parser.value(name).isEmpty())
+        if (!parser.isSet(name))
             return refusal(QStringLiteral("%1 needs --%2").arg(command.name, name));
+        if (parser.value(name).isEmpty())
+            return refusal(QStringLiteral("--%1 is empty").arg(name));
     }
     return {};
 }

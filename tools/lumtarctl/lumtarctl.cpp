@@ -1,6 +1,7 @@
 /// \file
 /// lumtarctl: drives the board from the command line.
 
+#include "configuration/suggestion.h"
 #include "tools/lumtarctl/commands.h"
 #include "tools/lumtarctl/terminal.h"
 
@@ -20,8 +21,9 @@ const QString versionOption = QStringLiteral("version");
 /// Declares the command itself, or the choice of commands while it is not known.
 void describe(QCommandLineParser &parser, const Command *command)
 {
-    parser.addOption({helpOption, QStringLiteral("Tells what can be given here.")});
-    parser.addOption({versionOption, QStringLiteral("Tells the version.")});
+    parser.addOption(
+        {{QStringLiteral("h"), helpOption}, QStringLiteral("Tells what can be given here.")});
+    parser.addOption({{QStringLiteral("v"), versionOption}, QStringLiteral("Tells the version.")});
     if (command) {
         parser.addPositionalArgument(command->name, command->summary, command->name);
         addOptions(parser, *command);
@@ -35,6 +37,21 @@ void describe(QCommandLineParser &parser, const Command *command)
         parser.addPositionalArgument(each.name, each.summary, QStringLiteral(" "));
 }
 
+/// Of options that the parser has refused.
+QString whatIsWrong(const QCommandLineParser &parser, const Command *command)
+{
+    if (parser.unknownOptionNames().isEmpty())
+        return parser.errorText();
+    const QString unknown = parser.unknownOptionNames().first();
+    QStringList known = {helpOption, versionOption};
+    if (command)
+        known << command->required << command->optional;
+    const QString meant = suggestion::nearest(unknown, known);
+    return QStringLiteral("unknown option %1%2%3")
+        .arg(unknown.size() > 1 ? QStringLiteral("--") : QStringLiteral("-"), unknown,
+             meant.isEmpty() ? QString() : QStringLiteral("; did you mean --%1?").arg(meant));
+}
+
 Expected<int> run(const QStringList &arguments)
 {
     const auto refusal = [](const QString &message) { return failure(Failure::Input, message); };
@@ -45,10 +62,15 @@ Expected<int> run(const QStringList &arguments)
 
     QCommandLineParser parser;
     describe(parser, command);
-    if (!command && !name.isEmpty() && !name.startsWith(QLatin1Char('-')))
-        return refusal(QStringLiteral("unknown command \"%1\"; see lumtarctl --help").arg(name));
+    if (!command && !name.isEmpty() && !name.startsWith(QLatin1Char('-'))) {
+        QStringList known;
+        for (const Command &each : commands())
+            known << each.name;
+        return refusal(QStringLiteral("unknown command \"%1\"%2; see lumtarctl --help")
+                           .arg(name, suggestion::didYouMean(name, known)));
+    }
     if (!parser.parse(arguments))
-        return refusal(parser.errorText());
+        return refusal(whatIsWrong(parser, command));
     if (parser.isSet(versionOption)) {
         say(QStringLiteral("lumtarctl ") + QCoreApplication::applicationVersion());
         return 0;
@@ -86,8 +108,11 @@ int main(int argc, char *argv[])
     // What the engine writes there is told in messages of our own.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     const Expected<int> status = run(QCoreApplication::arguments());
-    if (status)
-        return *status;
-    complain(status.error().message);
-    return exitStatus(status.error().kind);
+    if (!status)
+        complain(status.error().message);
+    if (!outputFailure().isEmpty())
+        complain(QStringLiteral("cannot write the output: ") + outputFailure());
+    if (!status)
+        return exitStatus(status.error().kind);
+    return *status == 0 && !outputFailure().isEmpty() ? 1 : *status;
 }

@@ -2,7 +2,9 @@
 
 #include "workbench/printabletext.h"
 
+#include <cerrno>
 #include <cstdio>
+#include <cstring>
 
 #include <unistd.h>
 
@@ -12,10 +14,13 @@ namespace {
 constexpr char kWithoutWrapping[] = "\r\x1b[?7l";
 constexpr char kRestOfLineEmpty[] = "\x1b[K\x1b[?7h";
 
+QString failureOfOutput;
+
 void print(const QString &text)
 {
-    std::fputs(text.toLocal8Bit().constData(), stdout);
-    std::fflush(stdout);
+    const int written = std::fputs(text.toLocal8Bit().constData(), stdout);
+    if ((std::fflush(stdout) != 0 || written < 0) && failureOfOutput.isEmpty())
+        failureOfOutput = QString::fromLocal8Bit(std::strerror(errno));
 }
 
 } // namespace
@@ -28,6 +33,11 @@ void say(const QString &line)
 void sayLines(const QString &lines)
 {
     print(lines);
+}
+
+QString outputFailure()
+{
+    return failureOfOutput;
 }
 
 LiveLine::LiveLine()

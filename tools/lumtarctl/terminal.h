@@ -9,6 +9,10 @@ void say(const QString &line);
 /// Prints lines that end with a line break each.
 void sayLines(const QString &lines);
 
+/// Why what was printed could not all be written, such as "No space left on device"; empty if it
+/// could.
+[[nodiscard]] QString outputFailure();
+
 /// A line that is rewritten while things go on. Where stdout is no terminal, the texts that bring
 /// news are lines of their own.
 class LiveLine
