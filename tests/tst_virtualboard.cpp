@@ -322,6 +322,21 @@ private slots:
             QVERIFY2(text.simplified().contains(QString::fromUtf8(expected)), expected);
         QVERIFY(text.endsWith(QLatin1String(" none\n")));
 
+        const struct
+        {
+            const char *bytes;
+            QString text;
+        } ids[] = {{"73766964", "svid"},
+                   {"d6d0b9fa", QString::fromUtf8("\u4e2d\u56fd")}, // GBK
+                   {"6dc3bc31", QString::fromUtf8("m\u00fc1")}, // UTF-8
+                   {"6dff6d31", QString::fromLatin1("m\xffm1")}}; // neither
+        for (const auto &id : ids) {
+            QByteArray named = svDownload;
+            named.replace(bytes("73766964"), bytes(id.bytes));
+            const QString report = receivedReport(received({named, svDescription}));
+            QVERIFY2(report.contains("svID " + id.text + ' '), qPrintable(report));
+        }
+
         const QString emptied =
             receivedReport(received({svDownload, svDescription, gooseDownload, gooseDescription,
                                      gooseControl, subscription, stepCondition, resetCommand}));

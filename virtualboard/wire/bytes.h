@@ -46,4 +46,8 @@ inline QString hexNumber(quint64 value, int digits)
     return QStringLiteral("%1").arg(value, digits, 16, QLatin1Char('0'));
 }
 
+/// Text from the wire: UTF-8 (and so ASCII) if it is that, else GBK if it is that, in which
+/// configurations are often written, else Latin-1.
+[[nodiscard]] QString wireText(const QByteArray &bytes);
+
 } // namespace virtualboard

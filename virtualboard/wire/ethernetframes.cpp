@@ -99,7 +99,7 @@ public:
         return has(field) ? m_in.contents(m_found[field]) : QByteArray();
     }
     quint64 number(int field) const { return bigEndian(bytes(field)); }
-    QString text(int field) const { return QString::fromLatin1(bytes(field)); }
+    QString text(int field) const { return wireText(bytes(field)); }
     BerReader inside(int field) const { return m_in.inside(m_found[field]); }
 
 private:
