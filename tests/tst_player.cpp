@@ -670,6 +670,30 @@ private slots:
         QTEST(messages.join(", "), "messages");
     }
 
+    /// Of several changes at one instant, only the last state is on the wire.
+    void statesAtOneInstant()
+    {
+        const QByteArray mark = item(stNumAt, be(0, 4));
+        Commands commands = gooseStream + stepCommands(250, "0 0 1 1|0 0 1 2|0 0 1 0");
+        for (int step = 0; step < 3; ++step)
+            commands << control(step, {mark, item(entry1At, byte(step))});
+        const QVector<QPair<QString, QString>> cases = {
+            {"1.01:T", "0 1/0 00, 1.25 2/0 01"},
+            {"1.01:T 1.02:T", "0 1/0 00, 1.25 2/0 02"},
+            {"1.01:T 1.02:T 2:T", "0 1/0 00, 1.25 2/0 02, 2 3/0 00"},
+            {"0:T", "0 1/0 01"},
+        };
+        for (const auto &of : cases) {
+            QStringList found;
+            for (const Sent &sent : Recording(commands, 13, of.first).goose) {
+                if (sent.number(sqNumAt) == 0)
+                    found << sent.message().section(' ', 0, 1) + ' '
+                            + sent.bytes.mid(entry1At, 1).toHex();
+            }
+            QCOMPARE(found.join(", "), of.second);
+        }
+    }
+
     void sequence_data()
     {
         QTest::addColumn<int>("interval");
@@ -687,6 +711,7 @@ private slots:
         row("trigger", 250, "50 2 9 1|5 2", "3.01:T", "0>1 trigger 3.01/3.25, 1> time 8.25/8.25");
         row("no trigger", 250, "10 1 0 1|5 2 1 0", "3:T", "0>1 time 10/10, 1> time 15/15");
         row("trigger at the start", 250, "10 255 1 1|0", "0:T", "0>1 trigger 0/0");
+        row("input at the start", 250, "0 0 0 0 1 1|0", "0:+3", "0>1 input3 0/0");
         row("trigger to the end", 250, "0 0 1 255", "3.01:T", "0> trigger 3.01/3.25");
         row("input", 250, "0 0 0 0 1 1|5 2", "2.6:+255",
             "0>1 input255 2.6/2.75, 1> time 7.75/7.75");

@@ -112,13 +112,15 @@ void GoosePublisher::enter(std::size_t step, WallTime now)
     }
     if (!changes)
         return;
-    m_stNum = rolledOver(m_stNum + 1);
+    if (m_wasSent)
+        m_stNum = rolledOver(m_stNum + 1);
     beginState(now);
 }
 
 void GoosePublisher::beginState(WallTime now)
 {
     m_sqNum = 0;
+    m_wasSent = false;
     m_due = now;
     m_pause = std::min(kFirstPause, m_longestPause);
     qToBigEndian(m_stNum, m_bytes + m_stream.stNumOffset);
@@ -129,6 +131,7 @@ void GoosePublisher::prepare()
 {
     qToBigEndian(m_sqNum, m_bytes + m_stream.sqNumOffset);
     m_sqNum = rolledOver(m_sqNum + 1);
+    m_wasSent = true;
     m_due += m_pause;
     m_pause = std::min(2 * m_pause, m_longestPause);
 }

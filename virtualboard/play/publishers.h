@@ -44,7 +44,8 @@ public:
     /// The first state begins at \a startTime.
     GoosePublisher(const PlayedGoose &stream, WallTime startTime);
 
-    /// The step begins: writes its items; one that reaches into stNum makes a state change.
+    /// The step begins: writes its items; one that reaches into stNum makes a state change. A state
+    /// that another one follows before it was sent has never been: stNum stays.
     void enter(std::size_t step, WallTime now);
     /// Whether a message is due at the sample instant \a now; if so, frame() is that message.
     bool isDue(WallTime now) const { return m_due <= now; }
@@ -59,6 +60,7 @@ private:
     uchar *m_bytes = nullptr; ///< of m_stream.frame
     uchar m_timeQuality = 0;
     quint32 m_stNum = 0;
+    bool m_wasSent = false; ///< the state
     quint32 m_sqNum = 0;
     WallTime m_due;
     Duration m_pause = {};
