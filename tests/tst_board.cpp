@@ -34,6 +34,7 @@ const std::map<QString, const char *> words = {
      "8c918c91 00 01 00 3a00 010ccd040001 020000000001 88ba 4000 002c 00000000 6022 800101 a21d"
      "301b 8002'MU' 82020000 830400000001 850101 870800*8"},
     {"sv2", "8c908c9004 00 00 2500 0000 a00f 3200 01 08"},
+    {"beyond", "8c908c9004 00 00 2500 0000 a00f ff00 01 08"}, // the dataset leaves the frame
     {"signal", "8c908c9001 00 08 0ad7233c 01 00004842 0000c842 00000000 00000000"},
     {"input0", "ac12ac12 01 01 0110 0000 0100 04"}, // a subscription that feeds logic channel 0
     {"trigger", "8c908c900800"},
@@ -166,6 +167,10 @@ void TestBoard::obeys_data()
         interval 0         | 5 | 0:9>255 go0 | armed 255 0 0 0 | 0: | | 1
         end                | 5 | sv1 sv2 0:1000>255 go250 end | finished 0 1000 1000 4000 | 2: -0 start 0, 0- time 1000 | 1000500 | 0
         between instants   | 5 | sv1 sv2 0:1>1 1:1>255 go255 end | finished 1 1.02 2.04 8 | 3: -0 start 0, 01 time 1, 1- time 2.02 | 1000500 | 1
+        unpublished, told  | 5 | sv1 beyond 0:9>255 go250 end go250 end | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 1001000 | 1
+        unpublished, twice | 5 | sv1 beyond sv1 beyond 0:9>255 go250 end | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 | 1
+        mended, unpublished | 5 | sv1 beyond sv2 beyond 0:9>255 go250 end | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 | 2
+        unpublished, again | 5 | sv1 beyond reset sv1 beyond 0:9>255 go250 end | finished 0 9 9 0 | 2: -0 start 0, 0- time 9 | 1000500 | 2
         limit              | 5 | sv1 sv2 0:0>0 go250 end | stopped 0 5000 5000 20000 | 2: -0 start 0, 0- limit 5000 | 1000500 | 1
         many changes       | 5 | 0:1>1 1:1>0 go250 end | stopped 1 1 5000 0 | 5001: 01 time 4953, 10 time 4954, *, 01 time 4999, 1- limit 5000 | 1000500 | 1
         running            | 1000000 | 0:0>0 go250 begun | running 0 * * 0 | 1: -0 start 0 | 1000500 | 0
@@ -274,6 +279,7 @@ void TestBoard::plays_data()
         bad command   | | | truncated stop ctrl-c | 1 | step condition |
         input         | | 1.030 channel 0 on | input0 0:1000>1 1:0>0?2 2:9>255 go250 end ctrl-c | 0 | finished after 1.039 | -0 start 0, 01 time 1000, 12 binary input 1030, 2- time 1039
         other channel | --limit 2 | 1 channel 1 on | input0 0:0>0?255 go250 end ctrl-c | 1 | channel 1 | -0 start 0, 0- limit 2000
+        limit, input  | --limit 1 | 1.000 channel 0 on;1.000 trigger | input0 0:1000>1!2?2 1:0>0 2:0>0 go250 end ctrl-c | 1 | 1 were reported | -0 start 0, 0- limit 1000
         trigger       | | 0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1
         twice         | | 0.5 trigger;0.6 trigger | 0:0>0!255 go250 end go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500, -0 start 0, 0- trigger 500
         )");

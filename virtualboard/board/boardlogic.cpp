@@ -24,8 +24,8 @@ BoardLogic::BoardLogic(Performer &performer, NoticeCounter &reports)
 void BoardLogic::obey(const DecodedCommand &decoded)
 {
     const QStringList problems = fewOf(m_program.take(decoded));
-    for (const QString &problem : problems)
-        m_reports.report(problem);
+    if (!problems.isEmpty() || !m_told.isEmpty())
+        tell(problems);
     if (!isObeyed(decoded))
         return;
     std::visit([this](const auto &command) { act(command); }, decoded.command);
@@ -33,13 +33,30 @@ void BoardLogic::obey(const DecodedCommand &decoded)
     m_playable = m_program.step(0).has_value();
 }
 
+/// Each stream that cannot be published is told of once, until it can be or all are forgotten.
+void BoardLogic::tell(const QStringList &problems)
+{
+    const QStringList unpublished = m_program.unpublished();
+    QStringList told;
+    for (const QString &line : std::as_const(m_told)) {
+        if (unpublished.contains(line))
+            told << line;
+    }
+    for (const QString &problem : problems) {
+        if (told.contains(problem))
+            continue;
+        m_reports.report(problem);
+        if (unpublished.contains(problem))
+            told << problem;
+    }
+    m_told = told;
+}
+
 void BoardLogic::start()
 {
     m_started = true;
     m_stopped = false;
-    const QStringList complaints = m_program.unpublished() + m_program.rateConflicts();
-    for (const QString &line : complaints)
-        m_reports.report(line);
+    tell(m_program.unpublished() + m_program.rateConflicts());
     const QString fault = m_program.whyNotPlayable();
     m_played = fault.isEmpty(); // else nobody shall take the last sequence for this one
     if (m_played) {

@@ -55,12 +55,14 @@ private:
         DspConfigurationCommand, SvCombinationCommand, SvChannelCommand>>
     act(const Other &)
     { }
+    void tell(const QStringList &problems);
     void start();
     void stop();
 
     Performer &m_performer;
     NoticeCounter &m_reports;
     TestProgram m_program;
+    QStringList m_told; ///< what cannot be published, and has been reported already
     quint32 m_starts = 0; ///< obeyed, since the board was switched on
     std::atomic<bool> m_started = false;
     std::atomic<bool> m_stopped = false;

@@ -424,15 +424,18 @@ QString control(const Received &board, int width)
         + wrapped(QStringLiteral(" commands  "), counts, width);
 }
 
-QString problemList(const QVector<Reception> &receptions, int width)
+QString problemList(const QVector<Reception> &receptions, int width, int reported)
 {
     const QStringList problems = allProblems(receptions);
     QString result = section(QStringLiteral("Problems"), width);
+    const QString told = reported == 0
+        ? QString()
+        : QStringLiteral(" %1 were reported while the board ran, see there\n").arg(reported);
     if (problems.isEmpty())
-        return result + QStringLiteral(" none\n");
+        return result + (told.isEmpty() ? QStringLiteral(" none\n") : told);
     for (const QString &problem : problems)
         result += paragraph(problem, width);
-    return result;
+    return result + told;
 }
 
 QString stepText(quint8 step)
@@ -480,7 +483,7 @@ QString playedReport(const PlayStatus &status, const TransitionLog &log, int wid
                width);
 }
 
-QString receivedReport(const QVector<Reception> &receptions, int width)
+QString receivedReport(const QVector<Reception> &receptions, int width, int reported)
 {
     const QVector<Reception> acknowledged = acknowledgedExchanges(receptions);
     const Received board(acknowledged);
@@ -491,7 +494,7 @@ QString receivedReport(const QVector<Reception> &receptions, int width)
                .arg(acknowledged.size())
                .arg(retries)
         + svStreams(board, width) + gooseStreams(board, width) + subscriptions(board, width)
-        + sequence(board, width) + control(board, width) + problemList(receptions, width);
+        + sequence(board, width) + control(board, width) + problemList(receptions, width, reported);
 }
 
 } // namespace virtualboard

@@ -192,7 +192,8 @@ TransitionLog VirtualBoard::log() const
 QString VirtualBoard::report(int width) const
 {
     const PlayStatus last = status();
-    QString result = receivedReport(receptions(), width) + playedReport(last, log(), width);
+    QString result = receivedReport(receptions(), width, int(d->notices.count()))
+        + playedReport(last, log(), width);
     if (d->options.live)
         result += paragraph(punctualityText(last.punctuality), width);
     return result;

@@ -89,13 +89,13 @@ void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
     const WallTime limit = player.nextInstant() + m_options.limit;
     InputFeed feed(inputs, m_report);
     while (!player.hasEnded()) {
+        if (player.nextInstant() >= limit)
+            player.stop(Cause::Limit); // first, so that no input of this instant ends the step
         feed.feed(player);
         if (m_trigger.exchange(false))
             player.input({player.nextInstant(), InputKind::Trigger, kNoChannel});
         if (m_stop)
             player.stop(Cause::Stop);
-        else if (player.nextInstant() >= limit)
-            player.stop(Cause::Limit);
         player.play(sink);
         if (player.hasEnded())
             sink.end(); // before anyone sees the end, so that the capture is complete by then

@@ -361,11 +361,11 @@ void LivePerformer::play(Player &player)
     while (true) {
         const WallTime instant = player.nextInstant();
         sleepUntil(d->offset.monotonic(instant));
+        if (d->limit > 0ns && instant - d->startTime >= d->limit)
+            player.stop(Cause::Limit); // first, so that no input of this instant ends the step
         d->takeInputs(player);
         if (d->stopping.load(std::memory_order_relaxed))
             player.stop(Cause::Stop);
-        else if (d->limit > 0ns && instant - d->startTime >= d->limit)
-            player.stop(Cause::Limit);
         d->sink.beginInstant();
         player.play(d->sink);
         const Duration late = d->sink.endInstant(instant);
