@@ -84,6 +84,8 @@ void StreamChecker::take(const Element &element, std::optional<GoosePublication>
         checkOffsets(frame, *publication);
         checkFrame(frame, publication->frame, int(publication->download.size()),
                    kGooseRecommendation);
+        checkUnique(frame, QStringLiteral("GOOSE destination MAC"),
+                    publication->frame.Destination_Mac);
         checkUnique(frame, QStringLiteral("gocbRef"), publication->frame.gocbRef_Value);
     }
     m_result.streams.append(*publication);
@@ -200,9 +202,8 @@ void StreamChecker::checkAddress(const Element &element, const Frame &frame,
                                    .arg(macText(mac), macText(first), macText(last))
                                + advice,
                            kMac.name);
-        checkUnique(element, kind + QStringLiteral(" destination MAC and APPID"),
-                    mac + frame.APPID);
     }
+    checkUnique(element, kind + QStringLiteral(" APPID"), frame.APPID);
     const int appId = frame.APPID.toHex().toInt(nullptr, 16);
     const QString *const written = element.attribute(kAppId.name);
     if (written && *written == QString::number(appId)

@@ -173,6 +173,8 @@ void ElementReader::check(const AttributeRule &rule, const QString *value)
 {
     m_known.append({rule.name, {}});
     Findings findings;
+    if (!value && rule.isOptional)
+        return;
     if (!value)
         findings = {checkEmpty(rule, QStringLiteral("is missing"))};
     else if (value->isEmpty())

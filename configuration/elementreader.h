@@ -62,6 +62,7 @@ struct AttributeRule
     Format format;
     qint64 least = 0; ///< of a number
     qint64 most = 0;
+    bool isOptional = false; ///< what it counts as when it is missing is what is usual
 };
 
 /// Reads the attributes of one element, and remarks on those that break their rule. The loader

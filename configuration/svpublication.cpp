@@ -14,7 +14,8 @@ constexpr AttributeRule kConfRev{QLatin1String("confRev"), AttributeRule::Decima
 constexpr AttributeRule kChannelCount{QLatin1String("chNums"), AttributeRule::Decimal, kLeastInt,
                                       kMostInt};
 constexpr AttributeRule kChannel{QLatin1String("channel"), AttributeRule::Text};
-constexpr AttributeRule kQuality{QLatin1String("quality"), AttributeRule::Hexadecimal, 0, kMost32};
+constexpr AttributeRule kQuality{QLatin1String("quality"), AttributeRule::Hexadecimal, 0, kMost32,
+                                 true};
 constexpr AttributeRule kDelay{QLatin1String("delayt"), AttributeRule::Decimal, kLeastInt,
                                kMostInt};
 constexpr QLatin1String kChannelTag("chninfo");

@@ -147,7 +147,9 @@ void TestCheck::tellsProblems_data()
         MAC of odd digits | mac="01-0C-CD-04-00-01" | ^^mac="01-0C-CD-4-00-01" | error: mac of in_smv is | warning: mac 00-10-CC-D4-00-01 is outside
         MAC with colons | mac="01-0C-CD-04-00-01" | ^mac="01:0C:CD:04:00:01" | warning: mac of in_smv is
         MAC of SV | mac="01-0C-CD-04-00-01" | ^mac="01-0C-CD-04-02-00" | warning: outside 01-0C-CD-04-00-00 to 01-0C-CD-04-01-FF
-        same address twice | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" | ^<in_smv svId="MU02" appid="16385" mac="01-0C-CD-04-00-01" | warning: the same SV destination MAC and APPID as in line 3
+        same address twice | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" | ^<in_smv svId="MU02" appid="16385" mac="01-0C-CD-04-00-01" | warning: the same SV APPID as in line 3
+        same GOOSE address | <goose gcRef="D" datSet="E" goId="F" mac="01-0C-CD-01-00-12" vLan="00C" priority="4" appid="18" | ^^<goose gcRef="D" datSet="E" goId="F" mac="01-0C-CD-01-00-11" vLan="00C" priority="4" appid="17" | warning: the same GOOSE APPID as in line | warning: the same GOOSE destination MAC as in line
+        quality missing | <chninfo channel="Ia1" quality="00000000"/> | <chninfo channel="Ia1"/>
         same svID twice | <in_smv svId="MU02" | ^<in_smv svId="MU01" | warning: the same svID as in line 3
         same subscription twice | </ied> | ^<goose portIndex="1" appid="257" datCount="1"><mapinfo Which="1" Pos="1"/></goose></ied> | warning: the same port and APPID
         svID beyond ASCII | svId="MU01" | ^svId="间" | warning: besides printable ASCII
