@@ -168,9 +168,10 @@ workbench::Expected<QByteArray> TestPlot::draw(const QString &order, PlotFormat 
         words[1] == QLatin1String("-") ? 0 : outline->streams.named(words[1]);
     if (!stream)
         return tl::unexpected<Failure>(stream.error());
-    return windowOf(range, *outline, kCycle)
+    const PlotRun &run = outline->runs.first();
+    return windowOf(range, run, kCycle)
         .and_then([&](const PlotWindow &window) {
-            return readPlotData(path, *outline, *stream, window, kCycle);
+            return readPlotData(path, *outline, {*stream, 0}, window, kCycle);
         })
         .and_then([&](const PlotData &data) {
             return drawPicture(*findGnuplot(),

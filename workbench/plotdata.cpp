@@ -95,12 +95,13 @@ struct States
 class Collector
 {
 public:
-    Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle);
+    Collector(const PlotOutline &outline, const PlotChoice &choice, const PlotWindow &window,
+              double cycle);
     void take(const CapturedFrame &frame);
     [[nodiscard]] Expected<PlotData> finish();
 
 private:
-    void addChannels(const PlotOutline &outline);
+    void addChannels();
     void takeSamples(double time, const QByteArray &frame);
     void takeStates(double time, const QByteArray &frame);
     void take(const StreamMark &, double) { }
@@ -110,8 +111,10 @@ private:
     [[nodiscard]] QVector<PlotPanel> panels() const;
     void showStates();
 
-    PlotOutline m_outline;
-    int m_stream;
+    PlotStreams m_streams;
+    PlotChoice m_choice;
+    PlotRun m_run; ///< the chosen one
+    PlotRunCounter m_counter;
     PlotData m_data;
     PlotColumns m_svColumns;
     PlotColumns m_stateColumns;
@@ -136,40 +139,48 @@ int columnCount(const PlotWindow &window, double cycle, int entries)
     return int(std::min<double>(cycles / kCyclesPerColumn, mostOfEnvelope));
 }
 
-Collector::Collector(const PlotOutline &outline, int stream, const PlotWindow &window, double cycle)
-    : m_outline(outline)
-    , m_stream(stream)
+Collector::Collector(const PlotOutline &outline, const PlotChoice &choice, const PlotWindow &window,
+                     double cycle)
+    : m_streams(outline.streams)
+    , m_choice(choice)
+    , m_run(outline.runs[choice.run])
     , m_svColumns(window.from, window.to,
-                  columnCount(window, cycle, outline.streams.all()[stream].entries))
+                  columnCount(window, cycle, outline.streams.all()[choice.stream].entries))
     , m_stateColumns(window.from, window.to, kStateColumns)
     , m_bandColumns(window.from, window.to, kSvColumns)
 {
-    m_data.stream = outline.streams.all()[stream];
+    m_data.stream = outline.streams.all()[choice.stream];
+    m_data.run = choice.run;
     m_data.window = window;
-    m_data.start = outline.start;
-    m_data.sinceSequence = outline.hasSteps;
+    m_data.start = m_run.start;
+    m_data.sinceSequence = !m_run.changes.isEmpty();
     const double length = window.to - window.from;
     if (length > kCyclesOfCurve * cycle)
         m_data.envelope = length / m_svColumns.count();
-    addChannels(outline);
+    addChannels();
 }
 
 /// Every analog channel once, or without a mark of the stream every dataset entry.
-void Collector::addChannels(const PlotOutline &outline)
+void Collector::addChannels()
 {
     QStringList seen;
-    const bool isMarked = !m_data.stream.channels.join(QString()).isEmpty();
+    QStringList channels;
+    for (const StreamMark &mark : m_run.streams) {
+        if (mark.svId == m_data.stream.svId && mark.appId == m_data.stream.appId)
+            channels = mark.channels;
+    }
+    const bool isMarked = !channels.join(QString()).isEmpty();
     for (int i = 0; i < m_data.stream.entries; ++i) {
         Channel channel{
-            i, QStringLiteral("entry %1").arg(i + 1), nullptr, 1, false, PlotSamples(m_svColumns)};
+            i, QStringLiteral("entry %1").arg(i + 1), nullptr, 1, false, PlotSamples(m_svColumns, m_data.stream.interval)};
         if (isMarked) {
-            channel.name = m_data.stream.channels.value(i);
+            channel.name = channels.value(i);
             channel.analog = analogChannel(channel.name);
             if (channel.name.isEmpty() || seen.contains(channel.name))
                 continue;
             seen += channel.name;
         }
-        const float scale = scaleOf(channel, outline.scale);
+        const float scale = scaleOf(channel, m_run.scale);
         channel.isScaled = scale != 0;
         if (channel.isScaled)
             channel.scale = double(scale);
@@ -179,11 +190,12 @@ void Collector::addChannels(const PlotOutline &outline)
 
 void Collector::take(const CapturedFrame &frame)
 {
-    const double time = m_outline.seconds(frame.time);
+    const double time = m_run.seconds(frame.time);
     const int type = etherType(frame.bytes);
-    if (type == kEtherTypeSampledValues && m_svColumns.contains(time)) {
+    const bool isChosen = m_counter.current() == m_choice.run;
+    if (type == kEtherTypeSampledValues && isChosen && m_svColumns.contains(time)) {
         takeSamples(time, frame.bytes);
-    } else if (type == kEtherTypeGoose && time <= m_data.window.to) {
+    } else if (type == kEtherTypeGoose && m_counter.current() <= m_choice.run && time <= m_data.window.to) {
         takeStates(time, frame.bytes);
     } else if (type == kEtherTypeMark) {
         if (const std::optional<Mark> mark = decodeMark(frame.bytes))
@@ -193,8 +205,8 @@ void Collector::take(const CapturedFrame &frame)
 
 void Collector::takeSamples(double time, const QByteArray &frame)
 {
-    const std::optional<PlotStreams::Place> place = m_outline.streams.find(frame);
-    if (!place || place->stream != m_stream)
+    const std::optional<PlotStreams::Place> place = m_streams.find(frame);
+    if (!place || place->stream != m_choice.stream)
         return;
     for (Channel &channel : m_channels) {
         const int offset = place->seqDataOffset + kSvEntrySize * channel.entry;
@@ -245,6 +257,11 @@ void Collector::takeStates(double time, const QByteArray &frame)
 
 void Collector::take(const StepMark &mark, double time)
 {
+    m_counter.take(mark);
+    if (m_counter.current() != m_choice.run)
+        return;
+    for (Channel &channel : m_channels)
+        channel.samples.breakAt(time);
     const Transition &change = mark.transition;
     endBand(time);
     if (change.entered != kNoStep)
@@ -350,7 +367,7 @@ Expected<PlotData> Collector::finish()
                                .arg(m_data.window.from)
                                .arg(m_data.window.to)
                            + m_data.stream.toString());
-    endBand(m_outline.seconds(m_outline.last));
+    endBand(m_run.seconds(m_run.last));
     m_data.thinned = m_samples > qint64(2) * m_svColumns.count();
     m_data.panels = panels();
     showStates();
@@ -359,13 +376,13 @@ Expected<PlotData> Collector::finish()
 
 } // namespace
 
-Expected<PlotData> readPlotData(const QString &path, const PlotOutline &outline, int stream,
-                                const PlotWindow &window, double cycle)
+Expected<PlotData> readPlotData(const QString &path, const PlotOutline &outline,
+                                const PlotChoice &choice, const PlotWindow &window, double cycle)
 {
     CaptureReader capture;
     if (const auto opened = capture.open(path); !opened)
         return failure(Failure::Input, opened.error());
-    Collector collector(outline, stream, window, cycle);
+    Collector collector(outline, choice, window, cycle);
     while (const std::optional<CapturedFrame> frame = capture.next())
         collector.take(*frame);
     return collector.finish();

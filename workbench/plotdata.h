@@ -61,6 +61,7 @@ struct PlotGoose
 struct PlotData
 {
     PlotStream stream;
+    int run = 0; ///< number of the sequence in the capture
     PlotWindow window;
     virtualboard::WallTime start; ///< time 0
     bool sinceSequence = false; ///< time 0 is the start of the sequence, not the first packet
@@ -73,10 +74,17 @@ struct PlotData
     int statesLeftOut = 0; ///< dataset entries that change too, but are not shown
 };
 
-/// Reads what happens in \a window; \a stream is a number in the outline, \a cycle the length of
-/// one of the nominal frequency in seconds. Fails when the capture cannot be read, or there is
-/// nothing of the stream in the window.
+/// What of a capture is drawn: numbers in the outline.
+struct PlotChoice
+{
+    int stream = 0;
+    int run = 0;
+};
+
+/// Reads what happens in \a window; \a cycle is the length of one of the nominal frequency in
+/// seconds. Fails when the capture cannot be read, or there is nothing of the stream in the window.
 [[nodiscard]] Expected<PlotData> readPlotData(const QString &path, const PlotOutline &outline,
-                                              int stream, const PlotWindow &window, double cycle);
+                                              const PlotChoice &choice, const PlotWindow &window,
+                                              double cycle);
 
 } // namespace workbench

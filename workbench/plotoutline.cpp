@@ -6,6 +6,7 @@
 #include "virtualboard/wire/ethernetframes.h"
 
 #include <algorithm>
+#include <utility>
 
 using namespace virtualboard;
 
@@ -14,36 +15,97 @@ namespace workbench {
 namespace {
 
 constexpr int kMaxStreams = 256;
+constexpr int kMostRuns = 1000;
+constexpr int kMostChanges = 10000; ///< of one run that are remembered
+
+/// How long it usually takes from one frame of a stream to the next, whatever gaps there are.
+class UsualInterval
+{
+public:
+    void add(WallTime time);
+    /// Seconds; 0 without two frames.
+    [[nodiscard]] double value() const;
+
+private:
+    /// Of the intervals from 2^n ns on: how many, and together how long.
+    struct Octave
+    {
+        qint64 count = 0;
+        double seconds = 0;
+    };
+    std::array<Octave, 64> m_octaves = {};
+    std::optional<WallTime> m_last;
+};
+
+void UsualInterval::add(WallTime time)
+{
+    if (m_last && time > *m_last) {
+        const Duration interval = time - *m_last;
+        std::size_t octave = 0;
+        while (interval.count() >> (octave + 1) != 0)
+            ++octave;
+        ++m_octaves[octave].count;
+        m_octaves[octave].seconds += std::chrono::duration<double>(interval).count();
+    }
+    m_last = time;
+}
+
+/// The mean of those in the octave of the median.
+double UsualInterval::value() const
+{
+    qint64 all = 0;
+    for (const Octave &octave : m_octaves)
+        all += octave.count;
+    qint64 below = 0;
+    for (const Octave &octave : m_octaves) {
+        below += octave.count;
+        if (octave.count > 0 && 2 * below >= all)
+            return octave.seconds / double(octave.count);
+    }
+    return 0;
+}
 
 /// Reads the packets of a capture for what readOutline() tells.
 class OutlineReader
 {
 public:
+    OutlineReader() { m_outline.runs.append(PlotRun()); }
     void take(const CapturedFrame &frame);
     [[nodiscard]] PlotOutline finish();
 
 private:
     void take(const StreamMark &mark, WallTime time);
     void take(const StepMark &mark, WallTime time);
+    [[nodiscard]] bool isFull() const { return m_counter.current() >= m_outline.runs.size(); }
 
     PlotOutline m_outline;
-    QVector<StreamMark> m_streams;
-    std::optional<WallTime> m_first;
+    PlotRunCounter m_counter;
+    QVector<StreamMark> m_streams; ///< of the sequence to come
+    QVector<UsualInterval> m_intervals; ///< per stream
+    std::optional<WallTime> m_first; ///< packet
+    WallTime m_lastPlayed; ///< sample or change of steps
     WallTime m_entry; ///< into the current step
 };
 
 void OutlineReader::take(const CapturedFrame &frame)
 {
-    if (!m_first)
-        m_first = m_outline.start = m_entry = m_outline.last = frame.time;
-    m_outline.last = std::max(m_outline.last, frame.time);
+    if (!m_first) {
+        m_first = m_entry = m_lastPlayed = frame.time;
+        m_outline.runs[0].start = m_outline.runs[0].first = m_outline.runs[0].last = frame.time;
+    }
     const int type = etherType(frame.bytes);
     if (type == kEtherTypeSampledValues) {
-        (void)m_outline.streams.find(frame.bytes);
+        if (const std::optional<PlotStreams::Place> place = m_outline.streams.find(frame.bytes)) {
+            m_intervals.resize(m_outline.streams.all().size());
+            m_intervals[place->stream].add(frame.time);
+        }
+        m_lastPlayed = frame.time;
     } else if (type == kEtherTypeMark) {
         if (const std::optional<Mark> mark = decodeMark(frame.bytes))
             std::visit([&](const auto &each) { take(each, frame.time); }, *mark);
     }
+    if (!isFull())
+        m_outline.runs.last().last = std::max(m_outline.runs.last().last, frame.time);
 }
 
 void OutlineReader::take(const StreamMark &mark, WallTime time)
@@ -55,24 +117,38 @@ void OutlineReader::take(const StreamMark &mark, WallTime time)
 
 void OutlineReader::take(const StepMark &mark, WallTime time)
 {
+    if (m_counter.take(mark)) {
+        if (m_counter.current() == m_outline.runs.size())
+            m_outline.runs.last().last = m_lastPlayed;
+        if (m_outline.runs.size() < kMostRuns) {
+            m_outline.runs.append(PlotRun());
+            m_outline.runs.last().first = m_outline.runs.last().last = time;
+        }
+    }
+    m_lastPlayed = time;
+    if (isFull())
+        return;
+    PlotRun &run = m_outline.runs.last();
     const Transition &change = mark.transition;
-    if (!m_outline.hasSteps)
-        m_outline.start = time - change.lateness - change.entryTime;
-    m_outline.hasSteps = true;
-    if (change.cause == Cause::BinaryInput && !m_outline.ended)
-        m_outline.ended = {m_outline.seconds(m_entry), m_outline.seconds(time)};
+    if (run.changes.isEmpty()) {
+        run.start = std::max(time - change.lateness - change.entryTime, WallTime());
+        run.streams = std::exchange(m_streams, {});
+    }
+    if (run.changes.size() < kMostChanges)
+        run.changes.append(change);
+    if (change.cause == Cause::BinaryInput && !run.ended)
+        run.ended = {run.seconds(m_entry), run.seconds(time)};
     m_entry = time;
-    std::transform(m_outline.scale.begin(), m_outline.scale.end(), mark.scale.begin(),
-                   m_outline.scale.begin(),
+    std::transform(run.scale.begin(), run.scale.end(), mark.scale.begin(), run.scale.begin(),
                    [](float known, float told) { return known != 0 ? known : told; });
 }
 
 PlotOutline OutlineReader::finish()
 {
-    for (const StreamMark &mark : m_streams)
-        m_outline.streams.setChannels(mark.svId, mark.appId, mark.channels);
-    if (m_first)
-        m_outline.first = m_outline.seconds(*m_first);
+    if (m_outline.runs.first().streams.isEmpty()) // no change of steps, or cut off before it
+        m_outline.runs.first().streams = m_streams;
+    for (int i = 0; i < m_intervals.size(); ++i)
+        m_outline.streams.setInterval(i, m_intervals[i].value());
     return m_outline;
 }
 
@@ -104,19 +180,11 @@ const PlotStreams::Layout *PlotStreams::learn(const QByteArray &frame)
            && (m_streams[stream].svId != values->svId || m_streams[stream].appId != decoded.appId))
         ++stream;
     if (stream == m_streams.size())
-        m_streams.append({values->svId, decoded.appId, 0, {}});
+        m_streams.append({values->svId, decoded.appId, 0, 0});
     m_streams[stream].entries = std::max(m_streams[stream].entries, int(values->entries.size()));
     m_layouts.append(
         {frame.left(values->smpCntOffset), decoded.size, {stream, values->seqDataOffset}});
     return &m_layouts.last();
-}
-
-void PlotStreams::setChannels(const QString &svId, int appId, const QStringList &channels)
-{
-    for (PlotStream &stream : m_streams) {
-        if (stream.svId == svId && stream.appId == appId)
-            stream.channels = channels;
-    }
 }
 
 Expected<int> PlotStreams::named(const QString &name) const
@@ -139,9 +207,17 @@ Expected<int> PlotStreams::named(const QString &name) const
     return found.first();
 }
 
-double PlotOutline::seconds(WallTime time) const
+double PlotRun::seconds(WallTime time) const
 {
     return std::chrono::duration<double>(time - start).count();
+}
+
+bool PlotRunCounter::take(const StepMark &mark)
+{
+    const bool isNext = m_hasSteps && mark.transition.cause == Cause::Start;
+    m_hasSteps = true;
+    m_current += isNext ? 1 : 0;
+    return isNext;
 }
 
 int etherType(const QByteArray &frame)

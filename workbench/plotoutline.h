@@ -2,7 +2,7 @@
 /// What a capture holds, as far as it has to be known before anything of it can be drawn.
 #pragma once
 
-#include "virtualboard/play/playback.h"
+#include "virtualboard/capture/capturemarks.h"
 #include "workbench/failure.h"
 
 #include <QByteArray>
@@ -21,7 +21,7 @@ struct PlotStream
     QString svId;
     int appId = 0;
     int entries = 0; ///< of the dataset
-    QStringList channels; ///< analog channel of every entry; empty without a mark of the stream
+    double interval = 0; ///< the usual one between two frames, seconds; 0: unknown
 
     [[nodiscard]] QString toString() const; ///< "MU01 (APPID 0x4001)"
 };
@@ -40,8 +40,8 @@ public:
 
     /// Nothing for other frames, for those that cannot be read, and for streams beyond the 256th.
     [[nodiscard]] std::optional<Place> find(const QByteArray &frame);
+    void setInterval(int stream, double interval) { m_streams[stream].interval = interval; }
     [[nodiscard]] const QVector<PlotStream> &all() const { return m_streams; }
-    void setChannels(const QString &svId, int appId, const QStringList &channels);
     /// The stream with this svID or with this APPID (decimal, or hexadecimal with 0x). Fails when
     /// there is none, or more than one.
     [[nodiscard]] Expected<int> named(const QString &name) const;
@@ -59,21 +59,42 @@ private:
     QVector<Layout> m_layouts;
 };
 
-struct PlotOutline
+/// One sequence of a capture: from its first change of steps, the first one from the first packet.
+struct PlotRun
 {
-    PlotStreams streams;
-    bool hasSteps = false; ///< there are marks of steps
     virtualboard::WallTime start; ///< of the sequence, or the first packet
-    virtualboard::WallTime last; ///< the last packet
-    double first = 0; ///< the first packet, seconds since the start
+    virtualboard::WallTime first; ///< packet
+    /// The last packet; if another sequence follows, the last sample or change of steps.
+    virtualboard::WallTime last;
+    QVector<virtualboard::StreamMark> streams;
+    QVector<virtualboard::Transition> changes; ///< the first thousands; empty without marks of steps
     /// Of the first step that a binary input ended: entry and end, seconds since the start.
     std::optional<std::array<double, 2>> ended;
     /// The first known scale of every analog channel, V or A per count; 0: unknown.
     std::array<float, virtualboard::kAnalogChannels> scale = {};
-    QString damage; ///< why the capture could not be read to its end; empty if it could
 
     /// Seconds since the start.
     [[nodiscard]] double seconds(virtualboard::WallTime time) const;
+};
+
+/// Tells the sequences of a capture apart while its marks are read in their order.
+class PlotRunCounter
+{
+public:
+    /// Returns whether a sequence begins that is not the first one.
+    bool take(const virtualboard::StepMark &mark);
+    [[nodiscard]] int current() const { return m_current; }
+
+private:
+    int m_current = 0;
+    bool m_hasSteps = false;
+};
+
+struct PlotOutline
+{
+    PlotStreams streams;
+    QVector<PlotRun> runs; ///< at least one, at most a thousand
+    QString damage; ///< why the capture could not be read to its end; empty if it could
 };
 
 /// EtherType of a frame, behind an IEEE 802.1Q tag if there is one; 0 if the frame is too short.

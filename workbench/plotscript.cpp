@@ -460,8 +460,11 @@ QByteArray Script::block(const QVector<PlotPoint> &points)
 {
     QByteArray name = "$data" + QByteArray::number(++m_blockCount);
     m_blocks += name + " << END\n";
-    for (const PlotPoint &point : points)
+    for (const PlotPoint &point : points) {
+        if (point.isFirst)
+            m_blocks += '\n'; // lifts the pen
         m_blocks += number(point.time) + ' ' + number(point.value) + '\n';
+    }
     m_blocks += "END\n";
     return name;
 }

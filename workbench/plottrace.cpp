@@ -1,8 +1,17 @@
 #include "workbench/plottrace.h"
 
 #include <algorithm>
+#include <limits>
+#include <utility>
 
 namespace workbench {
+
+namespace {
+
+constexpr double kMissedIntervals = 3; ///< fewer may be a late frame
+constexpr double kSeenGap = 0.25; ///< columns
+
+} // namespace
 
 PlotColumns::PlotColumns(double from, double to, int count)
     : m_from(from)
@@ -16,72 +25,120 @@ int PlotColumns::at(double time) const
     return std::min(int((time - m_from) / m_width), m_count - 1);
 }
 
-PlotSamples::PlotSamples(const PlotColumns &columns)
+PlotSamples::PlotSamples(const PlotColumns &columns, double interval)
     : m_columns(columns)
-    , m_content(columns.count())
-{ }
+    , m_gap(std::max(kMissedIntervals * interval, kSeenGap * columns.width()))
+{
+    if (interval <= 0)
+        m_gap = std::numeric_limits<double>::infinity();
+}
+
+bool PlotSamples::isGap(double time) const
+{
+    return m_pieces.isEmpty() || time - m_pieces.last().end > m_gap;
+}
+
+/// More pieces than this cannot be told apart.
+bool PlotSamples::isDivisible(int column) const
+{
+    constexpr int kMostPieces = 8;
+    const auto size = m_pieces.size();
+    return size < kMostPieces || m_pieces[size - kMostPieces].column != column;
+}
+
+/// Begins the piece that the sample at \a time belongs to, if it is not the last one.
+void PlotSamples::begin(double time)
+{
+    // Time never goes back, so that there are not more pieces than columns allow.
+    const int column = std::max(m_columns.at(time), m_pieces.isEmpty() ? 0 : m_pieces.last().column);
+    const bool afterGap = isGap(time);
+    const bool isDivided = (afterGap || m_break) && isDivisible(column);
+    const std::optional<double> broken = std::exchange(m_break, std::nullopt);
+    if (!m_pieces.isEmpty() && m_pieces.last().column == column && !isDivided)
+        return;
+    double begin = time;
+    if (!afterGap) {
+        Piece &last = m_pieces.last();
+        const double border = broken && isDivided ? *broken : m_columns.begin(column);
+        begin = std::max(last.begin, std::min(border, time));
+        last.end = begin;
+    }
+    m_pieces.append({{}, {}, begin, begin, column, afterGap});
+    m_pieces.last().lowest = {time, std::numeric_limits<double>::infinity()};
+    m_pieces.last().highest = {time, -std::numeric_limits<double>::infinity()};
+}
 
 void PlotSamples::add(double time, double value)
 {
-    Column &column = m_content[m_columns.at(time)];
-    if (!column.used || value < column.lowest.value)
-        column.lowest = {time, value};
-    if (!column.used || value > column.highest.value)
-        column.highest = {time, value};
-    column.used = true;
+    begin(time);
+    Piece &piece = m_pieces.last();
+    if (value < piece.lowest.value)
+        piece.lowest = {time, value};
+    if (value > piece.highest.value)
+        piece.highest = {time, value};
+    piece.end = std::max(piece.end, time);
     m_isZero = m_isZero && value == 0;
+}
+
+void PlotSamples::breakAt(double time)
+{
+    if (!m_break)
+        m_break = time;
 }
 
 QVector<PlotPoint> PlotSamples::curve() const
 {
     QVector<PlotPoint> points;
-    for (const Column &column : m_content) {
-        if (!column.used)
-            continue;
-        const bool rises = column.lowest.time < column.highest.time;
-        points.append(rises ? column.lowest : column.highest);
-        if (column.lowest.time != column.highest.time)
-            points.append(rises ? column.highest : column.lowest);
+    for (const Piece &piece : m_pieces) {
+        const bool rises = piece.lowest.time < piece.highest.time;
+        points.append(rises ? piece.lowest : piece.highest);
+        points.last().isFirst = piece.isFirst;
+        if (piece.lowest.time != piece.highest.time)
+            points.append(rises ? piece.highest : piece.lowest);
     }
     return points;
 }
 
-/// Level over every column; levels that follow each other without a change are one.
-QVector<PlotPoint> PlotSamples::edge(PlotPoint Column::*extreme) const
-{
-    QVector<PlotPoint> points;
-    for (int i = 0; i < m_content.size(); ++i) {
-        if (!m_content[i].used)
-            continue;
-        const double value = (m_content[i].*extreme).value;
-        if (points.isEmpty() || points.last().value != value)
-            points += {{m_columns.begin(i), value}, {m_columns.begin(i + 1), value}};
-        else
-            points.last().time = m_columns.begin(i + 1);
-    }
-    return points;
-}
-
+/// Level over every piece; levels that follow each other without a change are one.
 QVector<PlotPoint> PlotSamples::envelope() const
 {
-    QVector<PlotPoint> points = edge(&Column::highest);
-    QVector<PlotPoint> back = edge(&Column::lowest);
-    std::reverse(back.begin(), back.end());
-    points += back;
-    if (!points.isEmpty())
-        points.append(points.first());
-    return points;
+    QVector<PlotPoint> areas;
+    QVector<PlotPoint> upper;
+    QVector<PlotPoint> lower;
+    const auto extend = [](QVector<PlotPoint> &edge, const Piece &piece, double value) {
+        if (edge.isEmpty() || edge.last().value != value)
+            edge += {{piece.begin, value}, {piece.end, value}};
+        else
+            edge.last().time = piece.end;
+    };
+    const auto close = [&] {
+        if (upper.isEmpty())
+            return;
+        upper.first().isFirst = true;
+        std::reverse(lower.begin(), lower.end());
+        areas += upper + lower;
+        areas.append({upper.first().time, upper.first().value});
+        upper.clear();
+        lower.clear();
+    };
+    for (const Piece &piece : m_pieces) {
+        if (piece.isFirst)
+            close();
+        extend(upper, piece, piece.highest.value);
+        extend(lower, piece, piece.lowest.value);
+    }
+    close();
+    return areas;
 }
 
 bool PlotSamples::operator==(const PlotSamples &other) const
 {
-    const auto same = [](const Column &a, const Column &b) {
-        return a.used == b.used && a.lowest.value == b.lowest.value
-            && a.highest.value == b.highest.value && a.lowest.time == b.lowest.time
-            && a.highest.time == b.highest.time;
+    const auto same = [](const Piece &a, const Piece &b) {
+        return a.lowest.value == b.lowest.value && a.highest.value == b.highest.value
+            && a.lowest.time == b.lowest.time && a.highest.time == b.highest.time;
     };
-    return std::equal(m_content.begin(), m_content.end(), other.m_content.begin(),
-                      other.m_content.end(), same);
+    return std::equal(m_pieces.begin(), m_pieces.end(), other.m_pieces.begin(),
+                      other.m_pieces.end(), same);
 }
 
 PlotChanges::PlotChanges(const PlotColumns &columns)

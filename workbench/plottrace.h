@@ -4,12 +4,15 @@
 
 #include <QVector>
 
+#include <optional>
+
 namespace workbench {
 
 struct PlotPoint
 {
     double time = 0; ///< seconds since the start of the sequence
     double value = 0;
+    bool isFirst = false; ///< does not continue what precedes it
 };
 
 /// A part of the time axis, divided into columns of equal width.
@@ -20,6 +23,7 @@ public:
     PlotColumns(double from, double to, int count);
 
     [[nodiscard]] double from() const { return m_from; }
+    [[nodiscard]] double width() const { return m_width; }
     [[nodiscard]] int count() const { return m_count; }
     [[nodiscard]] bool contains(double time) const { return time >= m_from && time <= m_to; }
     /// Number of the column that \a time, which must be contained, lies in.
@@ -34,34 +38,47 @@ private:
     int m_count;
 };
 
-/// A sampled quantity: the smallest and the largest sample of every column.
+/// A sampled quantity: the smallest and the largest sample of every column. A column is divided
+/// where the quantity breaks, and where samples are missing for long enough to be seen.
 class PlotSamples
 {
 public:
-    explicit PlotSamples(const PlotColumns &columns);
+    /// \a interval is the usual one between two samples, in seconds; 0 if it is not known.
+    PlotSamples(const PlotColumns &columns, double interval);
 
     /// \a time must be contained in the columns.
     void add(double time, double value);
+    /// From \a time on the samples have nothing to do with those before.
+    void breakAt(double time);
     [[nodiscard]] bool isZero() const { return m_isZero; }
     /// The line through both samples of every column. All samples, if no column has more than two.
+    /// As below, PlotPoint::isFirst tells where it is interrupted.
     [[nodiscard]] QVector<PlotPoint> curve() const;
-    /// The area between the smallest and the largest sample of every column: along its upper edge,
-    /// back along the lower one, and closed.
+    /// The areas between the smallest and the largest sample of every column: each along its upper
+    /// edge, back along the lower one, and closed.
     [[nodiscard]] QVector<PlotPoint> envelope() const;
     /// Whether both would be drawn in the same way.
     [[nodiscard]] bool operator==(const PlotSamples &other) const;
 
 private:
-    struct Column
+    /// A column, or a part of one.
+    struct Piece
     {
         PlotPoint lowest;
         PlotPoint highest;
-        bool used = false;
+        double begin = 0;
+        double end = 0; ///< of the last sample, or where the next piece begins
+        int column = 0;
+        bool isFirst = false; ///< samples are missing before it
     };
-    [[nodiscard]] QVector<PlotPoint> edge(PlotPoint Column::*extreme) const;
+    [[nodiscard]] bool isGap(double time) const;
+    [[nodiscard]] bool isDivisible(int column) const;
+    void begin(double time);
 
     PlotColumns m_columns;
-    QVector<Column> m_content;
+    double m_gap; ///< the shortest, seconds
+    QVector<Piece> m_pieces;
+    std::optional<double> m_break; ///< since the last sample
     bool m_isZero = true;
 };
 

@@ -12,13 +12,13 @@ constexpr double kCyclesAfter = 6;
 
 } // namespace
 
-Expected<PlotWindow> windowOf(const PlotRange &range, const PlotOutline &outline, double cycle)
+Expected<PlotWindow> windowOf(const PlotRange &range, const PlotRun &run, double cycle)
 {
-    const PlotWindow whole{outline.first, outline.seconds(outline.last)};
+    const PlotWindow whole{run.seconds(run.first), run.seconds(run.last)};
     PlotWindow window{range.from.value_or(whole.from), range.to.value_or(whole.to)};
-    if (outline.ended && !range.all && !range.from && !range.to)
-        window = {std::max(outline.ended->front() - kCyclesBefore * cycle, whole.from),
-                  std::min(outline.ended->back() + kCyclesAfter * cycle, whole.to)};
+    if (run.ended && !range.all && !range.from && !range.to)
+        window = {std::max(run.ended->front() - kCyclesBefore * cycle, whole.from),
+                  std::min(run.ended->back() + kCyclesAfter * cycle, whole.to)};
     if (window.to - window.from < PlotWindow::kLeast || window.from >= whole.to
         || window.to <= whole.from)
         return failure(

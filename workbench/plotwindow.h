@@ -26,9 +26,8 @@ struct PlotRange
     bool all = false; ///< else, without both times: around the first step that a binary input ended
 };
 
-/// The window on \a outline that \a range asks for; \a cycle is the length of one of the nominal
+/// The part of \a run that \a range asks for; \a cycle is the length of one of the nominal
 /// frequency in seconds. Fails when it would be empty.
-[[nodiscard]] Expected<PlotWindow> windowOf(const PlotRange &range, const PlotOutline &outline,
-                                            double cycle);
+[[nodiscard]] Expected<PlotWindow> windowOf(const PlotRange &range, const PlotRun &run, double cycle);
 
 } // namespace workbench

@@ -28,6 +28,7 @@ const QString whichOption = QStringLiteral("which");
 const QString jsonOption = QStringLiteral("json");
 const QString outputOption = QStringLiteral("output");
 const QString streamOption = QStringLiteral("stream");
+const QString runOption = QStringLiteral("run");
 const QString fromOption = QStringLiteral("from");
 const QString toOption = QStringLiteral("to");
 const QString allOption = QStringLiteral("all");
@@ -52,9 +53,10 @@ const OptionText optionTexts[] = {
     {jsonOption, "", "Prints one JSON document instead of tables.", ""},
     {outputOption, "FILE", "Picture to write: FILE.svg or FILE.png.", "", "o"},
     {streamOption, "ID", "Sampled-value stream: svID, or APPID (decimal or 0x...).", ""},
+    {runOption, "N", "Sequence of the capture to draw, where it holds several.", "1"},
     {fromOption, "S", "Begins at this time, in seconds since the start of the sequence.", ""},
     {toOption, "S", "Ends at this time.", ""},
-    {allOption, "", "Shows all, not only what led to the first change by a binary input.", ""},
+    {allOption, "", "Shows the whole sequence, not only what led to the first change by a binary input.", ""},
 };
 
 QStringList namesOf(const OptionText &option)
@@ -215,7 +217,7 @@ const QList<Command> &commands()
                         "gnuplot; needs no board."),
          {QStringLiteral("CAPTURE"), QStringLiteral("Capture file (pcap or pcapng).")},
          {outputOption},
-         {sequenceOption, streamOption, fromOption, toOption, allOption},
+         {sequenceOption, streamOption, runOption, fromOption, toOption, allOption},
          plotCapture},
     };
     return all;

@@ -1,6 +1,7 @@
 #include "tools/lumtarctl/plotcommand.h"
 
 #include "tools/lumtarctl/terminal.h"
+#include "workbench/plotnames.h"
 #include "workbench/plotpicture.h"
 #include "workbench/plotscript.h"
 #include "workbench/printabletext.h"
@@ -19,6 +20,7 @@ namespace {
 constexpr double kMostSeconds = 1e9; // of a time
 
 const QString sequenceOption = QStringLiteral("sequence");
+const QString runOption = QStringLiteral("run");
 
 tl::unexpected<Failure> refusal(const QString &message)
 {
@@ -69,10 +71,25 @@ struct PlotOrder
     QString capture;
     QString output;
     QString stream; ///< empty: the first one
+    int run = 0; ///< number of the sequence in the capture, from 0
     PlotFormat format;
     PlotRange range;
-    Sequence sequence;
+    std::optional<Sequence> sequence;
 };
+
+/// The value of --run, which counts from 1, from 0.
+Expected<int> runOf(const QCommandLineParser &options)
+{
+    if (!options.isSet(runOption))
+        return 0;
+    bool ok = false;
+    const int number = options.value(runOption).toInt(&ok);
+    if (!ok || number < 1)
+        return refusal(
+            QStringLiteral("--run \"%1\" is no number of a sequence; they count from 1")
+                .arg(options.value(runOption)));
+    return number - 1;
+}
 
 Expected<PlotOrder> orderOf(const QCommandLineParser &options)
 {
@@ -87,34 +104,54 @@ Expected<PlotOrder> orderOf(const QCommandLineParser &options)
         })
         .and_then([&](const PlotRange &range) {
             order.range = range;
-            return options.isSet(sequenceOption) ? readSequence(options.value(sequenceOption))
-                                                 : Sequence();
+            return runOf(options);
         })
-        .map([&](const Sequence &sequence) {
-            order.sequence = sequence;
-            return order;
+        .and_then([&](int run) -> Expected<PlotOrder> {
+            order.run = run;
+            if (!options.isSet(sequenceOption))
+                return order;
+            return readSequence(options.value(sequenceOption)).map([&](const Sequence &sequence) {
+                order.sequence = sequence;
+                return order;
+            });
         });
 }
 
 Expected<PlotData> read(const PlotOrder &order, const PlotOutline &outline)
 {
-    const double cycle = 1.0 / order.sequence.nominalFrequency;
+    const double cycle = 1.0 / order.sequence.value_or(Sequence()).nominalFrequency;
     const Expected<int> stream = order.stream.isEmpty() ? 0 : outline.streams.named(order.stream);
     if (!stream)
         return refusal(QStringLiteral("--stream ") + stream.error().message);
-    return windowOf(order.range, outline, cycle).and_then([&](const PlotWindow &window) {
-        return readPlotData(order.capture, outline, *stream, window, cycle);
+    if (order.run >= outline.runs.size())
+        return refusal(QStringLiteral("--run %1: the capture has %2 sequences")
+                           .arg(order.run + 1)
+                           .arg(outline.runs.size()));
+    const PlotRun &run = outline.runs[order.run];
+    if (order.sequence) {
+        const std::optional<QString> contradiction = contradictionOf(run.changes, *order.sequence);
+        if (contradiction)
+            return refusal(QStringLiteral("--sequence is not what the capture shows: ")
+                           + *contradiction);
+    }
+    return windowOf(order.range, run, cycle).and_then([&](const PlotWindow &window) {
+        return readPlotData(order.capture, outline, {*stream, order.run}, window, cycle);
     });
 }
 
 void tell(const QString &output, const PlotOutline &outline, const PlotData &data)
 {
+    const PlotRun &run = outline.runs[data.run];
     QStringList lines{output + QStringLiteral(": ") + data.stream.toString()
                       + QStringLiteral(" from %1 s to %2 s; the capture reaches from %3 s to %4 s")
                             .arg(data.window.from)
                             .arg(data.window.to)
-                            .arg(outline.first)
-                            .arg(outline.seconds(outline.last))};
+                            .arg(run.seconds(run.first))
+                            .arg(run.seconds(run.last))};
+    if (outline.runs.size() > 1)
+        lines += QStringLiteral("drawn is sequence %1 of %2; --run N draws another")
+                     .arg(data.run + 1)
+                     .arg(outline.runs.size());
     for (const PlotStream &other : outline.streams.all()) {
         if (other.svId != data.stream.svId || other.appId != data.stream.appId)
             lines += QStringLiteral("not drawn: ") + other.toString();
@@ -150,10 +187,14 @@ Expected<int> plotCapture(const QCommandLineParser &options)
     const Expected<PlotData> data = read(*order, *outline);
     if (!data)
         return tl::unexpected<Failure>(data.error());
-    const QString title =
+    QString title =
         QFileInfo(order->capture).fileName() + QStringLiteral(": ") + data->stream.toString();
+    if (outline->runs.size() > 1)
+        title += QStringLiteral(", sequence %1").arg(data->run + 1);
     const Expected<QByteArray> picture =
-        drawPicture(*gnuplot, plotScript(*data, order->format, title, order->sequence.names()));
+        drawPicture(*gnuplot,
+                    plotScript(*data, order->format, title,
+                               order->sequence.value_or(Sequence()).names()));
     if (!picture)
         return tl::unexpected<Failure>(picture.error());
     if (file.write(*picture) != picture->size() || !file.commit())
