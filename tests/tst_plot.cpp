@@ -5,10 +5,12 @@
 
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/capture/capturemarks.h"
+#include "workbench/plotnames.h"
 #include "workbench/plotpicture.h"
 #include "workbench/plotscript.h"
 #include "workbench/sequencefile.h"
 
+#include <QDir>
 #include <QPointF>
 #include <QProcess>
 #include <QTemporaryDir>
@@ -116,6 +118,12 @@ private slots:
     void saysWhatHappened();
     void findsNothingToDraw_data();
     void findsNothingToDraw();
+    void writesNamesLiterally_data();
+    void writesNamesLiterally();
+    void drawsOneSequence();
+    void comparesNames_data();
+    void comparesNames();
+    void survivesLateMarks();
     void writesPictures();
     void refusesArguments_data();
     void refusesArguments();
@@ -314,6 +322,166 @@ void TestPlot::findsNothingToDraw()
     const workbench::Expected<QByteArray> picture = draw(row[0]);
     QVERIFY(!picture && picture.error().kind == Failure::Input);
     QVERIFY2(picture.error().message.contains(row[1]), qPrintable(picture.error().message));
+}
+
+void TestPlot::writesNamesLiterally_data()
+{
+    QTest::addColumn<QString>("name");
+    const char *const names[] = {"'",
+                                 "'begins",
+                                 "holds '' two",
+                                 "ends'",
+                                 "\"quoted\"",
+                                 "50 % of %s %g %n",
+                                 "%%",
+                                 "`touch executed`",
+                                 "'.system('touch executed').'",
+                                 "\".system(\"touch executed\").\"",
+                                 "'; system 'touch executed' #",
+                                 "'; !touch executed",
+                                 "\\",
+                                 "a\\nb\\",
+                                 "\\047; system(1)",
+                                 "@executed",
+                                 "$data1 END",
+                                 "{/Bold x}_1^2",
+                                 "<b>&amp;",
+                                 "Überstrom \xe4\xb8\xad",
+                                 "-e # comment"};
+    for (const char *const name : names)
+        QTest::newRow(name) << QString::fromUtf8(name);
+    QTest::newRow("lines") << QStringLiteral("a\n!touch executed\n\x1b[m");
+}
+
+void TestPlot::writesNamesLiterally()
+{
+    QFETCH(QString, name);
+    const QString before = QDir::currentPath();
+    QVERIFY(QDir::setCurrent(m_directory.path()));
+    PlotData data;
+    data.window = {0, 1};
+    data.panels = {
+        {name, QStringLiteral("V"), {{{name + QLatin1Char('1')}, {{0, 0}, {1, 1}}}}, {name}}};
+    data.bands = {{0, 1, 0}};
+    data.goose = {{name, {{0, 1}}, {{name + QLatin1Char('2'), {{0, 1}}}}}};
+    const workbench::Expected<QByteArray> picture = drawPicture(
+        *findGnuplot(),
+        plotScript(data, PlotFormat::Svg, name + QLatin1Char('3'), {name + QLatin1Char('4')}));
+    QVERIFY(QDir::setCurrent(before));
+    QVERIFY2(picture, picture ? "" : qPrintable(picture.error().message));
+    QVERIFY(!QFile::exists(file("executed")));
+    const Svg svg(*picture);
+    QVERIFY(svg.isWellFormed);
+    QString shown = name;
+    shown.replace(QLatin1Char('\n'), QLatin1Char('?')).replace(QChar(0x1b), QLatin1Char('?'));
+    for (const QString &text :
+         {shown, shown + QLatin1Char('1'), shown + QLatin1Char('2'), shown + QLatin1Char('3'),
+          QStringLiteral("zero: ") + shown, QStringLiteral("0 ") + shown + QLatin1Char('4')})
+        QVERIFY2(svg.texts.contains(text),
+                 qPrintable(text + QStringList(svg.texts.keys()).join(QLatin1Char('|'))));
+}
+
+/// Two sequences with 2 s between them, the first one with a gap: what is drawn lies where it was.
+void TestPlot::drawsOneSequence()
+{
+    const WallTime start{1795392000s};
+    CaptureSink sink;
+    QVERIFY(sink.open(file("two.pcap")));
+    const auto add = [&](Duration time, const QByteArray &packet) {
+        const OutgoingFrame out{reinterpret_cast<const uchar *>(packet.constData()),
+                                int(packet.size()), 1};
+        sink.publish(start + time, &out, 1);
+    };
+    for (int run = 0; run < 2; ++run) {
+        const Duration begin = run * 6s;
+        for (int i = 0; i <= 16000; ++i) {
+            const Duration time = i * 250us;
+            if (i == 0)
+                add(begin, encodeMark(StepMark{{kNoStep, 0, Cause::Start}, {}}));
+            if (i == 4051) // in the middle of a column
+                add(begin + time,
+                    encodeMark(StepMark{{0, 1, Cause::Time, kNoChannel, time, time}, {}}));
+            const bool isGap = run == 0 && i > 8010 && i < 12010;
+            if (!isGap)
+                add(begin + time,
+                    svFrame(0x4001, {(i < 4051 ? 100.0 : 1000.0) * (i % 2 == 0 ? 1 : -1)}));
+        }
+    }
+    QVERIFY(sink.flush());
+    const workbench::Expected<PlotOutline> outline = readOutline(file("two.pcap"));
+    QVERIFY(outline && outline->runs.size() == 2);
+    for (int run = 0; run < 2; ++run) {
+        const PlotRun &chosen = outline->runs[run];
+        QCOMPARE(chosen.seconds(chosen.last), 4.0);
+        const auto data = readPlotData(file("two.pcap"), *outline, {0, run}, {0, 4}, 0.02);
+        QVERIFY(data && data->envelope > 0);
+        const QVector<PlotPoint> &points = data->panels[0].lines[0].points;
+        int areas = 0;
+        for (const PlotPoint &point : points) {
+            areas += point.isFirst ? 1 : 0;
+            QVERIFY(std::fabs(point.value) == (point.time < 1.01275 ? 100 : 1000)
+                    || point.time == 1.01275);
+            QVERIFY(run == 1 || point.time <= 2.0025 || point.time >= 3.0025);
+        }
+        QCOMPARE(areas, run == 0 ? 2 : 1);
+        QCOMPARE(data->bands.size(), 2);
+    }
+    plot(QStringLiteral("two.pcap -o p.svg --all --run 3"));
+    QVERIFY2(m_errors.contains(QLatin1String("--run 3: the capture has 2 sequences")),
+             qPrintable(m_errors));
+    QCOMPARE(m_exitStatus, 2);
+    plot(QStringLiteral("two.pcap -o p.svg --all --run 2"));
+    QCOMPARE(m_exitStatus, 0);
+    const QString title = QStringLiteral("two.pcap: MU01 (APPID 0x4001), sequence 2");
+    QVERIFY(Svg(content("p.svg")).texts.contains(title));
+    QVERIFY(QFile::remove(file("p.svg")));
+}
+
+void TestPlot::comparesNames_data()
+{
+    // what the last change of steps 0 -> 1 -> ... is | left, entered, cause, at ms | contradiction
+    addRows(R"(
+        fits            | 1 2 3 1030   |
+        stopped         | 1 255 4 1030 |
+        no such step    | 1 5 3 1030   | it has no step 5
+        leads elsewhere | 1 0 3 1030   | step 1 ("fault") leads by binary input to step 2, not to step 0
+        other cause     | 1 2 2 1030   | step 1 ("fault") does not end by trigger
+        other time      | 1 2 1 1500   | step 1 ("fault") takes
+        )");
+}
+
+void TestPlot::comparesNames()
+{
+    QFETCH(QStringList, row);
+    const workbench::Expected<Sequence> sequence = readSequence(file("sequence.json"));
+    QVERIFY(sequence);
+    const Duration entry = sequence->steps[0].time;
+    const QStringList words = row[1].split(QLatin1Char(' '));
+    const Duration time = std::chrono::milliseconds(words[3].toInt());
+    const QVector<Transition> changes = {{kNoStep, 0, Cause::Start},
+                                         {0, 1, Cause::Time, kNoChannel, entry, entry},
+                                         {quint8(words[0].toInt()), quint8(words[1].toInt()),
+                                          Cause(words[2].toInt()), 7, time, time}};
+    const QString contradiction = contradictionOf(changes, *sequence).value_or(QString());
+    QVERIFY2(row[2].isEmpty() ? contradiction.isEmpty() : contradiction.startsWith(row[2]),
+             qPrintable(contradiction));
+}
+
+/// The start that the marks tell of lies a long time before all that clocks can tell.
+void TestPlot::survivesLateMarks()
+{
+    CaptureSink sink;
+    QVERIFY(sink.open(file("late.pcap")));
+    const Transition late{kNoStep, 0, Cause::Start, kNoChannel, 0s, 1000000000s, 1000000000s};
+    for (const QByteArray &packet : {encodeMark(StepMark{late, {}}), svFrame(0x4001, {1})}) {
+        const OutgoingFrame out{reinterpret_cast<const uchar *>(packet.constData()),
+                                int(packet.size()), 1};
+        sink.publish(WallTime(1s), &out, 1);
+    }
+    QVERIFY(sink.flush());
+    const workbench::Expected<PlotOutline> outline = readOutline(file("late.pcap"));
+    QVERIFY(outline);
+    QCOMPARE(outline->runs[0].seconds(WallTime::max()), 9223372036.854775807);
 }
 
 /// The program itself.

@@ -171,8 +171,8 @@ void Collector::addChannels()
     }
     const bool isMarked = !channels.join(QString()).isEmpty();
     for (int i = 0; i < m_data.stream.entries; ++i) {
-        Channel channel{
-            i, QStringLiteral("entry %1").arg(i + 1), nullptr, 1, false, PlotSamples(m_svColumns, m_data.stream.interval)};
+        Channel channel{i,     QStringLiteral("entry %1").arg(i + 1),           nullptr, 1,
+                        false, PlotSamples(m_svColumns, m_data.stream.interval)};
         if (isMarked) {
             channel.name = channels.value(i);
             channel.analog = analogChannel(channel.name);
@@ -195,7 +195,8 @@ void Collector::take(const CapturedFrame &frame)
     const bool isChosen = m_counter.current() == m_choice.run;
     if (type == kEtherTypeSampledValues && isChosen && m_svColumns.contains(time)) {
         takeSamples(time, frame.bytes);
-    } else if (type == kEtherTypeGoose && m_counter.current() <= m_choice.run && time <= m_data.window.to) {
+    } else if (type == kEtherTypeGoose && m_counter.current() <= m_choice.run
+               && time <= m_data.window.to) {
         takeStates(time, frame.bytes);
     } else if (type == kEtherTypeMark) {
         if (const std::optional<Mark> mark = decodeMark(frame.bytes))

@@ -64,8 +64,7 @@ std::optional<QString> contradictionOf(const Transition &before, const Transitio
 
 } // namespace
 
-std::optional<QString> contradictionOf(const QVector<Transition> &changes,
-                                       const Sequence &sequence)
+std::optional<QString> contradictionOf(const QVector<Transition> &changes, const Sequence &sequence)
 {
     Transition before;
     for (const Transition &change : changes) {

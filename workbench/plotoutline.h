@@ -67,7 +67,8 @@ struct PlotRun
     /// The last packet; if another sequence follows, the last sample or change of steps.
     virtualboard::WallTime last;
     QVector<virtualboard::StreamMark> streams;
-    QVector<virtualboard::Transition> changes; ///< the first thousands; empty without marks of steps
+    QVector<virtualboard::Transition>
+        changes; ///< the first thousands; empty without marks of steps
     /// Of the first step that a binary input ended: entry and end, seconds since the start.
     std::optional<std::array<double, 2>> ended;
     /// The first known scale of every analog channel, V or A per count; 0: unknown.

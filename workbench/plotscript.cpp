@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 namespace workbench {
 
@@ -65,10 +66,21 @@ QByteArray number(double value)
     return QByteArray::number(value, 'g', 12);
 }
 
-/// In single quotes gnuplot replaces nothing.
+/// Only what gnuplot takes literally in double quotes stands there as it is.
 QByteArray quoted(const QString &text)
 {
-    return '\'' + printable(text).replace(QLatin1Char('\''), QLatin1String("''")).toUtf8() + '\'';
+    QByteArray result = "\"";
+    bool isEscaped = false; // an escape takes all digits behind it
+    for (const char c : printable(text).toUtf8()) {
+        const bool isLiteral = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z')
+            || (!isEscaped && c >= '0' && c <= '9') || std::strchr(" .,:()+-", c) != nullptr;
+        isEscaped = !isLiteral;
+        if (isLiteral)
+            result += c;
+        else
+            result += '\\' + QByteArray::number(uchar(c), 8).rightJustified(3, '0');
+    }
+    return result + '"';
 }
 
 QString shortened(const QString &text, int length)
@@ -391,17 +403,20 @@ void Script::writeStates()
     begin(m_rows * kStateRow);
     writeTimeAxis();
     int row = m_rows;
-    QByteArrayList names;
+    // Not as tics: in those a percent sign begins a number.
+    const auto name = [this](const QString &text, int place) {
+        label(text, "graph 0, first " + number(place + 0.5) + " right offset -0.8,0");
+    };
     QByteArrayList plots;
     const QByteArray colour = QByteArray(" lc rgb '") + kStateColour + "' notitle";
     for (const PlotGoose &goose : m_data.goose) {
         --row;
-        names += quoted(shortened(goose.name, kMostName)) + ' ' + number(row + 0.5);
+        name(shortened(goose.name, kMostName), row);
         plots += writeStNum(goose.stNum, row) + " with lines lw 0.8 lc rgb '" + kFrameColour
             + "' notitle";
         for (const PlotGoose::Entry &entry : goose.entries) {
             --row;
-            names += quoted(entry.name) + ' ' + number(row + 0.5);
+            name(entry.name, row);
             const QByteArray corners =
                 block(pulses(entry.changes, m_data.window.to, row + kLow, row + kHigh));
             plots += corners + " with filledcurves closed fillstyle transparent solid 0.25 noborder"
@@ -410,7 +425,7 @@ void Script::writeStates()
         }
     }
     m_text += "unset xzeroaxis\nset yrange [0:" + QByteArray::number(m_rows)
-        + "]\nset ytics scale 0 (" + names.join(", ") + ")\nplot " + plots.join(", ") + '\n';
+        + "]\nunset ytics\nplot " + plots.join(", ") + '\n';
 }
 
 /// A box for every state, with its number where there is room. Returns the name of the boxes.

@@ -50,7 +50,8 @@ bool PlotSamples::isDivisible(int column) const
 void PlotSamples::begin(double time)
 {
     // Time never goes back, so that there are not more pieces than columns allow.
-    const int column = std::max(m_columns.at(time), m_pieces.isEmpty() ? 0 : m_pieces.last().column);
+    const int column =
+        std::max(m_columns.at(time), m_pieces.isEmpty() ? 0 : m_pieces.last().column);
     const bool afterGap = isGap(time);
     const bool isDivided = (afterGap || m_break) && isDivisible(column);
     const std::optional<double> broken = std::exchange(m_break, std::nullopt);
@@ -63,7 +64,7 @@ void PlotSamples::begin(double time)
         begin = std::max(last.begin, std::min(border, time));
         last.end = begin;
     }
-    m_pieces.append({{}, {}, begin, begin, column, afterGap});
+    m_pieces.append({{}, {}, begin, begin, column, afterGap, broken.has_value()});
     m_pieces.last().lowest = {time, std::numeric_limits<double>::infinity()};
     m_pieces.last().highest = {time, -std::numeric_limits<double>::infinity()};
 }
@@ -99,6 +100,35 @@ QVector<PlotPoint> PlotSamples::curve() const
     return points;
 }
 
+void PlotSamples::Piece::join(const Piece &next)
+{
+    end = next.end;
+    if (next.lowest.value < lowest.value)
+        lowest = next.lowest;
+    if (next.highest.value > highest.value)
+        highest = next.highest;
+}
+
+/// Parts of columns joined to a neighbour that they continue or that continues them: within less
+/// than a column a wave may not come to its peaks.
+QVector<PlotSamples::Piece> PlotSamples::wholePieces() const
+{
+    const double least = 0.999 * m_columns.width();
+    const auto isPart = [least](const Piece &piece) { return piece.end - piece.begin < least; };
+    QVector<Piece> whole;
+    for (int i = 0; i < m_pieces.size(); ++i) {
+        const Piece &piece = m_pieces[i];
+        const bool isLast = i + 1 == m_pieces.size() || !m_pieces[i + 1].continues();
+        const bool isJoined = piece.continues() && !whole.isEmpty()
+            && (isPart(whole.last()) || (isLast && isPart(piece)));
+        if (isJoined)
+            whole.last().join(piece);
+        else
+            whole.append(piece);
+    }
+    return whole;
+}
+
 /// Level over every piece; levels that follow each other without a change are one.
 QVector<PlotPoint> PlotSamples::envelope() const
 {
@@ -121,7 +151,7 @@ QVector<PlotPoint> PlotSamples::envelope() const
         upper.clear();
         lower.clear();
     };
-    for (const Piece &piece : m_pieces) {
+    for (const Piece &piece : wholePieces()) {
         if (piece.isFirst)
             close();
         extend(upper, piece, piece.highest.value);

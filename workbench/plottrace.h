@@ -70,10 +70,14 @@ private:
         double end = 0; ///< of the last sample, or where the next piece begins
         int column = 0;
         bool isFirst = false; ///< samples are missing before it
+        bool isBroken = false; ///< from the one before
+        [[nodiscard]] bool continues() const { return !isFirst && !isBroken; }
+        void join(const Piece &next);
     };
     [[nodiscard]] bool isGap(double time) const;
     [[nodiscard]] bool isDivisible(int column) const;
     void begin(double time);
+    [[nodiscard]] QVector<Piece> wholePieces() const;
 
     PlotColumns m_columns;
     double m_gap; ///< the shortest, seconds

@@ -28,6 +28,7 @@ struct PlotRange
 
 /// The part of \a run that \a range asks for; \a cycle is the length of one of the nominal
 /// frequency in seconds. Fails when it would be empty.
-[[nodiscard]] Expected<PlotWindow> windowOf(const PlotRange &range, const PlotRun &run, double cycle);
+[[nodiscard]] Expected<PlotWindow> windowOf(const PlotRange &range, const PlotRun &run,
+                                            double cycle);
 
 } // namespace workbench

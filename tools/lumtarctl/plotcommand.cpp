@@ -85,9 +85,8 @@ Expected<int> runOf(const QCommandLineParser &options)
     bool ok = false;
     const int number = options.value(runOption).toInt(&ok);
     if (!ok || number < 1)
-        return refusal(
-            QStringLiteral("--run \"%1\" is no number of a sequence; they count from 1")
-                .arg(options.value(runOption)));
+        return refusal(QStringLiteral("--run \"%1\" is no number of a sequence; they count from 1")
+                           .arg(options.value(runOption)));
     return number - 1;
 }
 
@@ -191,10 +190,9 @@ Expected<int> plotCapture(const QCommandLineParser &options)
         QFileInfo(order->capture).fileName() + QStringLiteral(": ") + data->stream.toString();
     if (outline->runs.size() > 1)
         title += QStringLiteral(", sequence %1").arg(data->run + 1);
-    const Expected<QByteArray> picture =
-        drawPicture(*gnuplot,
-                    plotScript(*data, order->format, title,
-                               order->sequence.value_or(Sequence()).names()));
+    const Expected<QByteArray> picture = drawPicture(
+        *gnuplot,
+        plotScript(*data, order->format, title, order->sequence.value_or(Sequence()).names()));
     if (!picture)
         return tl::unexpected<Failure>(picture.error());
     if (file.write(*picture) != picture->size() || !file.commit())
