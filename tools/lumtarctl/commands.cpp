@@ -56,7 +56,8 @@ const OptionText optionTexts[] = {
     {runOption, "N", "Sequence of the capture to draw, where it holds several.", "1"},
     {fromOption, "S", "Begins at this time, in seconds since the start of the sequence.", ""},
     {toOption, "S", "Ends at this time.", ""},
-    {allOption, "", "Shows the whole sequence, not only what led to the first change by a binary input.", ""},
+    {allOption, "",
+     "Shows the whole sequence, not only what led to the first change by a binary input.", ""},
 };
 
 QStringList namesOf(const OptionText &option)
