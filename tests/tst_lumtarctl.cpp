@@ -7,6 +7,7 @@
 #include "virtualboard/board/crosscheck.h"
 
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 #include <QUdpSocket>
@@ -62,6 +63,8 @@ private slots:
     void sendsTheExamples();
     void refusesBadFiles_data();
     void refusesBadFiles();
+    void refusesTestsThatCannotMeanWhatTheySay_data();
+    void refusesTestsThatCannotMeanWhatTheySay();
     void refusesBadArguments_data();
     void refusesBadArguments();
     void tellsWhatASequenceFileIs_data();
@@ -258,6 +261,37 @@ void TestLumtarctl::tellsWhenItCannotPrint()
     QCOMPARE(m_exitStatus, 1);
     QVERIFY2(m_errors.contains("cannot write the output: No space left on device"),
              qPrintable(m_errors));
+}
+
+void TestLumtarctl::refusesTestsThatCannotMeanWhatTheySay_data()
+{
+    // name | expression for what of the configuration is spoilt | replacement | part of the message
+    addRows(R"(
+        current nowhere | channel="(Meas)?Ia[12]" | channel="Ib1" | steps[0].outputs.Ia1 (prefault): no channel of a sampled-value stream carries it
+        binary output | <mapinfo Which="1"[^>]*> | | steps[0].binaryOutputs[0] (prefault): no mapinfo binds binary output 1
+        binary input | <goose portIndex="1".*</goose> | | steps[1].onBinaryInput (fault): no subscription feeds a logic channel
+        )");
+}
+
+void TestLumtarctl::refusesTestsThatCannotMeanWhatTheySay()
+{
+    QFETCH(QStringList, row);
+    const QRegularExpression what(row[1], QRegularExpression::DotMatchesEverythingOption);
+    const QString good = QString::fromUtf8(content(m_config));
+    QVERIFY2(good.contains(what), "the example has changed");
+    const QStringList check = {QStringLiteral("check"), m_config, QStringLiteral("--sequence"),
+                               m_sequence};
+    const QString error = m_sequence + QStringLiteral(": error: ") + row[3];
+    lumtarctl(check);
+    QVERIFY2(!m_output.contains(m_sequence), qPrintable(m_output));
+    QVERIFY(writeFile(m_config, QString(good).replace(what, row[2]).toUtf8()));
+    lumtarctl(check);
+    QVERIFY2(m_output.contains(error), qPrintable(m_output + m_errors));
+    QCOMPARE(m_exitStatus, 2);
+    runFiles();
+    QVERIFY2(m_errors.contains(error), qPrintable(m_errors));
+    QCOMPARE(m_exitStatus, 2);
+    QCOMPARE(m_board->receptions().size(), 0);
 }
 
 void TestLumtarctl::refusesBadArguments_data()

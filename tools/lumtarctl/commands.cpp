@@ -6,11 +6,15 @@
 #include "tools/lumtarctl/terminal.h"
 #include "workbench/boardsession.h"
 #include "workbench/configurationtables.h"
+#include "workbench/contradictions.h"
 #include "workbench/printabletext.h"
+#include "workbench/sequencefile.h"
 
 #include <QCommandLineParser>
 #include <QHostInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <QRegularExpression>
 
 using namespace workbench;
@@ -167,15 +171,27 @@ Expected<int> checkFile(const QCommandLineParser &options)
 {
     constexpr int kHasWarnings = 1;
     constexpr int kHasErrors = 2;
-    const LumtarEngine defaults;
+    const QString sequencePath = options.value(sequenceOption);
+    const Expected<Sequence> sequence =
+        sequencePath.isEmpty() ? Sequence() : readSequence(sequencePath);
+    if (!sequence)
+        return tl::unexpected<Failure>(sequence.error());
     const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
         testconfiguration::Document::read(options.positionalArguments().value(1)),
-        defaults.samplesPerCycle * defaults.nominalFrequency);
-    const QString report = options.isSet(jsonOption)
-        ? QString::fromUtf8(QJsonDocument(toJson(configuration)).toJson())
-        : toText(configuration);
-    say(report.trimmed());
-    if (configuration.errors > 0)
+        sequence->samplesPerSecond());
+    const QStringList wrong =
+        configuration.isRead() ? contradictions(*sequence, configuration) : QStringList();
+    if (options.isSet(jsonOption)) {
+        QJsonObject report = toJson(configuration);
+        if (!sequencePath.isEmpty())
+            report[QStringLiteral("sequenceErrors")] = QJsonArray::fromStringList(wrong);
+        say(QString::fromUtf8(QJsonDocument(report).toJson()).trimmed());
+    } else {
+        say(toText(configuration).trimmed());
+        for (const QString &each : wrong)
+            say(printable(QStringLiteral("%1: error: %2").arg(sequencePath, each)));
+    }
+    if (configuration.errors > 0 || !wrong.isEmpty())
         return kHasErrors;
     return configuration.warnings > 0 ? kHasWarnings : 0;
 }
@@ -211,7 +227,7 @@ const QList<Command> &commands()
                         "errors."),
          {QStringLiteral("FILE"), QStringLiteral("Test configuration (XML).")},
          {},
-         {jsonOption},
+         {sequenceOption, jsonOption},
          checkFile},
         {QStringLiteral("plot"),
          QStringLiteral("Draws the sampled values, GOOSE states and steps of a capture, with "

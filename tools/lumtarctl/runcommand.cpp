@@ -2,6 +2,7 @@
 
 #include "tools/lumtarctl/interruption.h"
 #include "tools/lumtarctl/terminal.h"
+#include "workbench/contradictions.h"
 #include "workbench/sequencetext.h"
 #include "workbench/testrun.h"
 
@@ -134,6 +135,13 @@ Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QSt
         return tl::unexpected<Failure>(test.error());
     if (const Expected<void> sound = expectNoErrors(test->configuration); !sound)
         return tl::unexpected<Failure>(sound.error());
+    const QStringList wrong = contradictions(test->sequence, test->configuration);
+    if (!wrong.isEmpty()) {
+        for (const QString &each : wrong.mid(1))
+            complain(QStringLiteral("%1: error: %2").arg(sequencePath, each));
+        return failure(Failure::Input,
+                       QStringLiteral("%1: error: %2").arg(sequencePath, wrong.first()));
+    }
     if (const QString warning = rateWarning(test->sequence); !warning.isEmpty())
         complain(warning);
 
