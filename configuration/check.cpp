@@ -110,6 +110,18 @@ void StreamChecker::checkOffsets(const Element &frameElement, const GoosePublica
     if (frame.TimeAllowedtoLive_value.count('\0') == frame.TimeAllowedtoLive_value.size())
         m_remarks.warn(frameElement, QStringLiteral("timeAllowedtoLive, twice t0, is 0"),
                        QStringLiteral("t0"));
+    const auto warnIfNegative = [&](const QByteArray &value, const QString &name,
+                                    const QString &attribute) {
+        if (!value.isEmpty() && quint8(value[0]) >= 0x80)
+            m_remarks.warn(frameElement,
+                           QStringLiteral("%1 is sent in its fewest bytes, whose top bit is set: a "
+                                          "strict decoder reads it as negative")
+                               .arg(name),
+                           attribute);
+    };
+    warnIfNegative(frame.TimeAllowedtoLive_value, QStringLiteral("timeAllowedtoLive, twice t0,"),
+                   QStringLiteral("t0"));
+    warnIfNegative(frame.confRevValue, QStringLiteral("confRev"), QStringLiteral("confRev"));
     const struct
     {
         const char *name;

@@ -160,6 +160,8 @@ void TestCheck::tellsProblems_data()
         delay of a current | "Ia1" q | "Ia1" ^delayt="1" q | warning: delayt of chninfo is not read in a channel without DelayT
         delay missing | <chninfo channel="DelayTRtg" delayt="750" | ^<chninfo channel="DelayTRtg" | warning: delayt of chninfo is missing
         lifetime 0 | t0="5000" | ^t0="0" | warning: timeAllowedtoLive
+        lifetime negative | t0="5000" | ^t0="16384" | warning: timeAllowedtoLive, twice t0, is sent in its fewest bytes
+        confRev negative | confRev="1" t0="5000" | ^confRev="128" t0="5000" | warning: confRev is sent in its fewest bytes
         surplus entry | <entry gstype_tp="3"/> | <entry gstype_tp="3"/>^<entry gstype_tp="1"/> | error: 1 entries beyond the 3
         entry missing | datCount="3" | ^datCount="4" | error: datCount is 4, but there are 3 entries
         unknown type | gstype_tp="3" | ^gstype_tp="8" | error: gstype_tp of entry is "8", which is no known type code
