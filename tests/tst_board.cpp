@@ -142,6 +142,8 @@ private slots:
     void plays();
     void refusesBadArguments_data();
     void refusesBadArguments();
+    void tellsFailures_data();
+    void tellsFailures();
 
 private:
     void runBoard(const QString &options, const QString &script);
@@ -337,6 +339,11 @@ void TestBoard::refusesBadArguments_data()
         --start-time 1969-12-31T23:59:59Z | --start-time "1969
         --start-time 2103-01-01T00:00:00Z | --start-time "2103
         --expect stop | --expect "stop" is not
+        --expect foo=1 | status read-back
+        --inputs LONG | long.txt:2: a line of at most
+        --inputs UTF16 | UTF-16
+        --inputs EMPTY | is empty
+        --udp-port FREE | not overwritten
         --loop | loop
         now | unexpected argument "now"
         --timeout | timeout
@@ -365,6 +372,19 @@ void TestBoard::refusesBadArguments()
     const QByteArray inputs = "1 trigger\n2 channel 256 on\n";
     QVERIFY(writeFile(m_inputs, inputs));
     row.replaceInStrings("BUSY", QString::number(busy.localPort()));
+    const QString longLine = m_directory.filePath("long.txt");
+    const QString utf16 = m_directory.filePath("utf16.txt");
+    const QString empty = m_directory.filePath("empty.pcap");
+    QVERIFY(writeFile(longLine, "1 trigger\n" + QByteArray(5000000, ' ')));
+    QVERIFY(writeFile(utf16,
+                      QByteArray("\xff\xfe"
+                                 "1\0",
+                                 4))
+            && writeFile(empty, {}));
+    row.replaceInStrings("LONG", longLine);
+    row.replaceInStrings("UTF16", utf16);
+    row.replaceInStrings("EMPTY", empty);
+    row.replaceInStrings("FREE", QString::number(localPort(6)));
     row.replaceInStrings("INPUTS", m_inputs);
     row.replaceInStrings("DIRECTORY", m_directory.path());
     QProcess board;
@@ -378,6 +398,32 @@ void TestBoard::refusesBadArguments()
     QCOMPARE(board.exitCode(), row.value(2, "2").toInt());
     QCOMPARE(content(m_capture), QByteArray("earlier"));
     QCOMPARE(content(m_inputs), inputs);
+}
+
+void TestBoard::tellsFailures_data()
+{
+    // shell command, in the test's directory | exit status | part of the errors
+    addRows(R"(
+        BOARD --help > /dev/full | 1 | cannot print
+        BOARD --timeout 1 > /dev/full | 1 | cannot print
+        BOARD --timeout 1 --capture x.pcap & sleep 0.5; rm x.pcap; wait $! | 1 | x.pcap
+        BOARD --timeout 1 --capture /dev/full | 2 | /dev/full
+        http_proxy=socks5://127.0.0.1:9 BOARD --timeout 1 | 0 |
+        BOARD --timeout 9 --capture k.pcap & sleep 0.5; kill -9 $!; od -N4 -tx1 k.pcap >&2 | 0 | 4d 3c b2 a1
+        )");
+}
+
+void TestBoard::tellsFailures()
+{
+    QFETCH(QStringList, row);
+    row[0].replace("BOARD", QString(LUMTAR_BOARD) + " --listen " + boardAddress().toString());
+    QProcess shell;
+    shell.setWorkingDirectory(m_directory.path());
+    shell.start("sh", {"-c", row[0]});
+    QVERIFY(shell.waitForFinished());
+    const QString errors = QString::fromLocal8Bit(shell.readAllStandardError());
+    QVERIFY2(errors.contains(row[2]), qPrintable(errors));
+    QCOMPARE(shell.exitCode(), row[1].toInt());
 }
 
 QTEST_GUILESS_MAIN(TestBoard)

@@ -12,6 +12,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+
+#include <sys/resource.h>
+
 using namespace testsupport;
 using namespace virtualboard;
 
@@ -338,14 +342,26 @@ private slots:
         CaptureSink sink;
         const auto opened = sink.open(m_folder.path());
         QVERIFY(!opened && opened.error().startsWith(m_folder.path()));
-        QVERIFY(sink.open(QStringLiteral("/dev/full")) && sink.errorString().isEmpty());
+        QVERIFY(testsupport::failure(sink.open(QStringLiteral("/dev/full"))).contains("No space"));
+
+        // Full while it is written: no file may be larger than that.
+        const QString path = m_folder.filePath(QStringLiteral("full.pcap"));
+        QVERIFY(sink.open(path));
+        std::signal(SIGXFSZ, SIG_IGN);
+        rlimit before = {};
+        getrlimit(RLIMIT_FSIZE, &before);
+        const rlimit small = {1 << 20, before.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
         const QByteArray large(1500, 'x');
         const OutgoingFrame frame = outgoing(large);
         for (int i = 0; i < 2000; ++i)
             sink.publish(kStart, &frame, 1);
         sink.note(kStart, {});
-        QVERIFY(sink.errorString().startsWith("/dev/full: No space left"));
-        QVERIFY(!sink.flush());
+        const QString error = sink.errorString();
+        const bool isFlushed = sink.flush().has_value();
+        setrlimit(RLIMIT_FSIZE, &before);
+        QVERIFY2(error.startsWith(path + ": File too large"), qPrintable(error));
+        QVERIFY(!isFlushed);
     }
 
     void marks()

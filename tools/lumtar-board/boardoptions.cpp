@@ -3,10 +3,13 @@
 #include "configuration/suggestion.h"
 
 #include <QCommandLineParser>
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QFileInfo>
 #include <QRegularExpression>
 
+#include <cstdio>
+#include <cstdlib>
 #include <utility>
 
 using namespace virtualboard;
@@ -60,6 +63,16 @@ const OptionText optionTexts[] = {
      "acknowledged. Can be given for several kinds.",
      ""},
 };
+
+/// Prints the text; the status says whether somebody got it.
+[[noreturn]] void endAfter(const QString &text)
+{
+    const bool isPrinted =
+        std::fputs(text.toLocal8Bit().constData(), stdout) >= 0 && std::fflush(stdout) == 0;
+    if (!isPrinted)
+        std::perror("lumtar-board: cannot print");
+    std::exit(isPrinted ? 0 : 1);
+}
 
 void describe(QCommandLineParser &parser)
 {
@@ -132,6 +145,10 @@ Expected<QMap<QString, int>> readExpectations(const QStringList &texts)
         const int sign = int(each.lastIndexOf(QLatin1Char('=')));
         if (sign < 1)
             return Refusal(QStringLiteral("--expect \"%1\" is not KIND=N").arg(each));
+        if (!commandNames().contains(each.left(sign)))
+            return Refusal(
+                QStringLiteral("--expect \"%1\": there is no such kind; the kinds are: %2")
+                    .arg(each, commandNames().join(QLatin1String(", "))));
         const Expected<int> count = number("expect", each.mid(sign + 1), 0, 1000000);
         if (!count)
             return Refusal(count.error());
@@ -264,6 +281,10 @@ Expected<BoardOptions> readBoardOptions(const QStringList &arguments)
     describe(parser);
     if (!parser.parse(arguments))
         return Refusal(whatIsWrong(parser));
-    parser.process(arguments); // for --help and --version
+    if (parser.isSet(QStringLiteral("help")))
+        endAfter(parser.helpText());
+    if (parser.isSet(QStringLiteral("version")))
+        endAfter(QCoreApplication::applicationName() + QLatin1Char(' ')
+                 + QCoreApplication::applicationVersion() + QLatin1Char('\n'));
     return Reader(parser).read();
 }

@@ -6,6 +6,7 @@
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
+#include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <mutex>
@@ -18,6 +19,7 @@ namespace {
 constexpr int kProblems = 1;
 constexpr int kBadUsage = 2;
 
+int printError = 0; ///< errno of the last print() that failed
 volatile std::sig_atomic_t interrupted = 0;
 
 /// A second signal ends the program at once, whatever it waits for.
@@ -29,8 +31,10 @@ void interrupt(int signal)
 
 void print(const QString &text)
 {
-    std::fputs(text.toUtf8().constData(), stdout);
-    std::fflush(stdout);
+    const bool isPrinted =
+        std::fputs(text.toUtf8().constData(), stdout) >= 0 && std::fflush(stdout) == 0;
+    if (!isPrinted && errno != EPIPE) // nobody need read to the end
+        printError = errno;
 }
 
 void complain(const QString &text)
@@ -142,6 +146,8 @@ int run(const BoardOptions &options)
     if (!inTime)
         failures << QStringLiteral("not ended within %1 s").arg(options.timeout);
     failures << unmetExpectations(board.receptions(), options.expected);
+    if (printError != 0)
+        failures << QStringLiteral("cannot print: ") + qt_error_string(printError);
     for (const QString &failure : std::as_const(failures))
         complain(failure);
     return failures.isEmpty() && board.problems().isEmpty() ? 0 : kProblems;

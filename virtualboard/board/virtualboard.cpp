@@ -6,6 +6,7 @@
 #include "virtualboard/board/virtualtime.h"
 #include "virtualboard/capture/capturefile.h"
 
+#include <QNetworkProxy>
 #include <QUdpSocket>
 
 #include <utility>
@@ -65,6 +66,7 @@ livePerformer(const VirtualBoardOptions &options, CaptureSink *capture, const No
 QString whyNotFree(const VirtualBoardOptions &options)
 {
     QUdpSocket probe;
+    probe.setProxy(QNetworkProxy::NoProxy); // whatever the system has for others
     if (probe.bind(options.address, options.udpPort))
         return {};
     return QStringLiteral("cannot bind %1, UDP port %2: %3")

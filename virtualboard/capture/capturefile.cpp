@@ -5,6 +5,7 @@
 #include "virtualboard/wire/analogchannels.h"
 
 #include <QFile>
+#include <QFileInfo>
 
 #include <algorithm>
 #include <array>
@@ -14,12 +15,17 @@
 #include <vector>
 
 #include <pcap/pcap.h>
+#include <sys/stat.h>
 
 namespace virtualboard {
 
 namespace {
 
 constexpr int kSnapLength = 65535;
+
+/// pcap with time stamps in microseconds and in nanoseconds, each in both byte orders; pcapng.
+constexpr std::array<const char *, 5> kCaptureMagics = {"a1b2c3d4", "d4c3b2a1", "a1b23c4d",
+                                                        "4d3cb2a1", "0a0d0d0a"};
 
 using Pcap = std::unique_ptr<pcap_t, decltype(&pcap_close)>;
 using Dumper = std::unique_ptr<pcap_dumper_t, decltype(&pcap_dump_close)>;
@@ -53,6 +59,13 @@ QString inFile(const QString &path, const QString &reason)
 
 } // namespace
 
+bool isCapture(const QByteArray &begin)
+{
+    return std::any_of(kCaptureMagics.begin(), kCaptureMagics.end(), [&begin](const char *magic) {
+        return begin.startsWith(QByteArray::fromHex(magic));
+    });
+}
+
 struct CaptureSink::Private
 {
     QString path;
@@ -80,6 +93,18 @@ struct CaptureSink::Private
             write(header, mark);
         streamMarks.clear();
     }
+    /// Whether it still has its name.
+    void lookForFile()
+    {
+        struct stat named = {};
+        struct stat written = {};
+        const bool isThere = !canWrite()
+            || ::fstat(fileno(pcap_dump_file(dumper.get())), &written) != 0
+            || (::stat(QFile::encodeName(path).constData(), &named) == 0
+                && named.st_ino == written.st_ino && named.st_dev == written.st_dev);
+        if (!isThere)
+            writeError = ENOENT;
+    }
     void notice()
     {
         if (std::ferror(pcap_dump_file(dumper.get())) != 0)
@@ -97,6 +122,13 @@ Expected<void> CaptureSink::open(const QString &path)
 {
     d = std::make_unique<Private>();
     d->path = path;
+    if (QFile earlier(path); QFileInfo(path).isFile() && earlier.open(QIODevice::ReadOnly)) {
+        const QByteArray begin = earlier.read(4);
+        if (!begin.isEmpty() && !isCapture(begin))
+            return Refusal(inFile(path,
+                                  QStringLiteral("is there already, and no capture; it is not "
+                                                 "overwritten")));
+    }
     FILE *file = std::fopen(QFile::encodeName(path).constData(), "wb");
     if (!file)
         return Refusal(inFile(path, qt_error_string(errno)));
@@ -107,13 +139,14 @@ Expected<void> CaptureSink::open(const QString &path)
     d->dumper.reset(pcap_dump_fopen(d->pcap.get(), file)); // closes the file if it fails
     if (!d->dumper)
         return Refusal(inFile(path, QString::fromLocal8Bit(pcap_geterr(d->pcap.get()))));
-    return {};
+    return flush(); // so that it is a capture from now on
 }
 
 Expected<void> CaptureSink::flush()
 {
     if (d->canWrite() && pcap_dump_flush(d->dumper.get()) != 0)
         d->writeError = errno;
+    d->lookForFile();
     if (d->writeError != 0)
         return Refusal(errorString());
     return {};
@@ -192,6 +225,12 @@ Expected<void> CaptureReader::open(const QString &path)
     FILE *file = std::fopen(QFile::encodeName(path).constData(), "rb");
     if (!file)
         return Refusal(inFile(path, qt_error_string(errno)));
+    if (const int first = std::fgetc(file); first == EOF) {
+        std::fclose(file);
+        return Refusal(inFile(path, QStringLiteral("is empty")));
+    } else {
+        std::ungetc(first, file);
+    }
     std::array<char, PCAP_ERRBUF_SIZE> reason = {};
     d->pcap.reset(
         pcap_fopen_offline_with_tstamp_precision(file, PCAP_TSTAMP_PRECISION_NANO, reason.data()));

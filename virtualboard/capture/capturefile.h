@@ -11,6 +11,9 @@
 
 namespace virtualboard {
 
+/// Whether a file that begins with these four bytes is a pcap or pcapng file.
+[[nodiscard]] bool isCapture(const QByteArray &begin);
+
 /// Writes what is published, and the marks of the sequence, into a pcap file with Ethernet frames
 /// and time stamps in nanoseconds: those of 1970-01-01 to 2106-02-07; earlier and later times
 /// become the first and the last of them.
@@ -23,7 +26,8 @@ public:
     CaptureSink();
     ~CaptureSink() override; ///< closes the file
 
-    /// Creates the file, over an earlier one.
+    /// Creates the file, with its header, over an earlier capture. Refuses to overwrite a file that
+    /// is none, unless it is empty.
     [[nodiscard]] Expected<void> open(const QString &path);
     /// Writes what is buffered.
     Expected<void> flush();
@@ -55,7 +59,8 @@ public:
     CaptureReader();
     ~CaptureReader();
 
-    /// Fails if there is no such file, it is no capture, or its frames are no Ethernet frames.
+    /// Fails if there is no such file, it is empty or no capture, or its frames are no Ethernet
+    /// frames.
     [[nodiscard]] Expected<void> open(const QString &path);
     /// The next packet; nothing at the end, and after an error. An absurd time becomes the nearest
     /// that can be held.

@@ -13,17 +13,6 @@ namespace virtualboard {
 
 namespace {
 
-/// pcap with time stamps in microseconds and in nanoseconds, each in both byte orders; pcapng.
-constexpr std::array<const char *, 5> kCaptureMagics = {"a1b2c3d4", "d4c3b2a1", "a1b23c4d",
-                                                        "4d3cb2a1", "0a0d0d0a"};
-
-bool isCapture(const QByteArray &begin)
-{
-    return std::any_of(kCaptureMagics.begin(), kCaptureMagics.end(), [&begin](const char *magic) {
-        return begin.startsWith(QByteArray::fromHex(magic));
-    });
-}
-
 /// The text in quotes, short and without control characters.
 QString quoted(const QByteArray &text)
 {
@@ -145,8 +134,12 @@ Expected<InputFile> InputFile::read(const QString &path)
         result.m_inputs = std::forward<decltype(inputs)>(inputs);
         return std::move(result);
     };
-    return isCapture(file.peek(4)) ? result.readCapture(path).map(keep)
-                                   : readScript(file, path).map(keep);
+    const QByteArray begin = file.peek(4);
+    if (begin.isEmpty() && path.contains(QLatin1String(".pcap")))
+        return Refusal(path + QStringLiteral(": is empty"));
+    if (begin.startsWith("\xff\xfe") || begin.startsWith("\xfe\xff"))
+        return Refusal(path + QStringLiteral(": is in UTF-16; UTF-8 is expected"));
+    return isCapture(begin) ? result.readCapture(path).map(keep) : readScript(file, path).map(keep);
 }
 
 Expected<InputFile::Script> InputFile::readScript(QFile &file, const QString &path)
@@ -164,10 +157,17 @@ Expected<InputFile::Script> InputFile::readScript(QFile &file, const QString &pa
             : file.errorString();
         return Refusal(path + QLatin1String(": ") + reason);
     }
-    int begin = 0;
+    int begin = text.startsWith("\xef\xbb\xbf") ? 3 : 0; // a byte order mark
     for (int number = 1; begin < text.size(); ++number) {
         const int newline = int(text.indexOf('\n', begin));
         const int end = newline < 0 ? int(text.size()) : newline;
+        constexpr int kLongestLine = 1000;
+        if (end - begin > kLongestLine)
+            return Refusal(QStringLiteral("%1:%2: a line of at most %3 bytes expected, %4 found")
+                               .arg(path)
+                               .arg(number)
+                               .arg(kLongestLine)
+                               .arg(end - begin));
         const QString problem = readLine(text.mid(begin, end - begin), &script);
         if (!problem.isEmpty())
             return Refusal(QStringLiteral("%1:%2: %3").arg(path, QString::number(number), problem));

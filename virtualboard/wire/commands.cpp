@@ -360,4 +360,19 @@ QString commandName(const Command &command)
     return std::visit([](const auto &each) { return QString::fromLatin1(each.kName); }, command);
 }
 
+namespace {
+
+template <typename... Kinds>
+QStringList namesOf(const std::variant<Kinds...> *)
+{
+    return {QString::fromLatin1(Kinds::kName)...};
+}
+
+} // namespace
+
+QStringList commandNames()
+{
+    return namesOf(static_cast<const Command *>(nullptr));
+}
+
 } // namespace virtualboard

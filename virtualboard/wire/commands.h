@@ -258,5 +258,7 @@ constexpr bool kIsOneOf = (std::is_same_v<Command, Listed> || ...);
 
 /// Name of the command's kind, in lower case ("channel signal").
 [[nodiscard]] QString commandName(const Command &command);
+/// The names of all kinds.
+[[nodiscard]] QStringList commandNames();
 
 } // namespace virtualboard
