@@ -282,10 +282,12 @@ void TestCheck::runTellsWarningsAndGoesOn()
     QVERIFY(
         board.start()
         && writeFile(m_file, QByteArray(kGood).replace("01-0C-CD-04-00-01", "01:0C:CD:04:00:01")));
+    const QString sequence = m_directory.filePath(QStringLiteral("sequence.json"));
+    QVERIFY(writeFile(sequence, R"({"steps": [{"name": "fault", "time": 1, "onTimeout": "end",
+                                    "outputs": {"Ia1": {"amplitude": 1, "phase": 0}}}]})"));
     lumtarctl({QStringLiteral("run"), QStringLiteral("--board"), boardAddress().toString(),
                QStringLiteral("--local-port"), QString::number(localPort()),
-               QStringLiteral("--config"), m_file, QStringLiteral("--sequence"),
-               QFINDTESTDATA("../examples/earth-fault.json")});
+               QStringLiteral("--config"), m_file, QStringLiteral("--sequence"), sequence});
     QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
     QVERIFY2(m_errors.startsWith(QStringLiteral("lumtarctl: %1:4:11: warning: mac of").arg(m_file)),
              qPrintable(m_errors));

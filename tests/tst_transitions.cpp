@@ -104,7 +104,7 @@ void TestTransitions::doubts()
         QCOMPARE(each.whyDoubtful(1), QStringLiteral("sent late, frames refused, inputs lost"));
         QCOMPARE(each.whyDoubtful(2), why);
     }
-    const QString row = playedReport({}, read).split('\n').filter("binary input")[0];
+    const QString row = playedReport({}, read, 200).split('\n').filter("binary input")[0];
     QVERIFY(row.contains("doubtful: " + why) || why.isEmpty());
     QCOMPARE(row.contains("doubtful"), !why.isEmpty());
 }

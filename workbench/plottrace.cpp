@@ -35,7 +35,7 @@ PlotSamples::PlotSamples(const PlotColumns &columns, double interval)
 
 bool PlotSamples::isGap(double time) const
 {
-    return m_pieces.isEmpty() || time - m_pieces.last().end > m_gap;
+    return m_pieces.empty() || time - m_pieces.back().end > m_gap;
 }
 
 /// More pieces than this cannot be told apart.
@@ -50,29 +50,28 @@ bool PlotSamples::isDivisible(int column) const
 void PlotSamples::begin(double time)
 {
     // Time never goes back, so that there are not more pieces than columns allow.
-    const int column =
-        std::max(m_columns.at(time), m_pieces.isEmpty() ? 0 : m_pieces.last().column);
+    const int column = std::max(m_columns.at(time), m_pieces.empty() ? 0 : m_pieces.back().column);
     const bool afterGap = isGap(time);
     const bool isDivided = (afterGap || m_break) && isDivisible(column);
     const std::optional<double> broken = std::exchange(m_break, std::nullopt);
-    if (!m_pieces.isEmpty() && m_pieces.last().column == column && !isDivided)
+    if (!m_pieces.empty() && m_pieces.back().column == column && !isDivided)
         return;
     double begin = time;
     if (!afterGap) {
-        Piece &last = m_pieces.last();
+        Piece &last = m_pieces.back();
         const double border = broken && isDivided ? *broken : m_columns.begin(column);
         begin = std::max(last.begin, std::min(border, time));
         last.end = begin;
     }
-    m_pieces.append({{}, {}, begin, begin, column, afterGap, broken.has_value()});
-    m_pieces.last().lowest = {time, std::numeric_limits<double>::infinity()};
-    m_pieces.last().highest = {time, -std::numeric_limits<double>::infinity()};
+    m_pieces.push_back({{}, {}, begin, begin, column, afterGap, broken.has_value()});
+    m_pieces.back().lowest = {time, std::numeric_limits<double>::infinity()};
+    m_pieces.back().highest = {time, -std::numeric_limits<double>::infinity()};
 }
 
 void PlotSamples::add(double time, double value)
 {
     begin(time);
-    Piece &piece = m_pieces.last();
+    Piece &piece = m_pieces.back();
     if (value < piece.lowest.value)
         piece.lowest = {time, value};
     if (value > piece.highest.value)
@@ -111,20 +110,20 @@ void PlotSamples::Piece::join(const Piece &next)
 
 /// Parts of columns joined to a neighbour that they continue or that continues them: within less
 /// than a column a wave may not come to its peaks.
-QVector<PlotSamples::Piece> PlotSamples::wholePieces() const
+std::vector<PlotSamples::Piece> PlotSamples::wholePieces() const
 {
     const double least = 0.999 * m_columns.width();
     const auto isPart = [least](const Piece &piece) { return piece.end - piece.begin < least; };
-    QVector<Piece> whole;
-    for (int i = 0; i < m_pieces.size(); ++i) {
+    std::vector<Piece> whole;
+    for (std::size_t i = 0; i < m_pieces.size(); ++i) {
         const Piece &piece = m_pieces[i];
         const bool isLast = i + 1 == m_pieces.size() || !m_pieces[i + 1].continues();
-        const bool isJoined = piece.continues() && !whole.isEmpty()
-            && (isPart(whole.last()) || (isLast && isPart(piece)));
+        const bool isJoined = piece.continues() && !whole.empty()
+            && (isPart(whole.back()) || (isLast && isPart(piece)));
         if (isJoined)
-            whole.last().join(piece);
+            whole.back().join(piece);
         else
-            whole.append(piece);
+            whole.push_back(piece);
     }
     return whole;
 }

@@ -5,6 +5,7 @@
 #include <QVector>
 
 #include <optional>
+#include <vector>
 
 namespace workbench {
 
@@ -77,11 +78,11 @@ private:
     [[nodiscard]] bool isGap(double time) const;
     [[nodiscard]] bool isDivisible(int column) const;
     void begin(double time);
-    [[nodiscard]] QVector<Piece> wholePieces() const;
+    [[nodiscard]] std::vector<Piece> wholePieces() const;
 
     PlotColumns m_columns;
     double m_gap; ///< the shortest, seconds
-    QVector<Piece> m_pieces;
+    std::vector<Piece> m_pieces;
     std::optional<double> m_break; ///< since the last sample
     bool m_isZero = true;
 };

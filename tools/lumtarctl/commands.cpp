@@ -91,7 +91,7 @@ Expected<QHostAddress> addressOf(const QString &text)
                        QStringLiteral("--board \"%1\" %2").arg(printable(text), reason));
     };
     const QHostAddress address(text);
-    if (address == QHostAddress::AnyIPv4 || address == QHostAddress::AnyIPv6)
+    if (QVector<QHostAddress>{QHostAddress::AnyIPv4, QHostAddress::AnyIPv6}.contains(address))
         return refusal(QStringLiteral("stands for all addresses of this machine, not for a board"));
     if (address.isMulticast() || address == QHostAddress::Broadcast)
         return refusal(QStringLiteral("is no address of one board"));
