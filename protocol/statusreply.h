@@ -18,6 +18,7 @@
 #include <chrono>
 #include <optional>
 
+/// What the software board tells in its status.
 namespace statusreply {
 
 constexpr int kState = 0; ///< `which` of the state
@@ -28,6 +29,7 @@ constexpr int kNoChannel = 65535; ///< of a change that no binary input caused
 /// Where the board stands.
 struct LUMTAR_EXPORT State
 {
+    /// What the board is doing.
     enum Playing { Idle, Armed, Running, Finished, Stopped };
 
     Playing playing = Idle; ///< idle: nothing to play; armed: waits for a start
@@ -50,6 +52,7 @@ struct LUMTAR_EXPORT State
 /// One change of steps.
 struct LUMTAR_EXPORT Change
 {
+    /// Why a step is left.
     enum Cause { Start, Time, Trigger, BinaryInput, Stop, Ring, Limit };
     /// What makes the time since the change before doubtful; bits.
     enum Disturbance { SentLate = 1, FramesRefused = 2, InputsLost = 4 };
