@@ -81,9 +81,12 @@ done
 grep -q '^ready' "$log" || { cat "$log" >&2; fail "the board did not start"; }
 
 echo "\$ lumtarctl run --board $address --config examples/feeder-bay.xml --sequence examples/earth-fault.json --watch"
+status=0
 timeout --foreground "$seconds" "${at_board[@]}" "$build/tools/lumtarctl/lumtarctl" run --board "$address" \
     --config "$examples/feeder-bay.xml" --sequence "$examples/earth-fault.json" --watch |
-    tee "$watched"
+    tee "$watched" || status=$?
+# A machine with other things to do does not keep time: that is told, and no fault of the test.
+[[ $status -eq 0 ]] || grep -q 'doubtful: ' "$watched" || fail "lumtarctl run ended with exit status $status"
 "${at_board[@]}" "$build/tools/lumtarctl/lumtarctl" stop --board "$address" >/dev/null
 
 status=0

@@ -141,7 +141,9 @@ QString changeTexts(const TransitionLog &log, const Sequence &sequence)
 bool hasDoubtfulTimes(const TransitionLog &log)
 {
     for (int i = 0; i < log.last.size(); ++i) {
-        if (!log.whyDoubtful(i).isEmpty())
+        const bool isMeasured =
+            log.last[i].cause == Cause::BinaryInput || log.last[i].cause == Cause::Trigger;
+        if (isMeasured && !log.whyDoubtful(i).isEmpty())
             return true;
     }
     return false;

@@ -25,7 +25,8 @@ namespace workbench {
 /// is what a test is made for.
 [[nodiscard]] QString changeTexts(const virtualboard::TransitionLog &log, const Sequence &sequence);
 
-/// Whether what the board sent or took in was disturbed during one of those times.
+/// Whether a time that a binary input or a trigger ended is doubtful; that of a step whose own time
+/// ran out is the board's, and measures nothing.
 [[nodiscard]] bool hasDoubtfulTimes(const virtualboard::TransitionLog &log);
 
 /// What the board's last state says about problems and, of a live board that did not keep it well,
