@@ -44,8 +44,7 @@ inline int distance(const QString &a, const QString &b)
 }
 
 /// The one of \a known that is most like \a word, the first of several; empty if none is much like
-/// it. A \a word of any
-/// length takes no time.
+/// it. A long \a word takes no longer than a short one.
 inline QString nearest(const QString &word, const QStringList &known)
 {
     const int most = word.size() < 5 ? 1 : 2; // more and it would be guessing
@@ -69,6 +68,15 @@ inline QString didYouMean(const QString &word, const QStringList &known)
 {
     const QString meant = nearest(word, known);
     return meant.isEmpty() ? QString() : QStringLiteral("; did you mean %1?").arg(meant);
+}
+
+/// "unknown option --wath; did you mean --watch?"; the names are without their dashes.
+inline QString unknownOption(const QString &name, const QStringList &known)
+{
+    const QString dashes = name.size() > 1 ? QStringLiteral("--") : QStringLiteral("-");
+    const QString meant = nearest(name, known);
+    return QStringLiteral("unknown option ") + dashes + name
+        + (meant.isEmpty() ? QString() : QStringLiteral("; did you mean --%1?").arg(meant));
 }
 
 } // namespace suggestion

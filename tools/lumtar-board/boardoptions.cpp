@@ -93,14 +93,10 @@ QString whatIsWrong(const QCommandLineParser &parser)
 {
     if (parser.unknownOptionNames().isEmpty())
         return parser.errorText();
-    const QString unknown = parser.unknownOptionNames().first();
     QStringList known = {QStringLiteral("help"), QStringLiteral("version")};
     for (const OptionText &text : optionTexts)
         known << QLatin1String(text.name);
-    const QString meant = suggestion::nearest(unknown, known);
-    return QStringLiteral("unknown option %1%2%3")
-        .arg(unknown.size() > 1 ? QStringLiteral("--") : QStringLiteral("-"), unknown,
-             meant.isEmpty() ? QString() : QStringLiteral("; did you mean --%1?").arg(meant));
+    return suggestion::unknownOption(parser.unknownOptionNames().first(), known);
 }
 
 /// \param name of the option

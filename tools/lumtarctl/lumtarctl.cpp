@@ -42,14 +42,10 @@ QString whatIsWrong(const QCommandLineParser &parser, const Command *command)
 {
     if (parser.unknownOptionNames().isEmpty())
         return parser.errorText();
-    const QString unknown = parser.unknownOptionNames().first();
     QStringList known = {helpOption, versionOption};
     if (command)
         known << command->required << command->optional;
-    const QString meant = suggestion::nearest(unknown, known);
-    return QStringLiteral("unknown option %1%2%3")
-        .arg(unknown.size() > 1 ? QStringLiteral("--") : QStringLiteral("-"), unknown,
-             meant.isEmpty() ? QString() : QStringLiteral("; did you mean --%1?").arg(meant));
+    return suggestion::unknownOption(parser.unknownOptionNames().first(), known);
 }
 
 Expected<int> run(const QStringList &arguments)
