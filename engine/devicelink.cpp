@@ -210,7 +210,8 @@ bool LumtarEngine::tryOnce(const QByteArray &frame, bool wantsData)
     if (!answersDue)
         return recv2001(0) && (!wantsData || recv2001(1));
     answersDue->sent(wantsData);
-    return awaitAcknowledgement() && (!wantsData || awaitDataReply());
+    return awaitAnswer(envelope::Answer::Acknowledgement) > 0
+        && (!wantsData || takeDataReply(awaitAnswer(envelope::Answer::DataReply)));
 }
 
 void LumtarEngine::SetStrictExchange(bool strict)
@@ -244,23 +245,9 @@ int LumtarEngine::receiveFromBoard()
     return isBoard ? std::max(size, 0) : 0;
 }
 
-/// Waits until the board acknowledges the exchange that goes on, to the end of a try.
-bool LumtarEngine::awaitAcknowledgement()
-{
-    QElapsedTimer clock;
-    clock.start();
-    for (int left = kReceiveTimeout; left > 0 && waitForDatagram(left);
-         left = kReceiveTimeout - int(clock.elapsed())) {
-        const envelope::Answer answer = envelope::answerIn(rxBuffer, receiveFromBoard());
-        if (answersDue->take(answer) && answer == envelope::Answer::Acknowledgement)
-            return true;
-    }
-    endTryInVain();
-    return false;
-}
-
-/// The same for the data reply; ends early with one that is not whole.
-bool LumtarEngine::awaitDataReply()
+/// Waits for that answer to the exchange that goes on, to the end of a try. Returns its size; 0 if
+/// it has not come.
+int LumtarEngine::awaitAnswer(envelope::Answer expected)
 {
     QElapsedTimer clock;
     clock.start();
@@ -268,15 +255,10 @@ bool LumtarEngine::awaitDataReply()
          left = kReceiveTimeout - int(clock.elapsed())) {
         const int size = receiveFromBoard();
         const envelope::Answer answer = envelope::answerIn(rxBuffer, size);
-        if (answersDue->take(answer) && answer == envelope::Answer::DataReply)
-            return takeDataReply(size);
+        if (answersDue->take(answer) && answer == expected)
+            return size;
     }
-    endTryInVain();
-    return false;
-}
-
-void LumtarEngine::endTryInVain()
-{
     if (!cancelled)
         answersDue->giveUp();
+    return 0;
 }

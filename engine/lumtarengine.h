@@ -17,6 +17,9 @@
 #include <functional>
 #include <memory>
 
+namespace envelope {
+enum class Answer;
+}
 namespace testconfiguration {
 class Document;
 }
@@ -277,9 +280,7 @@ private:
     bool takeDataReply(int size);
     void throwAwayQueued();
     int receiveFromBoard();
-    bool awaitAcknowledgement();
-    bool awaitDataReply();
-    void endTryInVain();
+    int awaitAnswer(envelope::Answer expected);
     void refuse(const QString &text) const;
     void sendSequence(const SequenceTimes &times);
     void sendStepCommands(int step, quint16 milliseconds);
