@@ -81,6 +81,17 @@ struct LUMTAR_EXPORT Changes
     [[nodiscard]] std::optional<std::chrono::nanoseconds> timeInStep(int index) const;
 };
 
+/// One change of a logic input, or one trigger.
+struct LUMTAR_EXPORT Input
+{
+    /// What has happened.
+    enum Kind { Off, On, Trigger };
+
+    Kind kind = Off; ///< the input became inactive or active, or a trigger came
+    int channel = kNoChannel; ///< logic channel 0 to 255; kNoChannel for a trigger
+    std::chrono::nanoseconds time{0}; ///< since the start of the sequence
+};
+
 /// The payload of status #kState. Nothing if it is of another board or layout, too short, or has
 /// values out of range.
 [[nodiscard]] LUMTAR_EXPORT std::optional<State> decodeState(const QByteArray &payload);
