@@ -23,7 +23,7 @@ Expected<PlotWindow> windowOf(const PlotRange &range, const PlotRun &run, double
         || window.to <= whole.from)
         return failure(
             Failure::Input,
-            QStringLiteral("there is nothing to draw: the capture reaches from %1 s to %2 s")
+            QStringLiteral("nothing of it lies there: the capture reaches from %1 s to %2 s")
                 .arg(whole.from)
                 .arg(whole.to));
     return window;
