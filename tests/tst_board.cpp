@@ -4,10 +4,11 @@
 #include "tests/testsupport.h"
 
 #include "engine/lumtarengine.h"
-#include "virtualboard/board/boardstatus.h"
+#include "protocol/statusreply.h"
 #include "virtualboard/board/virtualboard.h"
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/capture/capturemarks.h"
+#include "workbench/statustext.h"
 
 #include <QDateTime>
 #include <QProcess>
@@ -22,6 +23,7 @@
 
 using namespace testsupport;
 using namespace virtualboard;
+using workbench::causeName; // beside the board's own
 
 namespace {
 
@@ -71,11 +73,14 @@ const auto milliseconds = [](Duration time) {
 const auto split = [](const QString &text) { return text.split(' ', Qt::SkipEmptyParts); };
 
 /// "-0 start 0, 0- time 1000": step left, step entered, cause and its time in ms.
-QString text(const QVector<Transition> &changes)
+template <typename Change>
+QString text(const QVector<Change> &changes)
 {
-    const auto step = [](int number) { return number == kNoStep ? "-" : QString::number(number); };
+    const auto step = [](int number) {
+        return number == statusreply::kNoStep ? "-" : QString::number(number);
+    };
     QStringList texts;
-    for (const Transition &each : changes)
+    for (const Change &each : changes)
         texts << step(each.left) + step(each.entered) + ' ' + causeName(each.cause) + ' '
                 + milliseconds(each.causeTime);
     return texts.join(", ");
@@ -211,20 +216,21 @@ void TestBoard::obeys()
         else
             QCOMPARE(engine.SendCommand(command(word)), 1);
     }
-    const DecodedState state = decodeState(readStatus(engine, StateStatus)).value();
-    const PlayStatus &status = state.status;
-    const QStringList shown = {stateName(status.state), QString::number(status.step),
-                               milliseconds(status.timeInStep), milliseconds(status.totalTime),
-                               QString::number(status.framesSent)};
+    const auto state = statusreply::decodeState(readStatus(engine, statusreply::kState)).value();
+    const QStringList shown = {workbench::stateName(state.playing), QString::number(state.step),
+                               milliseconds(state.timeInStep), milliseconds(state.totalTime),
+                               QString::number(state.frames)};
     VERIFY_MATCH(shown.join(' '), row[3]);
-    const TransitionLog log = decodeLog(readStatus(engine, LogStatus)).value();
-    VERIFY_MATCH((QString::number(log.total) + ": " + text(log.last)).trimmed(), row[4]);
-    QCOMPARE(int(log.last.size()), int(qMin(log.total, 48U)));
-    QCOMPARE(log.start, state.start);
+    const auto changes =
+        statusreply::decodeChanges(readStatus(engine, statusreply::kChanges)).value();
+    VERIFY_MATCH((QString::number(changes.total) + ": " + text(changes.last)).trimmed(), row[4]);
+    QCOMPARE(int(changes.last.size()), int(qMin(changes.total, 48U)));
+    QCOMPARE(changes.start, state.start);
     for (const int which : {2, 255})
         COMPARE_BYTES(readStatus(engine, which).left(5), bytes("'LVB' 03 00"));
     board.stop();
-    QCOMPARE(board.state(), status.state == PlayState::Running ? PlayState::Stopped : status.state);
+    const bool wasRunning = state.playing == statusreply::State::Running;
+    QCOMPARE(board.state(), wasRunning ? PlayState::Stopped : PlayState(state.playing));
     QStringList begins;
     for (const Recorded &each : changesIn(m_capture)) {
         if (each.transition.cause == Cause::Start)
@@ -254,7 +260,7 @@ void TestBoard::runBoard(const QString &options, const QString &script)
     for (const QString &word : split(script)) {
         quint8 state[1600] = {};
         if (word == "end")
-            QTRY_VERIFY(engine.CheckSeqExec(StateStatus, state) == 1
+            QTRY_VERIFY(engine.CheckSeqExec(statusreply::kState, state) == 1
                         && state[4] != quint8(PlayState::Running));
         else if (word == "ctrl-c")
             QCOMPARE(::kill(pid_t(board.processId()), SIGINT), 0);

@@ -15,6 +15,7 @@
 
 #include <memory>
 
+using namespace std::chrono_literals;
 using namespace testsupport;
 using namespace virtualboard;
 using namespace workbench;
@@ -390,12 +391,16 @@ void TestWorkbench::tellsWhatHappened()
 {
     const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
     QVERIFY(sequence);
-    const TransitionLog log = {100,
-                               {{0, 1, Cause::Time, kNoChannel, 1000000us, 1000250us, 200us},
-                                {1, 2, Cause::BinaryInput, 255, 1030000us, 1030250us, 50us},
-                                {2, 3, Cause::BinaryInput, 7, 1030260us, 1030500us},
-                                {1, kNoStep, Cause::BinaryInput, 0, 1040000us, 1040000us}}};
-    const QString text = changeTexts(log, *sequence);
+    using statusreply::Change;
+    const int none = statusreply::kNoChannel;
+    statusreply::Changes changes;
+    changes.total = 100;
+    changes.last = {
+        {0, 1, Change::Time, none, 0, 200us, 1000000us, 1000250us},
+        {1, 2, Change::BinaryInput, 255, 0, 50us, 1030000us, 1030250us},
+        {2, 3, Change::BinaryInput, 7, 0, 0us, 1030260us, 1030500us},
+        {1, statusreply::kNoStep, Change::BinaryInput, 0, 0, 0us, 1040000us, 1040000us}};
+    const QString text = changeTexts(changes, *sequence);
     QCOMPARE(text.mid(text.indexOf(QLatin1String("binary input: "))).simplified(),
              QStringLiteral("binary input: logic channel 255, 29.550 ms after entry into step 1 "
                             "(fault), which began 0.200 ms late binary input: logic channel 7, "
@@ -408,10 +413,14 @@ void TestWorkbench::tellsWhatHappened()
           "1.040000 1 (fault) end binary input 0 1.040000 binary input:"})
         QVERIFY2(text.simplified().contains(QLatin1String(part)), qPrintable(text));
 
-    DecodedState last;
+    statusreply::State last;
     QCOMPARE(concerns(last), QString());
     last.problems = 7;
-    last.status.punctuality = {3, 2, 12345ns, 45678ns, 250us};
+    last.missedDeadlines = 3;
+    last.framesRefused = 2;
+    last.latenessP50 = 12345ns;
+    last.latenessP99 = 45678ns;
+    last.latenessMax = 250us;
     QCOMPARE(concerns(last),
              QStringLiteral("sample instants late by 12.3 us (p50), 45.7 us (p99), 250.0 us "
                             "(most); 3 missed deadlines, 2 frames not sent\nthe board has "

@@ -1,19 +1,28 @@
 #include "workbench/sequencetext.h"
 
-#include "workbench/printabletext.h"
-
+#include "virtualboard/board/boardstatus.h"
 #include "virtualboard/board/texttable.h"
+#include "workbench/printabletext.h"
+#include "workbench/statustext.h"
 
 #include <optional>
 
-using namespace virtualboard;
+using statusreply::Change;
+using statusreply::Changes;
+using statusreply::State;
+using virtualboard::millisecondsText;
+using virtualboard::Punctuality;
+using virtualboard::punctualityText;
+using virtualboard::secondsText;
+using virtualboard::TextTable;
+using namespace std::chrono_literals;
 
 namespace workbench {
 
 namespace {
 
 /// "1.030", for a line that changes all the time.
-QString shortSeconds(Duration time)
+QString shortSeconds(std::chrono::nanoseconds time)
 {
     return secondsText(time).chopped(3);
 }
@@ -24,29 +33,29 @@ QString stepText(const Sequence &sequence, int step)
     return printable(QStringLiteral("%1 (%2)").arg(step).arg(sequence.nameOf(step)));
 }
 
-QString activeChannels(const PlayStatus &status)
+QString activeChannels(const State &state)
 {
     QStringList active;
-    for (int channel = 0; channel < kLogicChannels; ++channel) {
-        if (status.isActive(channel))
+    for (std::size_t channel = 0; channel < state.active.size(); ++channel) {
+        if (state.active[channel])
             active << QString::number(channel);
     }
     return active.isEmpty() ? QStringLiteral("none") : active.join(QLatin1Char(' '));
 }
 
-QString causeText(const Transition &change)
+QString causeText(const Change &change)
 {
-    const QString name = QLatin1String(causeName(change.cause));
-    return change.cause == Cause::BinaryInput
+    const QString name = causeName(change.cause);
+    return change.cause == Change::BinaryInput
         ? QStringLiteral("%1 %2").arg(name).arg(change.channel)
         : name;
 }
 
 /// The number that a test is made for, with what makes it doubtful.
-QString inputText(const Transition &before, const Transition &change, Duration duration,
+QString inputText(const Change &before, const Change &change, std::chrono::nanoseconds duration,
                   const QString &whyDoubtful, const Sequence &sequence)
 {
-    constexpr Duration kWorthTelling = 100us;
+    constexpr std::chrono::nanoseconds kWorthTelling = 100us;
     QString text = QStringLiteral("binary input: logic channel %1, %2 ms after entry into step %3")
                        .arg(QString::number(change.channel), millisecondsText(duration),
                             stepText(sequence, change.left));
@@ -102,57 +111,49 @@ QString rateWarning(const Sequence &sequence)
         .arg(double(interval) * samples / kMicroseconds);
 }
 
-QString stateText(const PlayStatus &status, const Sequence &sequence)
+QString stateText(const State &state, const Sequence &sequence)
 {
     return QStringLiteral("%1: step %2 %3 s, total %4 s, %5 frames, active: %6")
-        .arg(QLatin1String(stateName(status.state)), stepText(sequence, status.step),
-             shortSeconds(status.timeInStep), shortSeconds(status.totalTime),
-             QString::number(status.framesSent), activeChannels(status));
+        .arg(stateName(state.playing), stepText(sequence, state.step),
+             shortSeconds(state.timeInStep), shortSeconds(state.totalTime),
+             QString::number(state.frames), activeChannels(state));
 }
 
-QString changeTexts(const TransitionLog &log, const Sequence &sequence)
+QString changeTexts(const Changes &changes, const Sequence &sequence)
 {
-    const int count = int(log.last.size());
+    const int count = int(changes.last.size());
     QString lost;
-    if (log.total > quint32(count))
+    if (changes.total > quint32(count))
         lost = QStringLiteral("%1 changes of steps; the board has kept the last %2\n")
-                   .arg(log.total)
+                   .arg(changes.total)
                    .arg(count);
     TextTable table({QStringLiteral(">time, s"), QStringLiteral("left"), QStringLiteral("entered"),
                      QStringLiteral("cause"), QStringLiteral(">time of cause, s"),
                      QStringLiteral(">time in step, ms"),
-                     hasDoubtfulTimes(log) ? QStringLiteral("doubtful") : QString()});
+                     hasDoubtfulTimes(changes) ? QStringLiteral("doubtful") : QString()});
     QStringList inputs;
     for (int i = 0; i < count; ++i) {
-        const Transition &change = log.last[i];
-        const std::optional<Duration> duration = log.timeInStep(i);
+        const Change &change = changes.last[i];
+        const std::optional<std::chrono::nanoseconds> duration = changes.timeInStep(i);
         table.addRow(
             {secondsText(change.entryTime),
-             change.left == kNoStep ? QString() : stepText(sequence, change.left),
-             change.entered == kNoStep ? QStringLiteral("end") : stepText(sequence, change.entered),
+             change.left == statusreply::kNoStep ? QString() : stepText(sequence, change.left),
+             change.entered == statusreply::kNoStep ? QStringLiteral("end")
+                                                    : stepText(sequence, change.entered),
              causeText(change), secondsText(change.causeTime),
-             duration ? millisecondsText(*duration) : QString(), log.whyDoubtful(i)});
-        if (change.cause == Cause::BinaryInput && duration)
-            inputs << inputText(log.last[i - 1], change, *duration, log.whyDoubtful(i), sequence);
+             duration ? millisecondsText(*duration) : QString(), whyDoubtful(changes, i)});
+        if (change.cause == Change::BinaryInput && duration)
+            inputs << inputText(changes.last[i - 1], change, *duration, whyDoubtful(changes, i),
+                                sequence);
     }
     return lost + (table.isEmpty() ? QString() : table.toString()) + lines(inputs);
 }
 
-bool hasDoubtfulTimes(const TransitionLog &log)
-{
-    for (int i = 0; i < log.last.size(); ++i) {
-        const bool isMeasured =
-            log.last[i].cause == Cause::BinaryInput || log.last[i].cause == Cause::Trigger;
-        if (isMeasured && !log.whyDoubtful(i).isEmpty())
-            return true;
-    }
-    return false;
-}
-
-QString concerns(const DecodedState &last)
+QString concerns(const State &last)
 {
     QStringList texts;
-    const Punctuality &times = last.status.punctuality;
+    const Punctuality times = {last.missedDeadlines, last.framesRefused, last.latenessP50,
+                               last.latenessP99, last.latenessMax};
     if (times.latenessMax != 0ns || times.missedDeadlines != 0 || times.sendFailures != 0)
         texts << punctualityText(times);
     if (last.problems > 0)

@@ -3,7 +3,7 @@
 /// Texts of several lines end each with a line break.
 #pragma once
 
-#include "virtualboard/board/boardstatus.h"
+#include "protocol/statusreply.h"
 #include "workbench/sequence.h"
 
 #include <QString>
@@ -19,18 +19,14 @@ namespace workbench {
 [[nodiscard]] QString rateWarning(const Sequence &sequence);
 
 /// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames, active: none"
-[[nodiscard]] QString stateText(const virtualboard::PlayStatus &status, const Sequence &sequence);
+[[nodiscard]] QString stateText(const statusreply::State &state, const Sequence &sequence);
 
 /// A table of the changes of steps; below it, for each binary input, the time that it took, which
 /// is what a test is made for.
-[[nodiscard]] QString changeTexts(const virtualboard::TransitionLog &log, const Sequence &sequence);
-
-/// Whether a time that a binary input or a trigger ended is doubtful; that of a step whose own time
-/// ran out is the board's, and measures nothing.
-[[nodiscard]] bool hasDoubtfulTimes(const virtualboard::TransitionLog &log);
+[[nodiscard]] QString changeTexts(const statusreply::Changes &changes, const Sequence &sequence);
 
 /// What the board's last state says about problems and, of a live board that did not keep it well,
 /// about its time. Empty if there is nothing to tell.
-[[nodiscard]] QString concerns(const virtualboard::DecodedState &last);
+[[nodiscard]] QString concerns(const statusreply::State &last);
 
 } // namespace workbench

@@ -1,6 +1,7 @@
 #include "workbench/testrun.h"
 
 #include "workbench/sequencefile.h"
+#include "workbench/statustext.h"
 
 #include <QFileInfo>
 
@@ -8,7 +9,8 @@
 #include <thread>
 #include <utility>
 
-using namespace virtualboard;
+using statusreply::Changes;
+using statusreply::State;
 
 namespace workbench {
 
@@ -18,21 +20,21 @@ constexpr std::chrono::milliseconds kPause{150}; // between two readings
 
 /// Payload of \a which, as \a decode understands it.
 template <typename Decoded>
-Expected<Decoded> read(BoardSession &session, StatusKind which,
-                       std::optional<Decoded> (*decode)(const QByteArray &))
+Expected<Decoded> readPayload(BoardSession &session, int which,
+                              std::optional<Decoded> (*decode)(const QByteArray &))
 {
     const Expected<QByteArray> payload = session.readStatus(which);
     if (!payload)
         return tl::unexpected<Failure>(payload.error());
     if (const std::optional<Decoded> decoded = decode(*payload))
         return *decoded;
-    return failure(
-        Failure::Board,
-        QStringLiteral("cannot read this board's status: status %1 has %2 bytes "
-                       "of another layout%3")
-            .arg(which)
-            .arg(payload->size())
-            .arg(which == StateStatus ? QLatin1String("; the sequence goes on") : QLatin1String()));
+    return failure(Failure::Board,
+                   QStringLiteral("cannot read this board's status: status %1 has %2 bytes "
+                                  "of another layout%3")
+                       .arg(which)
+                       .arg(payload->size())
+                       .arg(which == statusreply::kState ? QLatin1String("; the sequence goes on")
+                                                         : QLatin1String()));
 }
 
 } // namespace
@@ -75,37 +77,39 @@ Expected<void> TestRun::execute()
         });
 }
 
-Expected<DecodedState> TestRun::follow(const ShowState &showState)
+Expected<State> TestRun::follow(const ShowState &showState)
 {
-    PlayStatus before;
+    State before;
     while (true) {
-        Expected<DecodedState> decoded = read(m_session, StateStatus, decodeState);
-        if (!decoded)
-            return decoded;
-        if (const Expected<void> ours = expectOurs(decoded->start); !ours)
+        const Expected<State> read =
+            readPayload(m_session, statusreply::kState, statusreply::decodeState);
+        if (!read)
+            return read;
+        if (const Expected<void> ours = expectOurs(read->start); !ours)
             return tl::unexpected<Failure>(ours.error());
-        const PlayStatus &now = decoded->status;
-        if (now.state == PlayState::Idle || now.state == PlayState::Armed)
+        const State &now = *read;
+        if (now.playing == State::Idle || now.playing == State::Armed)
             return failure(Failure::Board,
                            QStringLiteral("the board does not play the sequence: it is %1")
-                               .arg(QLatin1String(stateName(now.state))));
-        if (before.step != kNoStep && now.step != before.step) {
+                               .arg(stateName(now.playing)));
+        if (before.step != statusreply::kNoStep && now.step != before.step) {
             if (const auto changes = readChanges(); !changes)
                 return tl::unexpected<Failure>(changes.error());
         }
-        showState(now, now.state != before.state || now.step != before.step);
-        if (now.state != PlayState::Running)
-            return decoded;
+        showState(now, now.playing != before.playing || now.step != before.step);
+        if (now.playing != State::Running)
+            return read;
         before = now;
         std::this_thread::sleep_for(kPause);
     }
 }
 
-Expected<TransitionLog> TestRun::readChanges()
+Expected<Changes> TestRun::readChanges()
 {
-    return read(m_session, LogStatus, decodeLog).and_then([this](const TransitionLog &log) {
-        return expectOurs(log.start).map([&] { return m_changes = log; });
-    });
+    return readPayload(m_session, statusreply::kChanges, statusreply::decodeChanges)
+        .and_then([this](const Changes &changes) {
+            return expectOurs(changes.start).map([&] { return m_changes = changes; });
+        });
 }
 
 Expected<void> TestRun::expectOurs(quint32 start)

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "configuration/testconfiguration.h"
-#include "virtualboard/board/boardstatus.h"
+#include "protocol/statusreply.h"
 #include "workbench/boardsession.h"
 #include "workbench/sequence.h"
 #include "workbench/transferprogress.h"
@@ -34,7 +34,7 @@ class TestRun
 
 public:
     using ShowTransfer = std::function<void(const TransferProgress &, bool isNews)>;
-    using ShowState = std::function<void(const virtualboard::PlayStatus &, bool isNews)>;
+    using ShowState = std::function<void(const statusreply::State &, bool isNews)>;
 
     /// Both must outlive the run. \a showTransfer is called with every datagram that is sent.
     TestRun(BoardSession &session, const PreparedTest &test, ShowTransfer showTransfer);
@@ -46,11 +46,11 @@ public:
     /// Reads the state of the board until the sequence has ended, and returns the last one, and
     /// after each change of steps the changes. Fails when the board does not play, has been started
     /// again by somebody else, or has no status that is understood.
-    [[nodiscard]] Expected<virtualboard::DecodedState> follow(const ShowState &showState);
+    [[nodiscard]] Expected<statusreply::State> follow(const ShowState &showState);
     /// The changes of steps so far. Fails as follow() does.
-    [[nodiscard]] Expected<virtualboard::TransitionLog> readChanges();
+    [[nodiscard]] Expected<statusreply::Changes> readChanges();
     /// Those that were read last.
-    [[nodiscard]] const virtualboard::TransitionLog &changes() const { return m_changes; }
+    [[nodiscard]] const statusreply::Changes &changes() const { return m_changes; }
     /// Whether the start command has been sent, answered or not.
     [[nodiscard]] bool mayHaveStarted() const
     {
@@ -65,7 +65,7 @@ private:
     TransferProgress m_progress;
     ShowTransfer m_showTransfer;
     std::optional<quint32> m_start; ///< the board's number of our start, once it is known
-    virtualboard::TransitionLog m_changes;
+    statusreply::Changes m_changes;
 };
 
 } // namespace workbench

@@ -4,6 +4,7 @@
 #include "tools/lumtarctl/terminal.h"
 #include "workbench/contradictions.h"
 #include "workbench/sequencetext.h"
+#include "workbench/statustext.h"
 #include "workbench/testrun.h"
 
 #include <QFileInfo>
@@ -78,27 +79,26 @@ Expected<void> loadAndStart(TestRun &run, const PreparedTest &test, const Lumtar
 Expected<void> watch(TestRun &run, const Sequence &sequence)
 {
     LiveLine line;
-    const auto last = run.follow([&](const virtualboard::PlayStatus &status, bool isNews) {
-        line.show(stateText(status, sequence), isNews);
+    const auto last = run.follow([&](const statusreply::State &state, bool isNews) {
+        line.show(stateText(state, sequence), isNews);
     });
     line.keep();
     if (!last) {
         sayLines(changeTexts(run.changes(), sequence));
         return tl::unexpected<Failure>(last.error());
     }
-    return run.readChanges().and_then(
-        [&](const virtualboard::TransitionLog &log) -> Expected<void> {
-            sayLines(changeTexts(log, sequence));
-            sayLines(concerns(*last));
-            if (last->status.state == virtualboard::PlayState::Stopped)
-                return failure(Failure::Board,
-                               QStringLiteral("the sequence was stopped before its end"));
-            if (hasDoubtfulTimes(log))
-                return failure(Failure::Board,
-                               QStringLiteral("a time is doubtful, as the table says: what the "
-                                              "board sent or took in was disturbed"));
-            return {};
-        });
+    return run.readChanges().and_then([&](const statusreply::Changes &changes) -> Expected<void> {
+        sayLines(changeTexts(changes, sequence));
+        sayLines(concerns(*last));
+        if (last->playing == statusreply::State::Stopped)
+            return failure(Failure::Board,
+                           QStringLiteral("the sequence was stopped before its end"));
+        if (hasDoubtfulTimes(changes))
+            return failure(Failure::Board,
+                           QStringLiteral("a time is doubtful, as the table says: what the "
+                                          "board sent or took in was disturbed"));
+        return {};
+    });
 }
 
 /// \a failure of a link behind which a sequence may be running.
