@@ -183,8 +183,8 @@ void TestLumtarctl::refusesBadFiles_data()
 {
     // name | text of the example | what it is replaced with | part of the message
     addRows(R"(
-        missing comma | "time": 1, | "time": 1 | :16:8: unterminated object
-        negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude: -8 is out of range
+        missing comma | "time": 1, | "time": 1 | :16:8: error: unterminated object
+        negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude (fault): -8 is out of range
         config: cut off | </ied> | | :111:0: error: Premature end
         config: other root | ied> | scl> | :13:1: error: the root element is scl, not ied
         config: attribute misspelt | in_smv portindex="1" | in_smv portIndex="1" | :21:3: error: portindex of in_smv is missing
@@ -214,13 +214,18 @@ void TestLumtarctl::tellsWhatASequenceFileIs_data()
 {
     QTest::addColumn<QByteArray>("file");
     QTest::addColumn<QString>("message");
-    QTest::newRow("empty") << QByteArray() << "sequence.json is empty";
-    QTest::newRow("blank") << QByteArray(" \n") << "sequence.json is empty";
-    QTest::newRow("null") << QByteArray("null\n") << "sequence.json: must be an object, not null";
-    QTest::newRow("list") << QByteArray("[1]") << "sequence.json: must be an object, not a list";
-    QTest::newRow("UTF-16") << QByteArray("\xff\xfe{\0}\0", 6) << "sequence.json is in UTF-16";
-    QTest::newRow("UTF-16, no mark") << QByteArray("{\0}\0", 4) << "sequence.json is in UTF-16";
-    QTest::newRow("XML") << QByteArray("<?xml version='1.0'?><ied/>") << "sequence.json is XML";
+    QTest::newRow("empty") << QByteArray() << "sequence.json: error: is empty";
+    QTest::newRow("blank") << QByteArray(" \n") << "sequence.json: error: is empty";
+    QTest::newRow("null") << QByteArray("null\n")
+                          << "sequence.json: error: must be an object, not null";
+    QTest::newRow("list") << QByteArray("[1]")
+                          << "sequence.json:1:1: error: must be an object, not a list";
+    QTest::newRow("UTF-16") << QByteArray("\xff\xfe{\0}\0", 6)
+                            << "sequence.json: error: is in UTF-16";
+    QTest::newRow("UTF-16, no mark")
+        << QByteArray("{\0}\0", 4) << "sequence.json: error: is in UTF-16";
+    QTest::newRow("XML") << QByteArray("<?xml version='1.0'?><ied/>")
+                         << "sequence.json: error: is XML";
     QTest::newRow("cut off") << QByteArray("{\"steps\": [") << "sequence.json:1:";
 }
 
@@ -319,8 +324,8 @@ void TestLumtarctl::refusesBadArguments_data()
         stop --board BOARD --local-port 65535 | --local-port "65535"
         status --board BOARD --which 256 | --which "256" is no whole number from 0 to 255
         run --board BOARD --config nowhere.xml | run needs --sequence
-        run --board BOARD --config . --sequence nowhere.json | nowhere.json: there is no such
-        run --board BOARD --config . --sequence . | .: is not a regular file
+        run --board BOARD --config . --sequence nowhere.json | nowhere.json: error: there is no such
+        run --board BOARD --config . --sequence . | .: error: is not a regular file
         )");
 }
 

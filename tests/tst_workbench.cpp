@@ -159,35 +159,35 @@ void TestWorkbench::refusesSequenceFiles_data()
 {
     // name | text of the example | what it is replaced with | part of the message
     addRows(R"(
-        missing comma | "time": 1, | "time": 1 | :16:8: unterminated object
-        not a number | 8.0 | NaN | :38:31: illegal number
+        missing comma | "time": 1, | "time": 1 | :16:8: error: unterminated object
+        not a number | 8.0 | NaN | :38:31: error: illegal number
         infinite | 8.0 | 1e999 | :38:
-        text for a number | 8.0 | "8" | steps[1].outputs.Ia1.amplitude: must be a number, not a text
-        negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude: -8 is out of range; allowed is 0 to 1518504
-        beyond the counts of a stream | 8.0 | 1518505 | Ia1.amplitude: 1518505 is out of range
-        list for an object | { "amplitude": 8.0, "phase": -75 } | [8, -75] | steps[1].outputs.Ia1: must be an object, not a list
-        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time: 66 is out of range; allowed is 0 to 65.535
-        one ms more | "time": 1 | "time": 65.536 | steps[0].time: 65.536 is out of range; allowed is 0 to 65.535
-        comment | "time": 1, | "time": 1, // s | :15:18: JSON has no comments
-        decimal comma | "time": 1, | "time": 0,08, | :15:16: a decimal comma
-        leading zero | "time": 1, | "time": 08, | :15:15: a number with a leading zero
-        apostrophes | "time": 1, | 'time': 1, | :15:7: texts stand in double quotation marks
+        text for a number | 8.0 | "8" | steps[1].outputs.Ia1.amplitude (fault): must be a number, not a text
+        negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude (fault): -8 is out of range; allowed is 0 to 1518504
+        beyond the counts of a stream | 8.0 | 1518505 | Ia1.amplitude (fault): 1518505 is out of range
+        list for an object | { "amplitude": 8.0, "phase": -75 } | [8, -75] | steps[1].outputs.Ia1 (fault): must be an object, not a list
+        beyond 16 bits of ms | "time": 1 | "time": 66 | steps[0].time (prefault): 66 is out of range; allowed is 0 to 65.535
+        one ms more | "time": 1 | "time": 65.536 | steps[0].time (prefault): 65.536 is out of range; allowed is 0 to 65.535
+        comment | "time": 1, | "time": 1, // s | :15:18: error: JSON has no comments
+        decimal comma | "time": 1, | "time": 0,08, | :15:16: error: a decimal comma
+        leading zero | "time": 1, | "time": 08, | :15:15: error: a number with a leading zero
+        apostrophes | "time": 1, | 'time': 1, | :15:7: error: texts stand in double quotation marks
         comma at the end | "Vn1": | "Vn1": {"amplitude": 1,}, "Va2": | a comma with nothing behind it
-        half milliseconds | "time": 1 | "time": 0.0805 | steps[0].time: 0.0805 s is no whole number of milliseconds
-        key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem: unknown; known here: "name", "time"
+        half milliseconds | "time": 1 | "time": 0.0805 | steps[0].time (prefault): 0.0805 s is no whole number of milliseconds
+        key misspelt | "time": 1 | "tiem": 1 | steps[0].tiem (prefault): unknown; known here: "name", "time"
         suggestion of a key | "time": 1 | "tiem": 1 | did you mean time?
         suggestion of an output | "Vn1" | "Vnl" | did you mean Vn1?
         suggestion of a step | "onTimeout": "trip" | "onTimeout": "tripp" | did you mean trip?
-        key missing | "time": 1, | | steps[0]: "time" is missing
-        key twice | "Vn1" | "Va1" | :37:9: "Va1" is given twice
-        no such output | "Vn1" | "Vx1" | steps[1].outputs.Vx1: unknown
-        mirrored output | "Vn1" | "Vn2" | steps[1].outputs.Vn2: mirrors Vn1
+        key missing | "time": 1, | | steps[0] (prefault): "time" is missing
+        key twice | "Vn1" | "Va1" | :37:9: error: "Va1" is given twice
+        no such output | "Vn1" | "Vx1" | steps[1].outputs.Vx1 (fault): unknown
+        mirrored output | "Vn1" | "Vn2" | steps[1].outputs.Vn2 (fault): mirrors Vn1
         two steps of one name | "name": "trip" | "name": "fault" | steps[2].name: "fault" names an earlier step too
         a step called end | "name": "trip" | "name": "end" | steps[2].name: "end" names the end of the sequence
-        no such step | "onTimeout": "trip" | "onTimeout": "tripped" | steps[1].onTimeout: "tripped" is unknown
-        three binary outputs | false, true] | true] | steps[4].binaryOutputs: has 3 elements; allowed is 4
+        no such step | "onTimeout": "trip" | "onTimeout": "tripped" | steps[1].onTimeout (fault): "tripped" is unknown
+        three binary outputs | false, true] | true] | steps[4].binaryOutputs (reclose): has 3 elements; allowed is 4
         six steps | "steps": [ | "steps": [{}, | steps: has 6 elements; allowed is 1 to 5
-        flag 8 | "time": 1 | "conditionFlags": 12, "time": 1 | steps[0].conditionFlags: flag 8 is set by onBinaryInput alone
+        flag 8 | "time": 1 | "conditionFlags": 12, "time": 1 | steps[0].conditionFlags (prefault): flag 8 is set by onBinaryInput alone
         odd ratio | "RMS" | "RMS", "ratios": {"voltage": 1101, "current": 1} | settings.ratios.voltage: 1101 is not a multiple of 10
         interval of one byte | Cycle": 80 | Cycle": 78 | settings: 50 Hz times 78 samples per cycle are 3900 samples per second; allowed is 3915 to 65535
         beyond 32 bits | Cycle": 80 | Cycle": 65536 | samplesPerCycle: 65536 is out of range; allowed is 1 to 65535
@@ -203,9 +203,10 @@ void TestWorkbench::refusesSequenceFiles()
     QVERIFY(writeFile(m_sequence, QString(good).replace(row[1], row[2]).toUtf8()));
     const workbench::Expected<Sequence> sequence = readSequence(m_sequence);
     QVERIFY(!sequence && sequence.error().kind == Failure::Input);
-    const QString message = sequence.error().message;
-    QVERIFY2(message.startsWith(m_sequence + QLatin1Char(':')) && message.contains(row[3]),
-             qPrintable(message));
+    const QStringList messages = QStringList{sequence.error().message} + sequence.error().others;
+    const QString all = messages.join(QLatin1Char('\n'));
+    QVERIFY2(all.startsWith(m_sequence + QLatin1Char(':')) && all.contains(row[3]),
+             qPrintable(all));
 }
 
 void TestWorkbench::sendsWhatASequenceSays_data()

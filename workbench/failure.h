@@ -3,6 +3,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <tl/expected.hpp>
 
@@ -18,6 +19,7 @@ struct Failure
     };
     Kind kind = Input;
     QString message; ///< one sentence that names the place and the reason
+    QStringList others = {}; ///< further ones, where a file has several problems
 };
 
 /// The value, or why there is none.
@@ -27,7 +29,7 @@ using Expected = tl::expected<T, Failure>;
 /// To return where an Expected is wanted.
 [[nodiscard]] inline tl::unexpected<Failure> failure(Failure::Kind kind, const QString &message)
 {
-    return tl::unexpected<Failure>(Failure{kind, message});
+    return tl::unexpected<Failure>(Failure{kind, message, {}});
 }
 
 } // namespace workbench

@@ -1,231 +1,176 @@
 #include "workbench/jsonreader.h"
 
 #include "configuration/suggestion.h"
+#include "workbench/jsonwords.h"
 
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
-#include <QRegularExpression>
-#include <QSet>
 
 #include <algorithm>
-#include <cctype>
 #include <cmath>
+#include <limits>
 
 namespace workbench {
 
 namespace {
 
-constexpr qint64 kMaxFileSize = qint64(1024) * 1024;
+using namespace jsonwords;
 
-QString typeName(QJsonValue::Type type)
+/// The content of the file, or why it is not to be had.
+tl::expected<QByteArray, QString> readFile(const QString &path, qint64 mostBytes)
 {
-    switch (type) {
-    case QJsonValue::Bool:
-        return QStringLiteral("true or false");
-    case QJsonValue::Double:
-        return QStringLiteral("a number");
-    case QJsonValue::String:
-        return QStringLiteral("a text");
-    case QJsonValue::Array:
-        return QStringLiteral("a list");
-    case QJsonValue::Object:
-        return QStringLiteral("an object");
-    default:
-        return QStringLiteral("null");
-    }
-}
-
-QString numberText(double value)
-{
-    return QString::number(value, 'g', 10);
-}
-
-QString quotedList(const QStringList &words)
-{
-    return QLatin1Char('"') + words.join(QStringLiteral("\", \"")) + QLatin1Char('"');
-}
-
-Expected<QByteArray> readFile(const QString &path)
-{
+    const auto refusal = [](const QString &reason) { return tl::unexpected<QString>(reason); };
     const QFileInfo info(path);
-    const auto refusal = [&path](const QString &reason) {
-        return failure(Failure::Input, path + QStringLiteral(": ") + reason);
-    };
     if (!info.exists())
         return refusal(QStringLiteral("there is no such file"));
     if (!info.isFile())
         return refusal(QStringLiteral("is not a regular file"));
-    if (info.size() > kMaxFileSize)
-        return refusal(
-            QStringLiteral("has %1 bytes; the most is %2").arg(info.size()).arg(kMaxFileSize));
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly))
         return refusal(file.errorString());
-    return file.read(kMaxFileSize);
+    const qint64 most = std::min<qint64>(mostBytes, std::numeric_limits<int>::max() - 2);
+    const QByteArray content = file.read(most + 1);
+    if (content.size() > most)
+        return refusal(QStringLiteral("has %1 bytes; the most is %2")
+                           .arg(std::max<qint64>(info.size(), content.size()))
+                           .arg(most));
+    return content;
 }
 
-/// "LINE:COLUMN: reason" for the byte at \a offset; both count from 1, columns in characters.
-QString errorAt(const QByteArray &json, int offset, const QString &reason)
+void sortByPlace(QVector<JsonText::Problem> &notes)
 {
-    const QByteArray before = json.left(offset);
-    const int line = int(before.count('\n')) + 1;
-    const QByteArray lineStart = before.mid(before.lastIndexOf('\n') + 1);
-    const int column = int(QString::fromUtf8(lineStart).size()) + 1;
-    return QStringLiteral("%1:%2: %3").arg(line).arg(column).arg(reason);
-}
-
-/// End of the string that begins with the quotation mark at \a begin: the index behind the other.
-int endOfString(const QByteArray &json, int begin)
-{
-    int i = begin + 1;
-    while (i < json.size() && json[i] != '"')
-        i += json[i] == '\\' ? 2 : 1;
-    return i + 1;
-}
-
-/// What is wrong with an object that has one key twice, of which QJsonDocument would keep the last
-/// one silently; nothing if there is none. The text is well-formed JSON.
-std::optional<QString> repeatedKey(const QByteArray &json)
-{
-    QVector<QSet<QByteArray>> open; // keys so far of the objects around i
-    for (int i = 0; i < json.size(); ++i) {
-        if (json[i] == '{')
-            open.append(QSet<QByteArray>());
-        else if (json[i] == '}')
-            open.removeLast();
-        if (json[i] != '"')
-            continue;
-        const int begin = i;
-        i = endOfString(json, begin);
-        const QByteArray text = json.mid(begin + 1, i - begin - 2);
-        while (i < json.size() && std::isspace(static_cast<unsigned char>(json[i])))
-            ++i;
-        if (i >= json.size() || json[i] != ':') {
-            --i; // a value, not a key
-            continue;
-        }
-        if (open.last().contains(text))
-            return errorAt(json, begin,
-                           QStringLiteral("\"%1\" is given twice").arg(QString::fromUtf8(text)));
-        open.last().insert(text);
-    }
-    return std::nullopt;
-}
-
-/// What somebody wrote who is used to something else; `pattern` is looked for outside texts.
-struct NoJson
-{
-    QRegularExpression pattern;
-    QString reason;
-};
-
-const QVector<NoJson> &foreignWays()
-{
-    static const QVector<NoJson> all = {
-        {QRegularExpression(QStringLiteral("//|/\\*|#")),
-         QStringLiteral("JSON has no comments; \"description\" is for remarks")},
-        {QRegularExpression(QStringLiteral(":\\s*-?\\d+(?<comma>,)\\d+\\s*[,}\\]]")),
-         QStringLiteral("a decimal comma; numbers are written with a point")},
-        {QRegularExpression(QStringLiteral("(?<![\\d.eE+-])-?(?<zero>0)\\d")),
-         QStringLiteral("a number with a leading zero")},
-        {QRegularExpression(QStringLiteral("'")),
-         QStringLiteral("texts stand in double quotation marks")},
-        {QRegularExpression(QStringLiteral(",(?=\\s*[}\\]])")),
-         QStringLiteral("a comma with nothing behind it")},
-    };
-    return all;
-}
-
-/// Why \a json, which the parser refuses at \a offset for \a parsersReason, is none; begins with
-/// the place.
-QString whyNoJson(const QByteArray &json, int offset, const QString &parsersReason)
-{
-    const QByteArray trimmed = json.trimmed();
-    if (trimmed.isEmpty())
-        return QStringLiteral(" is empty");
-    if (json.startsWith("\xff\xfe") || json.startsWith("\xfe\xff") || json.left(2).contains('\0'))
-        return QStringLiteral(" is in UTF-16; a JSON file is in UTF-8");
-    if (trimmed.startsWith('<'))
-        return QStringLiteral(" is XML, not JSON");
-    if (!trimmed.startsWith('{') && !trimmed.startsWith('[')
-        && QJsonDocument::fromJson('[' + json + ']').isArray())
-        return QStringLiteral(": must be an object, not ")
-            + typeName(QJsonDocument::fromJson('[' + json + ']').array().first().type());
-
-    QByteArray outside = json; // with nothing in its texts
-    for (int i = 0; i < outside.size(); ++i) {
-        if (outside[i] != '"')
-            continue;
-        const int end = std::min(endOfString(json, i), int(json.size()));
-        for (++i; i < end - 1; ++i)
-            outside[i] = ' ';
-    }
-    const QString searched = QString::fromLatin1(outside); // one character per byte
-    for (const NoJson &each : foreignWays()) {
-        const QRegularExpressionMatch match = each.pattern.match(searched);
-        if (match.hasMatch())
-            return QLatin1Char(':')
-                + errorAt(json, int(match.capturedStart(std::min(1, match.lastCapturedIndex()))),
-                          each.reason);
-    }
-    return QLatin1Char(':') + errorAt(json, offset, parsersReason);
+    std::stable_sort(notes.begin(), notes.end(),
+                     [](const auto &a, const auto &b) { return a.offset < b.offset; });
 }
 
 } // namespace
 
-JsonReader::JsonReader(const QString &path)
+JsonFile::JsonFile(const QString &path, qint64 mostBytes)
     : m_path(path)
 {
-    const Expected<QByteArray> json = readFile(path);
-    if (!json) {
-        m_failure = json.error();
+    const tl::expected<QByteArray, QString> content = readFile(path, mostBytes);
+    if (!content) {
+        m_errors.add({JsonText::kWholeFile, content.error()});
         return;
     }
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(*json, &error);
-    if (error.error != QJsonParseError::NoError)
-        fail(whyNoJson(*json, error.offset, error.errorString()));
-    else if (const std::optional<QString> repeated = repeatedKey(*json))
-        fail(QLatin1Char(':') + *repeated);
-    m_root = document.isArray() ? QJsonValue(document.array()) : QJsonValue(document.object());
+    if (const std::optional<Note> problem = m_text.parse(*content)) {
+        m_errors.add(*problem);
+        return;
+    }
+    m_isRead = true;
+    for (const Note &each : m_text.repeatedKeys())
+        m_errors.add(each);
 }
 
-void JsonReader::fail(const QString &placeAndReason)
+JsonNode JsonFile::root()
 {
-    if (!m_failure)
-        m_failure = Failure{Failure::Input, m_path + placeAndReason};
+    return {*this, m_isRead ? 0 : -1, m_isRead ? m_text.root() : QJsonValue()};
 }
 
-JsonNode::JsonNode(JsonReader &reader, const QString &place, const QJsonValue &value)
-    : m_reader(&reader)
-    , m_place(place)
-    , m_value(value)
-{ }
+void JsonFile::Notes::add(const Note &note)
+{
+    // Who asks an object of the wrong type for several members is told once.
+    const auto isSame = [&note](const Note &other) {
+        return other.offset == note.offset && other.reason == note.reason;
+    };
+    if (std::any_of(held.begin(), held.end(), isSame))
+        return;
+    ++count;
+    held.append(note);
+    if (held.size() >= 2 * Remarks::kMostShown)
+        held = first();
+}
+
+QVector<JsonFile::Note> JsonFile::Notes::first() const
+{
+    QVector<Note> result = held;
+    sortByPlace(result);
+    return result.mid(0, Remarks::kMostShown);
+}
+
+Remarks JsonFile::remarks() const
+{
+    Remarks result{m_path, {}, m_errors.count, m_warnings.count};
+    struct Told
+    {
+        Remarks::Remark::Severity severity;
+        Note note;
+    };
+    QVector<Told> told;
+    for (const Note &each : m_errors.first())
+        told.append({Remarks::Remark::Error, each});
+    for (const Note &each : m_warnings.first().mid(0, Remarks::kMostShown - int(told.size())))
+        told.append({Remarks::Remark::Warning, each});
+    std::stable_sort(told.begin(), told.end(),
+                     [](const Told &a, const Told &b) { return a.note.offset < b.note.offset; });
+    for (const Told &each : told)
+        result.shown.append({each.severity, m_text.placeOf(each.note.offset), each.note.reason});
+    return result;
+}
+
+JsonNode JsonNode::child(int number, const QString &path, const QJsonValue &value) const
+{
+    JsonNode result(*m_file, number, value);
+    result.m_path = path;
+    result.m_name = m_name;
+    return result;
+}
+
+JsonNode JsonNode::named(const QString &name) const
+{
+    JsonNode result = *this;
+    result.m_name = name;
+    return result;
+}
+
+QString JsonNode::sentence(const QString &reason) const
+{
+    if (m_path.isEmpty())
+        return reason;
+    const QString name = m_name.isEmpty() ? QString() : QStringLiteral(" (%1)").arg(m_name);
+    return m_path + name + QStringLiteral(": ") + reason;
+}
 
 void JsonNode::refuse(const QString &reason) const
 {
-    const QString colon = QStringLiteral(": ");
-    m_reader->fail((m_place.isEmpty() ? QString() : colon + m_place) + colon + reason);
+    if (!isAbsent())
+        m_file->m_errors.add({m_file->m_text.offset(m_number), sentence(reason)});
+}
+
+void JsonNode::warn(const QString &reason) const
+{
+    if (!isAbsent())
+        m_file->m_warnings.add({m_file->m_text.offset(m_number), sentence(reason)});
+}
+
+void JsonNode::refuseKey(const QString &reason) const
+{
+    if (!isAbsent())
+        m_file->m_errors.add({m_file->m_text.keyOffset(m_number), sentence(reason)});
+}
+
+testconfiguration::Place JsonNode::place() const
+{
+    return isAbsent() ? testconfiguration::Place()
+                      : m_file->m_text.placeOf(m_file->m_text.offset(m_number));
 }
 
 bool JsonNode::expectType(QJsonValue::Type type) const
 {
-    if (m_value.type() == type)
+    if (m_value.type() == type && !isAbsent())
         return true;
-    refuse(QStringLiteral("must be %1, not %2").arg(typeName(type), typeName(m_value.type())));
+    refuse(mustBe(type, m_value.type()));
     return false;
 }
 
 void JsonNode::expectKeys(const QStringList &known) const
 {
-    expectType(QJsonValue::Object);
-    for (const QString &key : m_value.toObject().keys()) {
-        if (!known.contains(key))
-            (*this)[key].refuse(QStringLiteral("unknown; known here: %1%2")
-                                    .arg(quotedList(known), suggestion::didYouMean(key, known)));
+    for (const JsonMember &each : members()) {
+        if (!known.contains(each.key))
+            each.node.refuseKey(
+                QStringLiteral("unknown; known here: %1%2")
+                    .arg(quotedList(known), suggestion::didYouMean(each.key, known)));
     }
 }
 
@@ -238,8 +183,34 @@ JsonNode JsonNode::operator[](const QString &key) const
 {
     if (expectType(QJsonValue::Object) && !has(key))
         refuse(QStringLiteral("\"%1\" is missing").arg(key));
-    return {*m_reader, m_place.isEmpty() ? key : m_place + QLatin1Char('.') + key,
-            m_value.toObject().value(key)};
+    return optional(key);
+}
+
+JsonNode JsonNode::optional(const QString &key) const
+{
+    return child(has(key) ? m_file->m_text.member(m_number, key) : -1,
+                 m_path.isEmpty() ? key : m_path + QLatin1Char('.') + key,
+                 m_value.toObject().value(key));
+}
+
+QVector<JsonMember> JsonNode::members() const
+{
+    QVector<JsonMember> result;
+    if (!expectType(QJsonValue::Object))
+        return result;
+    const QJsonObject all = m_value.toObject();
+    const QString before = m_path.isEmpty() ? QString() : m_path + QLatin1Char('.');
+    for (const int number : m_file->m_text.children(m_number)) {
+        const QString key = m_file->m_text.key(number);
+        constexpr int kMostOfKey = 64; // characters in a message
+        result.append({key, child(number, before + key.left(kMostOfKey), all.value(key))});
+    }
+    return result;
+}
+
+QJsonObject JsonNode::object() const
+{
+    return expectType(QJsonValue::Object) ? m_value.toObject() : QJsonObject();
 }
 
 QVector<JsonNode> JsonNode::elements(int least, int most) const
@@ -254,51 +225,69 @@ QVector<JsonNode> JsonNode::elements(int least, int most) const
         refuse(QStringLiteral("has %1 elements; allowed is %2").arg(count).arg(allowed));
         return {};
     }
+    const QVector<int> numbers = m_file->m_text.children(m_number);
     QVector<JsonNode> result;
     for (int i = 0; i < count; ++i)
-        result.append({*m_reader, QStringLiteral("%1[%2]").arg(m_place).arg(i), array[i]});
+        result.append(child(numbers[i], QStringLiteral("%1[%2]").arg(m_path).arg(i), array[i]));
     return result;
 }
 
 double JsonNode::number(double least, double most) const
 {
+    return number(least, most, least);
+}
+
+double JsonNode::number(double least, double most, double fallback) const
+{
     if (!expectType(QJsonValue::Double))
-        return least;
+        return fallback;
     const double value = m_value.toDouble();
-    if (std::isfinite(value) && value >= least && value <= most)
-        return value;
-    refuse(QStringLiteral("%1 is out of range; allowed is %2 to %3")
-               .arg(numberText(value), numberText(least), numberText(most)));
-    return least;
+    return expectRange(value, least, most, numberText(value)) ? value : fallback;
 }
 
-int JsonNode::integer(int least, int most) const
+int JsonNode::integer(int least, int most, int fallback) const
 {
-    const double value = number(least, most);
-    if (value != std::floor(value))
-        refuse(QStringLiteral("%1 is not a whole number").arg(numberText(value)));
-    return int(value);
+    const double value = number(least, most, fallback);
+    return expectWhole(value, numberText(value)) ? int(value) : fallback;
 }
 
-bool JsonNode::boolean() const
+bool JsonNode::boolean(bool fallback) const
 {
-    return expectType(QJsonValue::Bool) && m_value.toBool();
+    return expectType(QJsonValue::Bool) ? m_value.toBool() : fallback;
 }
 
-QString JsonNode::text() const
+QString JsonNode::text(const QString &fallback) const
 {
-    expectType(QJsonValue::String);
-    return m_value.toString();
+    return expectType(QJsonValue::String) ? m_value.toString() : fallback;
 }
 
-int JsonNode::choice(const QStringList &words) const
+int JsonNode::choice(const QStringList &words, int fallback) const
 {
-    const QString word = text();
+    if (!expectType(QJsonValue::String))
+        return fallback;
+    const QString word = m_value.toString();
     const int index = int(words.indexOf(word));
     if (index < 0)
-        refuse(QStringLiteral("\"%1\" is unknown; known here: %2%3")
-                   .arg(word, quotedList(words), suggestion::didYouMean(word, words)));
-    return std::max(index, 0);
+        refuse(QStringLiteral("%1 is unknown; known here: %2%3")
+                   .arg(quoted(word), quotedList(words), suggestion::didYouMean(word, words)));
+    return index < 0 ? fallback : index;
+}
+
+bool JsonNode::expectRange(double value, double least, double most, const QString &shown) const
+{
+    if (std::isfinite(value) && value >= least && value <= most)
+        return true;
+    refuse(QStringLiteral("%1 is out of range; allowed is %2 to %3")
+               .arg(shown, numberText(least), numberText(most)));
+    return false;
+}
+
+bool JsonNode::expectWhole(double value, const QString &shown) const
+{
+    if (value == std::floor(value))
+        return true;
+    refuse(QStringLiteral("%1 is not a whole number").arg(shown));
+    return false;
 }
 
 } // namespace workbench

@@ -75,7 +75,8 @@ public:
 private:
     void readSettings(const JsonNode &settings);
     [[nodiscard]] static Sequence::Ratios readRatios(const JsonNode &ratios);
-    void readNames(const QVector<JsonNode> &steps);
+    void readNames(QVector<JsonNode> &steps);
+    void checkName(const JsonNode &node, const QString &name) const;
     [[nodiscard]] SequenceStep readStep(const JsonNode &node, const QString &name) const;
     [[nodiscard]] static std::chrono::milliseconds readTime(const JsonNode &node);
     void readTransitions(const JsonNode &node, SequenceStep &step) const;
@@ -83,19 +84,24 @@ private:
     [[nodiscard]] SequenceOutput readOutput(const JsonNode &node, bool ofCurrent) const;
     [[nodiscard]] int stepNamed(const JsonNode &node) const;
     [[nodiscard]] double largestAmplitude(bool ofCurrent) const;
+    [[nodiscard]] double largestFrequency() const;
 
     Sequence m_sequence;
+    bool m_areSettingsSound = true; ///< else nothing is held against them
+    bool m_areNamesSound = true; ///< likewise
 };
 
 Sequence SequenceReader::read(const JsonNode &root)
 {
     root.expectKeys({key::description, key::settings, key::steps});
-    if (root.has(key::description))
-        m_sequence.description = root[key::description].text();
-    if (root.has(key::settings))
-        readSettings(root[key::settings]);
-    const QVector<JsonNode> steps = root[key::steps].elements(1, kMaxSteps);
+    m_sequence.description = root.optional(key::description).text();
+    const int errorsBefore = root.file().errors();
+    readSettings(root.optional(key::settings));
+    m_areSettingsSound = root.file().errors() == errorsBefore;
+    QVector<JsonNode> steps = root[key::steps].elements(1, kMaxSteps);
+    const int errorsBeforeNames = root.file().errors();
     readNames(steps);
+    m_areNamesSound = root.file().errors() == errorsBeforeNames;
     for (int i = 0; i < steps.size(); ++i)
         m_sequence.steps[i] = readStep(steps[i], m_sequence.steps[i].name);
     return m_sequence;
@@ -106,12 +112,14 @@ void SequenceReader::readSettings(const JsonNode &settings)
     settings.expectKeys({key::nominalFrequency, key::samplesPerCycle, key::svResolution,
                          key::amplitudes, key::dualAD, key::ratios});
     Sequence &all = m_sequence;
-    if (settings.has(key::nominalFrequency))
-        all.nominalFrequency = settings[key::nominalFrequency].integer(1, kByte);
-    if (settings.has(key::samplesPerCycle))
-        all.samplesPerCycle = settings[key::samplesPerCycle].integer(1, kMostSamplesPerSecond);
+    const int errorsBefore = settings.file().errors();
+    all.nominalFrequency =
+        settings.optional(key::nominalFrequency).integer(1, kByte, all.nominalFrequency);
+    all.samplesPerCycle = settings.optional(key::samplesPerCycle)
+                              .integer(1, kMostSamplesPerSecond, all.samplesPerCycle);
     const qint64 rate = qint64(all.nominalFrequency) * all.samplesPerCycle;
-    if (rate < kLeastSamplesPerSecond || rate > kMostSamplesPerSecond)
+    const bool isRate = settings.file().errors() == errorsBefore;
+    if (isRate && (rate < kLeastSamplesPerSecond || rate > kMostSamplesPerSecond))
         settings.refuse(QStringLiteral("%1 Hz times %2 samples per cycle are %3 samples per "
                                        "second; allowed is %4 to %5")
                             .arg(all.nominalFrequency)
@@ -119,12 +127,9 @@ void SequenceReader::readSettings(const JsonNode &settings)
                             .arg(rate)
                             .arg(kLeastSamplesPerSecond)
                             .arg(kMostSamplesPerSecond));
-    if (settings.has(key::svResolution))
-        all.resolution = Sequence::Resolution(settings[key::svResolution].choice(resolutions));
-    if (settings.has(key::amplitudes))
-        all.amplitudesArePeak = settings[key::amplitudes].choice(amplitudeKinds) == 1;
-    if (settings.has(key::dualAD))
-        all.dualAD = settings[key::dualAD].boolean();
+    all.resolution = Sequence::Resolution(settings.optional(key::svResolution).choice(resolutions));
+    all.amplitudesArePeak = settings.optional(key::amplitudes).choice(amplitudeKinds) == 1;
+    all.dualAD = settings.optional(key::dualAD).boolean();
     if (settings.has(key::ratios))
         all.ratios = readRatios(settings[key::ratios]);
 }
@@ -140,20 +145,28 @@ Sequence::Ratios SequenceReader::readRatios(const JsonNode &ratios)
 }
 
 /// All names come first, for a step may go to a later one.
-void SequenceReader::readNames(const QVector<JsonNode> &steps)
+void SequenceReader::readNames(QVector<JsonNode> &steps)
 {
-    for (const JsonNode &step : steps) {
+    for (JsonNode &step : steps) {
         const JsonNode node = step[key::name];
         SequenceStep named;
         named.name = node.text();
-        if (named.name.trimmed().isEmpty() || named.name.size() > kMaxNameLength)
-            node.refuse(QStringLiteral("must have 1 to %1 characters").arg(kMaxNameLength));
-        if (named.name == m_sequence.nameOf(Sequence::kEnd))
-            node.refuse(QStringLiteral("\"%1\" names the end of the sequence").arg(named.name));
-        if (m_sequence.names().contains(named.name))
-            node.refuse(QStringLiteral("\"%1\" names an earlier step too").arg(named.name));
+        if (node.isText())
+            checkName(node, named.name);
+        if (!named.name.isEmpty())
+            step = step.named(named.name.left(kMaxNameLength));
         m_sequence.steps.append(named);
     }
+}
+
+void SequenceReader::checkName(const JsonNode &node, const QString &name) const
+{
+    if (name.trimmed().isEmpty() || name.size() > kMaxNameLength)
+        node.refuse(QStringLiteral("must have 1 to %1 characters").arg(kMaxNameLength));
+    else if (name == m_sequence.nameOf(Sequence::kEnd))
+        node.refuse(QStringLiteral("\"%1\" names the end of the sequence").arg(name));
+    else if (m_sequence.names().contains(name))
+        node.refuse(QStringLiteral("\"%1\" names an earlier step too").arg(name));
 }
 
 SequenceStep SequenceReader::readStep(const JsonNode &node, const QString &name) const
@@ -164,14 +177,12 @@ SequenceStep SequenceReader::readStep(const JsonNode &node, const QString &name)
                      key::conditionFlags, key::stepOption, key::binaryOutputs, key::outputs});
     step.time = readTime(node[key::time]);
     readTransitions(node, step);
-    if (node.has(key::stepOption))
-        step.stepOption = node[key::stepOption].integer(0, 1);
-    if (node.has(key::binaryOutputs)) {
-        const QVector<JsonNode> given = node[key::binaryOutputs].elements(
-            SequenceStep::kBinaryOutputs, SequenceStep::kBinaryOutputs);
-        for (int i = 0; i < given.size(); ++i)
-            step.binaryOutputs.at(std::size_t(i)) = given[i].boolean();
-    }
+    step.stepOption = node.optional(key::stepOption).integer(0, 1);
+    const QVector<JsonNode> given =
+        node.optional(key::binaryOutputs)
+            .elements(SequenceStep::kBinaryOutputs, SequenceStep::kBinaryOutputs);
+    for (int i = 0; i < given.size(); ++i)
+        step.binaryOutputs.at(std::size_t(i)) = given[i].boolean();
     readOutputs(node[key::outputs], step);
     return step;
 }
@@ -189,12 +200,10 @@ std::chrono::milliseconds SequenceReader::readTime(const JsonNode &node)
 void SequenceReader::readTransitions(const JsonNode &node, SequenceStep &step) const
 {
     step.onTimeout = stepNamed(node[key::onTimeout]);
-    if (node.has(key::conditionFlags)) {
-        step.conditionFlags = node[key::conditionFlags].integer(0, kByte);
-        if ((step.conditionFlags & kBinaryInputFlag) != 0)
-            node[key::conditionFlags].refuse(
-                QStringLiteral("flag 8 is set by onBinaryInput alone"));
-    }
+    const JsonNode flags = node.optional(key::conditionFlags);
+    step.conditionFlags = flags.integer(0, kByte);
+    if ((step.conditionFlags & kBinaryInputFlag) != 0)
+        flags.refuse(QStringLiteral("flag 8 is set by onBinaryInput alone"));
     if (node.has(key::onBinaryInput))
         step.onBinaryInput = stepNamed(node[key::onBinaryInput]);
     if (node.has(key::onTrigger)) {
@@ -226,7 +235,7 @@ SequenceOutput SequenceReader::readOutput(const JsonNode &node, bool ofCurrent) 
     SequenceOutput output;
     output.amplitude = node[key::amplitude].number(0.0, largestAmplitude(ofCurrent));
     if (node.has(key::frequency))
-        output.frequency = node[key::frequency].number(0.0, m_sequence.samplesPerSecond() / 2.0);
+        output.frequency = node[key::frequency].number(0.0, largestFrequency());
     output.phase = node[key::phase].number(-kDegrees, kDegrees);
     if (node.has(key::phaseJump))
         output.phaseJump = node[key::phaseJump].number(-kDegrees, kDegrees);
@@ -236,13 +245,22 @@ SequenceOutput SequenceReader::readOutput(const JsonNode &node, bool ofCurrent) 
 int SequenceReader::stepNamed(const JsonNode &node) const
 {
     const QStringList names = m_sequence.names();
-    const int step = node.choice(names + QStringList{m_sequence.nameOf(Sequence::kEnd)});
-    return step < names.size() ? step : Sequence::kEnd;
+    const QStringList known = names + QStringList{m_sequence.nameOf(Sequence::kEnd)};
+    const int step = m_areNamesSound ? node.choice(known) : int(known.indexOf(node.text()));
+    return step >= 0 && step < names.size() ? step : Sequence::kEnd;
+}
+
+/// Half the sample rate.
+double SequenceReader::largestFrequency() const
+{
+    return (m_areSettingsSound ? m_sequence.samplesPerSecond() : kMostSamplesPerSecond) / 2.0;
 }
 
 /// The amplitude whose peak is the largest count of a sampled-value stream.
 double SequenceReader::largestAmplitude(bool ofCurrent) const
 {
+    if (!m_areSettingsSound)
+        return kLargestCount;
     double unit = 1.0;
     if (m_sequence.resolution == Sequence::Resolution::Centivolt)
         unit = ofCurrent ? 0.001 : 0.01;
@@ -366,11 +384,9 @@ QString text(const SequenceStep &step, const Sequence &sequence)
 
 Expected<Sequence> readSequence(const QString &path)
 {
-    JsonReader file(path);
+    JsonFile file(path);
     const Sequence sequence = SequenceReader().read(file.root());
-    if (file.failure())
-        return tl::unexpected<Failure>(*file.failure());
-    return sequence;
+    return file.remarks().expectNoErrors().map([&sequence] { return sequence; });
 }
 
 QByteArray toJson(const Sequence &sequence)

@@ -104,8 +104,11 @@ int main(int argc, char *argv[])
     // What the engine writes there is told in messages of our own.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
     const Expected<int> status = run(QCoreApplication::arguments());
-    if (!status)
+    if (!status) {
         complain(status.error().message);
+        for (const QString &each : status.error().others)
+            complain(each);
+    }
     if (!outputFailure().isEmpty())
         complain(QStringLiteral("cannot write the output: ") + outputFailure());
     if (!status)
