@@ -54,7 +54,18 @@ JsonFile::JsonFile(const QString &path, qint64 mostBytes)
         m_errors.add({JsonText::kWholeFile, content.error()});
         return;
     }
-    if (const std::optional<Note> problem = m_text.parse(*content)) {
+    parse(*content);
+}
+
+JsonFile::JsonFile(const QString &path, const QByteArray &text)
+    : m_path(path)
+{
+    parse(text);
+}
+
+void JsonFile::parse(const QByteArray &text)
+{
+    if (const std::optional<Note> problem = m_text.parse(text)) {
         m_errors.add(*problem);
         return;
     }

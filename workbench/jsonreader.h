@@ -115,6 +115,8 @@ public:
 
     /// An error: a file above \a mostBytes, anything but JSON, an object with the same key twice.
     explicit JsonFile(const QString &path, qint64 mostBytes = kMostBytes);
+    /// Likewise, with \a text for its content.
+    JsonFile(const QString &path, const QByteArray &text);
 
     [[nodiscard]] const QString &path() const { return m_path; }
     /// Absent if the file is no JSON.
@@ -124,6 +126,8 @@ public:
 
 private:
     friend class JsonNode;
+    void parse(const QByteArray &text);
+
     using Note = JsonText::Problem;
     /// Those of one severity: the first ones by their places, and how many there are.
     struct Notes
