@@ -46,14 +46,19 @@ struct LUMTAR_EXPORT CStep
     /// Entries 0 to 7: Va1, Va2, Vb1, Vb2, Vc1, Vc2, Vn1, Vn2; 8 to 15: Ia1, Ia2, Ib1, Ib2, Ic1,
     /// Ic2, In1, In2. On the wire the currents are channels 0 to 7 and the voltages 8 to 15.
     OutChannelPara_tag outPara[16];
-    quint8 ctlCondition =
-        0; ///< transition conditions; bit 3 (8) enables the binary-input transition
-    quint32 stateTime =
-        0; ///< whole seconds; 0: no end by time; wraps from 65.536 s on (16 bits of ms)
-    quint8 stateTimeJump = 0; ///< step to go to when the time runs out; none such (255): the end
-    quint8 stateTrige = 0; ///< trigger setting
-    quint8 stateTrigeJump = 0; ///< step to go to on the trigger
-    quint8 binInpJump = 0; ///< step to go to on the binary input
+    /// Transition conditions. Bit 3 (8): a binary input ends the step. The others are passed on; the
+    /// software board needs none of them, neither for the time nor for a trigger.
+    quint8 ctlCondition = 0;
+    /// Whole seconds; 0: the time never runs out. Sent as 16 bits of milliseconds, so it wraps at
+    /// 65.536 s: 70 s last 4.464 s.
+    quint32 stateTime = 0;
+
+    // A jump to a step that does not exist ends the sequence: 255 is one. A step from stepCount on
+    // may still be there, of an earlier sequence.
+    quint8 stateTimeJump = 0; ///< step to go to when the time runs out; 255: the end
+    quint8 stateTrige = 0; ///< trigger setting; 0: no trigger ends the step
+    quint8 stateTrigeJump = 0; ///< step to go to on the trigger; 255: the end
+    quint8 binInpJump = 0; ///< step to go to on the binary input; 255: the end
     quint8 stepOption = 0; ///< 0: the step option command carries 1, else 0; means nothing
                            ///< to the software board
     quint8 binOut[4] = {}; ///< binary outputs 1 to 4: 0 off, else on
@@ -169,8 +174,8 @@ public:
     /// Loads a test configuration and sends its streams to the board. \a configPath is in the codec
     /// for C strings. Returns 1; 0 when the file cannot be read, is no well-formed XML, expands or
     /// nests without bound, is very large, or its root is not `ied`: then nothing is sent and no
-    /// counter changes. The result does not say whether the board accepted the commands. Events of
-    /// the application are processed once per child of the root.
+    /// counter changes. The result does not say whether the board accepted the commands; an
+    /// EngineObserver does. Events of the application are processed once per child of the root.
     int InitGPP(char *configPath);
     /// Loads a document that has been read already, as InitGPP() does: for a program that checks it
     /// first (testconfiguration.h). Returns 1; 0 for an empty document, sending nothing.
@@ -217,7 +222,8 @@ public:
     /// @{
 
     /// Sends the first stepCount steps and starts them. Returns 1 whatever the single exchanges
-    /// gave; 0, sending nothing, for a stepCount outside 1 to 5 or samplesPerCycle 0.
+    /// gave, of which an EngineObserver knows; 0, sending nothing, for a stepCount outside 1 to 5
+    /// or samplesPerCycle 0.
     int ExecSeq();
     /// As ExecSeq(), with \a times where that has the whole seconds of the steps and the interval
     /// of samplesPerCycle samples at 50 Hz; where both say the same, the commands are the same.
@@ -242,12 +248,14 @@ public:
     CStep steps[5]; ///< the state sequence
     qint32 stepCount = 5; ///< steps that ExecSeq() sends, 1 to 5
     QUdpSocket *udpSocket = nullptr; ///< owned; null while the link is closed
-    QHostAddress *peerAddress = nullptr; ///< owned; the board, or the last sender
+    QHostAddress *peerAddress = nullptr; ///< owned; the board; becomes the last sender, to whom is
+                                         ///< sent from then on, unless exchanges are strict
     quint8 expectDataReply = 0; ///< the next SendCommand() waits for a data reply
     char rxBuffer[1600] = {}; ///< the last datagram received
     quint16 replyLength = 0; ///< bytes of payload of the last data reply
     quint16 replyOffset = 0; ///< where in rxBuffer that payload begins
-    quint16 localPort = 0; ///< given to SetUdpConnect(); becomes the last sender's
+    quint16 localPort = 0; ///< given to SetUdpConnect(); becomes the last sender's port, unless
+                           ///< exchanges are strict
     quint8 smvCount = 0; ///< SV publication streams loaded so far
     quint8 gooseCount = 0; ///< GOOSE publication streams loaded so far
     quint8 groupNum = 0; ///< group number of the next subscription
@@ -259,7 +267,7 @@ public:
     qint32 voltageRatio = 0; ///< set by SetVIInputWay()
     qint32 currentRatio = 0; ///< set by SetVIInputWay()
     qint32 viInputWay = 0; ///< set by SetVIInputWay(); 0: the ratios scale the amplitudes
-    quint8 lastResult = 0; ///< result of the last SendCommand()
+    quint8 lastResult = 0; ///< result of the last SendCommand(), so of the last command only
     qint32 startParam7 = 5; ///< byte 7 of the start command
     qint32 startParam8 = 2; ///< byte 8 of the start command; bytes 9 and 10 are its multiples
     OutputGooseEntry outputGooseMap[4]; ///< what carries binary outputs 1 to 4

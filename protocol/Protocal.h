@@ -3,6 +3,8 @@
 ///
 /// A builder is a plain value: the default constructor fills every field with its default, a setter
 /// replaces one field, and data() returns the whole command, ready for LumtarEngine::SendCommand().
+/// Three have another name or argument for that: StepCondition::packetdata(), FT3Message::date5()
+/// and FT3Message::date2_5(), Message_goose::data() with the record that it fills.
 #pragma once
 
 #include "boardsetup.h"

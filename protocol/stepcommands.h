@@ -32,20 +32,23 @@ public:
 
     /// Step index. Stores the decimal digits of \a v, two per byte (12 gives 12 hexadecimal).
     int setState_tag(int v);
-    /// Transition-condition flags.
+    /// Transition-condition flags; see CStep::ctlCondition. The binary input is setBinInp()'s.
     int setCtlCondition(int v);
     /// Duration of the step, stored in whole milliseconds, rounded toward zero; a negative time
-    /// counts as 0. Returns 0; -1 for 65.536 s and above and for not-a-number, changing nothing.
+    /// counts as 0, which never runs out. Returns 0; -1 for 65.536 s and above and for
+    /// not-a-number, changing nothing.
     int setStateTime(float seconds);
-    /// Step to go to when the time runs out. Stores decimal digits, as setState_tag().
+    /// Step to go to when the time runs out. Stores decimal digits, as setState_tag(): 255 becomes
+    /// two bytes, which moves the later fields. What ends the sequence is a step that does not
+    /// exist, such as 5.
     int setStateTime_jump(int v);
-    /// Trigger setting.
+    /// Trigger setting; 0: no trigger ends the step.
     int setStateTrige(int v);
-    /// Step to go to on the trigger.
+    /// Step to go to on the trigger; one that does not exist, such as 255, ends the sequence.
     int setStateTrige_jump(int v);
     /// Whether the binary input ends the step, 1 or 0.
     int setBinInp(int v);
-    /// Step to go to on the binary input.
+    /// Step to go to on the binary input; one that does not exist, such as 255, ends the sequence.
     int setBinInp_jump(int v);
 
     int getStateTime_jump() const; ///< first byte of StateTime_jump, 0 to 255; 0 when it is empty
