@@ -46,8 +46,8 @@ struct LUMTAR_EXPORT CStep
     /// Entries 0 to 7: Va1, Va2, Vb1, Vb2, Vc1, Vc2, Vn1, Vn2; 8 to 15: Ia1, Ia2, Ib1, Ib2, Ic1,
     /// Ic2, In1, In2. On the wire the currents are channels 0 to 7 and the voltages 8 to 15.
     OutChannelPara_tag outPara[16];
-    /// Transition conditions. Bit 3 (8): a binary input ends the step. The others are passed on; the
-    /// software board needs none of them, neither for the time nor for a trigger.
+    /// Transition conditions. Bit 3 (8): a binary input ends the step. The others are passed on;
+    /// the software board needs none of them, neither for the time nor for a trigger.
     quint8 ctlCondition = 0;
     /// Whole seconds; 0: the time never runs out. Sent as 16 bits of milliseconds, so it wraps at
     /// 65.536 s: 70 s last 4.464 s.
@@ -202,7 +202,8 @@ public:
     void SetProtocal(int protocolNumber);
     /// Sets how amplitudes are scaled before they are sent. \a way 0: voltages times \a
     /// voltageFactor times 10, currents times \a currentFactor; else unscaled. Without
-    /// this call everything is multiplied by ratios of 0, and so sent as 0.
+    /// this call everything is multiplied by ratios of 0, and so sent as 0, of which ExecSeq()
+    /// tells in a debug line.
     void SetVIInputWay(int way, int voltageFactor, int currentFactor);
     /// Copies the first output of every phase to the second, once: what is written to the first
     /// afterwards is not mirrored.
@@ -290,6 +291,8 @@ private:
     int receiveFromBoard();
     int awaitAnswer(envelope::Answer expected);
     void refuse(const QString &text) const;
+    [[nodiscard]] float amplitudeSent(const OutChannelPara_tag &para) const;
+    void tellSilenced(const char *operation) const;
     void sendSequence(const SequenceTimes &times);
     void sendStepCommands(int step, quint16 milliseconds);
 

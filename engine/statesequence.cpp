@@ -4,6 +4,8 @@
 #include "protocol/boardlimits.h"
 #include "protocol/sequencecommands.h"
 
+#include <QDebug>
+
 #include <algorithm>
 #include <array>
 #include <cstring>
@@ -25,6 +27,7 @@ int LumtarEngine::ExecSeq()
                    .arg(samplesPerCycle));
         return 0;
     }
+    tellSilenced("ExecSeq");
     constexpr int kMicrosecondsPerCycle = 20000; // at 50 Hz
     SequenceTimes times;
     times.sampleInterval = quint8(kMicrosecondsPerCycle / samplesPerCycle);
@@ -44,8 +47,37 @@ int LumtarEngine::ExecSeqTimed(const SequenceTimes &times)
                    .arg(times.sampleInterval));
         return 0;
     }
+    tellSilenced("ExecSeqTimed");
     sendSequence(times);
     return 1;
+}
+
+/// Tells in one line of amplitudes that only the ratios make 0: SetVIInputWay() may be missing.
+void LumtarEngine::tellSilenced(const char *operation) const
+{
+    int count = 0;
+    QString first;
+    for (int step = 0; step < stepCount; ++step) {
+        for (std::size_t i = 0; i < kAnalogOutputs.size(); ++i) {
+            const OutChannelPara_tag &para = steps[step].outPara[i];
+            if (para.amplitude == 0.0F || amplitudeSent(para) != 0.0F)
+                continue;
+            if (++count == 1)
+                first = QStringLiteral("%1 of step %2 with %3")
+                            .arg(QLatin1String(kAnalogOutputs[i].name.data()))
+                            .arg(step)
+                            .arg(double(para.amplitude));
+        }
+    }
+    if (count > 0)
+        qDebug().noquote() << QStringLiteral("%1: amplitudes other than 0 that are sent as 0: %2, "
+                                             "the first one %3; viInputWay is 0, voltageRatio %4, "
+                                             "currentRatio %5, see SetVIInputWay()")
+                                  .arg(QLatin1String(operation))
+                                  .arg(count)
+                                  .arg(first)
+                                  .arg(voltageRatio)
+                                  .arg(currentRatio);
 }
 
 void LumtarEngine::sendSequence(const SequenceTimes &times)
@@ -67,7 +99,8 @@ void LumtarEngine::sendStepCommands(int step, quint16 milliseconds)
                                          sent.stateTrige, sent.stateTrigeJump, sent.binInpJump}));
 }
 
-QByteArray LumtarEngine::sendcmd01(OutChannelPara_tag &para, int step, int channel)
+/// The amplitude that goes out for \a para: its peak, scaled where that is asked for.
+float LumtarEngine::amplitudeSent(const OutChannelPara_tag &para) const
 {
     constexpr double kPeakOfRms = 1.41421;
     float amplitude = para.amplitude;
@@ -77,10 +110,14 @@ QByteArray LumtarEngine::sendcmd01(OutChannelPara_tag &para, int step, int chann
         amplitude = float(float(voltageRatio) * amplitude * 10.0);
     else if (viInputWay == 0)
         amplitude *= float(currentRatio);
+    return amplitude;
+}
 
-    QByteArray command = sequencecommands::channelSignal({step, channel, para.scaleFactor,
-                                                          para.ampIsPeak, para.frequency, amplitude,
-                                                          para.phasePosition, para.phaseJump});
+QByteArray LumtarEngine::sendcmd01(OutChannelPara_tag &para, int step, int channel)
+{
+    QByteArray command = sequencecommands::channelSignal(
+        {step, channel, para.scaleFactor, para.ampIsPeak, para.frequency, amplitudeSent(para),
+         para.phasePosition, para.phaseJump});
     SendCommand(command);
     return command;
 }

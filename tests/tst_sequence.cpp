@@ -8,9 +8,11 @@
 #include <QElapsedTimer>
 #include <QTest>
 
+#include <algorithm>
 #include <climits>
 #include <cstring>
 #include <functional>
+#include <utility>
 
 using namespace testsupport;
 using virtualboard::Behaviour;
@@ -124,6 +126,8 @@ private slots:
     void binaryOutputs();
     void refusedSequence_data();
     void refusedSequence();
+    void silencedAmplitudes_data();
+    void silencedAmplitudes();
     void failedExchangeDoesNotStopTheSequence();
     void sequenceWithoutLink();
     void readStatus_data();
@@ -415,6 +419,64 @@ void TestSequence::refusedSequence()
     QCOMPARE(engine.ExecSeqTimed({{}, quint8(samplesPerCycle)}), 0);
     QVERIFY(isRefusal(caught.lines(), QStringLiteral("ExecSeqTimed:"), value));
     QVERIFY(m_board.receptions().isEmpty());
+}
+
+void TestSequence::silencedAmplitudes_data()
+{
+    QTest::addColumn<std::function<void(LumtarEngine &)>>("setUp");
+    QTest::addColumn<QString>("told"); // part of the line; empty: none is written
+    const auto row = [](const char *name, const char *told,
+                        const std::function<void(LumtarEngine &)> &setUp) {
+        QTest::newRow(name) << setUp << QString::fromLatin1(told);
+    };
+    row("ratios never set", "sent as 0: 3, the first one Vb2 of step 1 with 57.5;", [](auto &) {});
+    row("voltages alone",
+        "sent as 0: 2, the first one Vb2 of step 1 with 57.5; viInputWay is 0, "
+        "voltageRatio 0, currentRatio 1,",
+        [](auto &e) { e.SetVIInputWay(0, 0, 1); });
+    row("currents alone",
+        "sent as 0: 1, the first one In2 of step 1 with -0.25; viInputWay is 0, "
+        "voltageRatio -1, currentRatio 0,",
+        [](auto &e) { e.SetVIInputWay(0, -1, 0); });
+    row("the entry's own mark says what it is", "sent as 0: 1, the first one Va1 of step 2 with 1;",
+        [](auto &e) {
+            e.SetVIInputWay(0, 0, 1);
+            e.steps[1].outPara[Vb2].isCurrent = 1;
+        });
+    row("smallest number", "sent as 0: 4, the first one Ic1 of step 0 with",
+        [](auto &e) { e.steps[0].outPara[Ic1].amplitude = 1e-45F; });
+    row("behind the last step", "", [](auto &e) { e.stepCount = 1; });
+    row("not scaled", "", [](auto &e) { e.SetVIInputWay(1, 0, 0); });
+    row("scaled", "", [](auto &e) { e.SetVIInputWay(0, 1, 1); });
+    row("nothing to scale", "", [](auto &e) {
+        for (CStep &step : e.steps)
+            std::for_each_n(step.outPara, 16, [](auto &output) { output.amplitude = -0.0F; });
+    });
+}
+
+// Va1 of step 2, Vb2 and In2 of step 1 are other than 0.
+void TestSequence::silencedAmplitudes()
+{
+    QFETCH(std::function<void(LumtarEngine &)>, setUp);
+    QFETCH(QString, told);
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    engine.stepCount = 3;
+    engine.steps[1].outPara[Vb2].amplitude = 57.5F;
+    engine.steps[1].outPara[In2].amplitude = -0.25F;
+    engine.steps[2].outPara[Va1].amplitude = 1.0F;
+    setUp(engine);
+    const DebugLines caught;
+    const auto tells = [&](const char *operation) {
+        const QStringList lines = std::exchange(caught.lines(), {});
+        return told.isEmpty() ? lines.isEmpty()
+                              : isRefusal(lines, QLatin1String(operation) + QLatin1Char(':'), told);
+    };
+    QCOMPARE(engine.ExecSeq(), 1);
+    QVERIFY(tells("ExecSeq"));
+    QCOMPARE(engine.ExecSeqTimed({}), 1);
+    QVERIFY(tells("ExecSeqTimed"));
+    QCOMPARE(int(m_board.receptions().size()), 2 * (18 * engine.stepCount + 1));
 }
 
 void TestSequence::failedExchangeDoesNotStopTheSequence()
