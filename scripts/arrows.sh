@@ -17,8 +17,9 @@ virtualboard/inputs  virtualboard/capture
 virtualboard/live    virtualboard/inputs
 virtualboard/board   virtualboard/live
 workbench            engine virtualboard/board
-tools/lumtarctl      workbench
-tools/lumtar-board   workbench
+tools/terminal       workbench
+tools/lumtarctl      tools/terminal
+tools/lumtar-board   tools/terminal
 tests                all
 tests/installation
 benchmarks           all

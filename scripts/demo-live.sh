@@ -7,6 +7,9 @@
 set -euo pipefail
 export LC_ALL=C.UTF-8
 
+# A table is as wide as the terminal, also behind a pipe.
+[[ ! -t 1 ]] || export COLUMNS=$(tput cols)
+
 fail() {
     echo "demo-live: $1" >&2
     exit "${2:-1}"
@@ -80,7 +83,10 @@ for ((i = 0; i < 100; ++i)); do
 done
 grep -q '^ready' "$log" || { cat "$log" >&2; fail "the board did not start"; }
 
-echo "\$ lumtarctl run --board $address --config examples/feeder-bay.xml --sequence examples/earth-fault.json --watch"
+cat <<TEXT
+\$ lumtarctl run --board $address --config examples/feeder-bay.xml \\
+    --sequence examples/earth-fault.json --watch
+TEXT
 status=0
 timeout --foreground "$seconds" "${at_board[@]}" "$build/tools/lumtarctl/lumtarctl" run --board "$address" \
     --config "$examples/feeder-bay.xml" --sequence "$examples/earth-fault.json" --watch |
@@ -95,7 +101,8 @@ board=
 echo
 sed -n '/^── Problems/,$p' "$log"
 [[ $status -eq 0 ]] || fail "the board had problems (exit status $status)"
-trip=$(sed -n 's/^binary input: logic channel 0, \([0-9.]* ms\) after entry into .*(fault).*/\1/p' "$watched")
+trip=$(tr -s '\n ' ' ' <"$watched" |
+    sed -n 's/.*binary input: logic channel 0, \([0-9.]* ms\) after entry into step 1 (fault).*/\1/p')
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
 echo
 "$build/tools/lumtarctl/lumtarctl" plot "$capture" --sequence "$examples/earth-fault.json" -o "$picture"

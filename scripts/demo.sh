@@ -6,6 +6,9 @@
 set -euo pipefail
 export LC_ALL=C.UTF-8 # the board's table has characters beyond ASCII
 
+# A table is as wide as the terminal, also behind a pipe.
+[[ ! -t 1 ]] || export COLUMNS=$(tput cols)
+
 fail() {
     echo "demo: $*" >&2
     exit 1
@@ -68,9 +71,27 @@ if ! grep -q '^ready' "$log"; then
     fail "the board did not start; is something else using UDP port 2001 of $address?"
 fi
 
+# A command as one would type it; an option and its value stay in one line of 80 characters.
+echo_command() {
+    local line="\$ lumtarctl" part
+    while (($# > 0)); do
+        part=$1
+        shift
+        if [[ $part == -* && $# -gt 0 && $1 != -* ]]; then
+            part+=" $1"
+            shift
+        fi
+        if ((${#line} + ${#part} > 80 - 3)); then
+            echo "$line \\"
+            line="   "
+        fi
+        line+=" $part"
+    done
+    echo "$line"
+}
+
 show() {
-    local shown=("${@/#"$examples"/examples}") # the reader is in the project's directory
-    echo "\$ lumtarctl" "${shown[@]}"
+    echo_command "${@/#"$examples"/examples}" # the reader is in the project's directory
     timeout --foreground "$seconds" "${launcher[@]}" "$build/tools/lumtarctl/lumtarctl" "$@" ||
         fail "lumtarctl $1 failed with exit status $?"
     echo
@@ -78,8 +99,9 @@ show() {
 
 cat <<TEXT
 A relay test from end to end, against a board made of software at $address.
-An earth fault in phase A of a 110 kV feeder: prefault, fault, trip, dead time, reclose.
-The relay is a script (examples/relay.txt) that trips 30 ms after the fault begins.
+An earth fault in phase A of a 110 kV feeder: prefault, fault, trip, dead time,
+reclose. The relay is a script (examples/relay.txt) that trips 30 ms after the
+fault begins.
 
 TEXT
 show run --board "$address" --config "$examples/feeder-bay.xml" \
@@ -95,13 +117,14 @@ What the board received. Amplitudes are peak values: 57.735 V RMS is 81.65 V.
 TEXT
 grep -v '^ready' "$log"
 [[ $status -eq 0 ]] || fail "the board did not receive what was expected (exit status $status)"
-echo "The board received everything: $sv_streams SV and $goose_streams GOOSE streams," \
-    "$subscriptions subscriptions, $steps steps, start, stop."
+echo "The board received everything: $sv_streams SV and $goose_streams GOOSE streams,"
+echo "$subscriptions subscriptions, $steps steps, start, stop."
 echo
 if [[ ${#launcher[@]} -eq 0 ]]; then # the plotting program is one of this machine
     show plot "$capture" --sequence "$examples/earth-fault.json" -o "$picture"
 fi
-trip=$(sed -n 's/^binary input: logic channel 0, \([0-9.]* ms\) after entry into .*(fault).*/\1/p' "$watched")
+trip=$(tr -s '\n ' ' ' <"$watched" |
+    sed -n 's/.*binary input: logic channel 0, \([0-9.]* ms\) after entry into step 1 (fault).*/\1/p')
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
 echo "The relay tripped $trip after the fault began."
 echo "Capture, for Wireshark: $capture"

@@ -78,6 +78,11 @@ private slots:
     void decodesForApplications();
     void watches_data();
     void watches();
+    void suitsTheTerminal_data();
+    void suitsTheTerminal();
+    void fitsTheWidth_data();
+    void fitsTheWidth();
+    void keepsTheInputsInSight();
     void stopsTheBoardWhenInterrupted_data();
     void stopsTheBoardWhenInterrupted();
     void tellsWhatMayStillRun_data();
@@ -97,6 +102,8 @@ private:
     std::unique_ptr<LinkResponder> m_board;
     int m_exitStatus = -1;
     QString m_outputFile; ///< where its output goes; else into m_output
+    QString m_environment; ///< "NAME=VALUE NAME=VALUE", beside the test's own
+    int m_terminal = 0; ///< columns of the terminal that it runs in; 0: in none
     QString m_output;
     QString m_errors;
 };
@@ -107,6 +114,8 @@ void TestLumtarctl::init()
     QVERIFY(writeFile(m_sequence, content(QFINDTESTDATA("../examples/earth-fault.json"))));
     m_board = std::make_unique<LinkResponder>(boardAddress());
     QCOMPARE(testsupport::failure(m_board->start()), QString());
+    m_environment.clear();
+    m_terminal = 0;
 }
 
 void TestLumtarctl::lumtarctl(QStringList arguments, const Meanwhile &meanwhile)
@@ -115,7 +124,20 @@ void TestLumtarctl::lumtarctl(QStringList arguments, const Meanwhile &meanwhile)
     QProcess process;
     if (!m_outputFile.isEmpty())
         process.setStandardOutputFile(m_outputFile);
-    process.start(QStringLiteral(LUMTARCTL), arguments);
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("TERM"), QStringLiteral("xterm"));
+    for (const QString &each : m_environment.split(QLatin1Char(' '), Qt::SkipEmptyParts))
+        environment.insert(each.section(QLatin1Char('='), 0, 0), each.section(QLatin1Char('='), 1));
+    process.setProcessEnvironment(environment);
+    QString program = QStringLiteral(LUMTARCTL);
+    if (m_terminal > 0) {
+        const QString line =
+            QStringLiteral("stty cols %1; '%2' '%3'")
+                .arg(QString::number(m_terminal), program, arguments.join(QLatin1String("' '")));
+        program = QStringLiteral("script");
+        arguments = QStringList{QStringLiteral("-qefc"), line, QStringLiteral("/dev/null")};
+    }
+    process.start(program, arguments);
     if (meanwhile && process.waitForStarted())
         meanwhile(static_cast<pid_t>(process.processId()));
     m_exitStatus = process.waitForFinished() && process.exitStatus() == QProcess::NormalExit
@@ -522,6 +544,82 @@ void TestLumtarctl::watches()
     QVERIFY2(!m_output.contains(unexpected), qPrintable(m_output));
     QVERIFY2(!m_output.contains(QLatin1Char('\r')), "rewrites lines without a terminal");
     QVERIFY(!m_board->frames().contains(bytes("8c908c9003 00 fa 05020408")));
+}
+
+void TestLumtarctl::suitsTheTerminal_data()
+{
+    // name | columns of the terminal, 0: none | environment | arguments | part of all that it
+    // prints, with ^ for an escape character | what that has nothing of
+    addRows(R"(
+        an error in red        | 80 | | chek | ^[31mlumtarctl: unknown command "chek" | ^[33m
+        colours not wanted     | 80 | NO_COLOR=1 | chek | lumtarctl: unknown command "chek" | ^
+        wanted after all       | 80 | NO_COLOR= | chek | ^[31mlumtarctl: unknown | ^[33m
+        a terminal without     | 80 | TERM=dumb | chek | lumtarctl: unknown command "chek" | ^
+        no terminal            | 0  | | chek | lumtarctl: unknown command "chek" | ^
+        UTF-8                  | 0  | | check CONFIG | 1→0  3→1 | ->
+        ASCII                  | 0  | LC_ALL=C | check CONFIG | 1->0 3->1 | →
+        ASCII, from LANG       | 0  | LC_ALL= LANG=C | check CONFIG | -- Published GOOSE | ?
+        UTF-8 of other machine | 0  | LC_ALL=xx_YY.utf8 | check CONFIG | 1→0  3→1 | ->
+        no likeness            | 0  | LC_ALL=POSIX | check 间隔 | ?? | Qt
+        )");
+}
+
+void TestLumtarctl::suitsTheTerminal()
+{
+    QFETCH(QStringList, row);
+    row.replaceInStrings(QStringLiteral("^"), QStringLiteral("\x1b"));
+    row.replaceInStrings(QStringLiteral("CONFIG"), m_config);
+    m_terminal = row[1].toInt();
+    m_environment = row[2];
+    lumtarctl(row[3].split(QLatin1Char(' ')));
+    const QString all = m_output + m_errors;
+    QVERIFY2(all.contains(row[4]), qPrintable(all));
+    QVERIFY2(!all.contains(row[5]), qPrintable(all));
+    const bool isAscii = std::all_of(all.begin(), all.end(), [](QChar c) { return c < u'\x80'; });
+    QCOMPARE(isAscii, !row[4].contains(QChar(0x2192)));
+}
+
+void TestLumtarctl::fitsTheWidth_data()
+{
+    QTest::addColumn<int>("width");
+    for (const int width : {60, 80, 120})
+        QTest::addRow("%d", width) << width;
+}
+
+/// Whoever reads the output through a pipe says how wide it may be with COLUMNS.
+void TestLumtarctl::fitsTheWidth()
+{
+    QFETCH(int, width);
+    PlayStatus last = stateAt(PlayState::Finished, 2, 1000, 2030);
+    last.punctuality = {3, 2, 1us, 4us, 250us};
+    TransitionLog log = exampleLog();
+    log.last[1].lateness = 200us;
+    answerStatus({encodeState(last, 7)}, encodeLog(log));
+    m_environment = QStringLiteral("COLUMNS=%1").arg(width);
+    runFiles({QStringLiteral("--watch")});
+    QCOMPARE(m_exitStatus, 0);
+    int widest = 0;
+    for (const QString &line : m_output.split(QLatin1Char('\n')))
+        widest = std::max(widest, int(line.size()));
+    QVERIFY2(widest <= width && widest > width - 30, qPrintable(m_output));
+    QVERIFY2(m_output.simplified().contains(QLatin1String("which began 0.200 ms late")),
+             qPrintable(m_output));
+}
+
+/// In a narrow terminal the line that goes on loses what matters least.
+void TestLumtarctl::keepsTheInputsInSight()
+{
+    PlayStatus tripped = stateAt(PlayState::Running, 1, 20, 1020);
+    tripped.activeChannels = {2, 0, 0, 0x8000000000000000U};
+    answerStatus({encodeState(tripped, 0), encodeState(stateAt(PlayState::Finished, 2, 9, 9), 0)},
+                 encodeLog(exampleLog()));
+    m_terminal = 60;
+    runFiles({QStringLiteral("--watch")});
+    const QRegularExpression live(QStringLiteral("\\[\\?7l(running.*?)\x1b\\[K"));
+    const QString shown = live.match(m_output).captured(1);
+    QCOMPARE(shown,
+             QStringLiteral("running: step 1 (fault) 0.020 s, total 1.020\u2026, active: 1 255"));
+    QVERIFY2(m_output.contains(QLatin1String("29.750 ms")), qPrintable(m_output));
 }
 
 void TestLumtarctl::stopsTheBoardWhenInterrupted_data()

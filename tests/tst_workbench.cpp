@@ -401,7 +401,7 @@ void TestWorkbench::tellsWhatHappened()
         {1, 2, Change::BinaryInput, 255, 0, 50us, 1030000us, 1030250us},
         {2, 3, Change::BinaryInput, 7, 0, 0us, 1030260us, 1030500us},
         {1, statusreply::kNoStep, Change::BinaryInput, 0, 0, 0us, 1040000us, 1040000us}};
-    const QString text = changeTexts(changes, *sequence);
+    const QString text = changeTexts(changes, *sequence, 100);
     QCOMPARE(text.mid(text.indexOf(QLatin1String("binary input: "))).simplified(),
              QStringLiteral("binary input: logic channel 255, 29.550 ms after entry into step 1 "
                             "(fault), which began 0.200 ms late binary input: logic channel 7, "

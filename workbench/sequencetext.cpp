@@ -33,16 +33,6 @@ QString stepText(const Sequence &sequence, int step)
     return printable(QStringLiteral("%1 (%2)").arg(step).arg(sequence.nameOf(step)));
 }
 
-QString activeChannels(const State &state)
-{
-    QStringList active;
-    for (std::size_t channel = 0; channel < state.active.size(); ++channel) {
-        if (state.active[channel])
-            active << QString::number(channel);
-    }
-    return active.isEmpty() ? QStringLiteral("none") : active.join(QLatin1Char(' '));
-}
-
 QString causeText(const Change &change)
 {
     const QString name = causeName(change.cause);
@@ -113,13 +103,24 @@ QString rateWarning(const Sequence &sequence)
 
 QString stateText(const State &state, const Sequence &sequence)
 {
-    return QStringLiteral("%1: step %2 %3 s, total %4 s, %5 frames, active: %6")
+    return QStringLiteral("%1: step %2 %3 s, total %4 s, %5 frames")
         .arg(stateName(state.playing), stepText(sequence, state.step),
              shortSeconds(state.timeInStep), shortSeconds(state.totalTime),
-             QString::number(state.frames), activeChannels(state));
+             QString::number(state.frames));
 }
 
-QString changeTexts(const Changes &changes, const Sequence &sequence)
+QString activeText(const State &state)
+{
+    QStringList active;
+    for (std::size_t channel = 0; channel < state.active.size(); ++channel) {
+        if (state.active[channel])
+            active << QString::number(channel);
+    }
+    return QStringLiteral(", active: ")
+        + (active.isEmpty() ? QStringLiteral("none") : active.join(QLatin1Char(' ')));
+}
+
+QString changeTexts(const Changes &changes, const Sequence &sequence, int width)
 {
     const int count = int(changes.last.size());
     QString lost;
@@ -146,7 +147,7 @@ QString changeTexts(const Changes &changes, const Sequence &sequence)
             inputs << inputText(changes.last[i - 1], change, *duration, whyDoubtful(changes, i),
                                 sequence);
     }
-    return lost + (table.isEmpty() ? QString() : table.toString()) + lines(inputs);
+    return lost + (table.isEmpty() ? QString() : table.toString(width)) + lines(inputs);
 }
 
 QString concerns(const State &last)

@@ -18,12 +18,16 @@ namespace workbench {
 /// there is none.
 [[nodiscard]] QString rateWarning(const Sequence &sequence);
 
-/// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames, active: none"
+/// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames"
 [[nodiscard]] QString stateText(const statusreply::State &state, const Sequence &sequence);
 
-/// A table of the changes of steps; below it, for each binary input, the time that it took, which
-/// is what a test is made for.
-[[nodiscard]] QString changeTexts(const statusreply::Changes &changes, const Sequence &sequence);
+/// ", active: 0 255": the logic inputs behind stateText(), or "none".
+[[nodiscard]] QString activeText(const statusreply::State &state);
+
+/// A table of the changes of steps, in \a width characters; below it, for each binary input, the
+/// time that it took, which is what a test is made for.
+[[nodiscard]] QString changeTexts(const statusreply::Changes &changes, const Sequence &sequence,
+                                  int width);
 
 /// What the board's last state says about problems and, of a live board that did not keep it well,
 /// about its time. Empty if there is nothing to tell.

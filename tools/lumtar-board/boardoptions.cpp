@@ -1,6 +1,7 @@
 #include "tools/lumtar-board/boardoptions.h"
 
 #include "configuration/suggestion.h"
+#include "tools/terminal/terminal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -8,7 +9,6 @@
 #include <QFileInfo>
 #include <QRegularExpression>
 
-#include <cstdio>
 #include <cstdlib>
 #include <utility>
 
@@ -67,11 +67,10 @@ const OptionText optionTexts[] = {
 /// Prints the text; the status says whether somebody got it.
 [[noreturn]] void endAfter(const QString &text)
 {
-    const bool isPrinted =
-        std::fputs(text.toLocal8Bit().constData(), stdout) >= 0 && std::fflush(stdout) == 0;
-    if (!isPrinted)
-        std::perror("lumtar-board: cannot print");
-    std::exit(isPrinted ? 0 : 1);
+    sayLines(text);
+    if (outputError() != 0)
+        complain(QStringLiteral("cannot print: ") + outputFailure());
+    std::exit(outputError() == 0 ? 0 : 1);
 }
 
 void describe(QCommandLineParser &parser)

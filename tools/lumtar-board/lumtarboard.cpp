@@ -2,13 +2,13 @@
 /// lumtar-board: runs a board made of software and tells what it received and played.
 
 #include "tools/lumtar-board/boardoptions.h"
+#include "tools/terminal/terminal.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
 
 #include <cerrno>
 #include <csignal>
-#include <cstdio>
 #include <mutex>
 #include <utility>
 
@@ -19,7 +19,6 @@ namespace {
 constexpr int kProblems = 1;
 constexpr int kBadUsage = 2;
 
-int printError = 0; ///< errno of the last print() that failed
 volatile std::sig_atomic_t interrupted = 0;
 
 /// A second signal ends the program at once, whatever it waits for.
@@ -27,19 +26,6 @@ void interrupt(int signal)
 {
     interrupted = 1;
     std::signal(signal, SIG_DFL);
-}
-
-void print(const QString &text)
-{
-    const bool isPrinted =
-        std::fputs(text.toUtf8().constData(), stdout) >= 0 && std::fflush(stdout) == 0;
-    if (!isPrinted && errno != EPIPE) // nobody need read to the end
-        printError = errno;
-}
-
-void complain(const QString &text)
-{
-    std::fprintf(stderr, "lumtar-board: %s\n", text.toLocal8Bit().constData());
 }
 
 /// What the board reports, on its way from any thread to the one that may wait for a reader.
@@ -134,20 +120,20 @@ int run(const BoardOptions &options)
         return started.error().cause == VirtualBoard::StartFailure::BadOptions ? kBadUsage
                                                                                : kProblems;
     }
-    print(QStringLiteral("ready on %1, UDP port %2\n")
-              .arg(options.board.address.toString())
-              .arg(options.board.udpPort));
+    say(QStringLiteral("ready on %1, UDP port %2")
+            .arg(options.board.address.toString())
+            .arg(options.board.udpPort));
     const bool inTime = waitForEnd(board, notices, options);
     board.stop();
     notices.flush();
-    print(board.report(outputWidth()));
+    sayLines(board.report(outputWidth()));
 
     QStringList failures = board.failures();
     if (!inTime)
         failures << QStringLiteral("not ended within %1 s").arg(options.timeout);
     failures << unmetExpectations(board.receptions(), options.expected);
-    if (printError != 0)
-        failures << QStringLiteral("cannot print: ") + qt_error_string(printError);
+    if (outputError() != 0 && outputError() != EPIPE) // nobody need read to the end
+        failures << QStringLiteral("cannot print: ") + outputFailure();
     for (const QString &failure : std::as_const(failures))
         complain(failure);
     return failures.isEmpty() && board.problems().isEmpty() ? 0 : kProblems;
@@ -157,6 +143,7 @@ int run(const BoardOptions &options)
 
 int main(int argc, char *argv[])
 {
+    prepareTerminal();
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lumtar-board"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));

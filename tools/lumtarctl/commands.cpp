@@ -3,7 +3,7 @@
 #include "configuration/testconfiguration.h"
 #include "tools/lumtarctl/plotcommand.h"
 #include "tools/lumtarctl/runcommand.h"
-#include "tools/lumtarctl/terminal.h"
+#include "tools/terminal/terminal.h"
 #include "workbench/boardsession.h"
 #include "workbench/configurationtables.h"
 #include "workbench/contradictions.h"

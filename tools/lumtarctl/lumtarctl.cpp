@@ -3,7 +3,7 @@
 
 #include "configuration/suggestion.h"
 #include "tools/lumtarctl/commands.h"
-#include "tools/lumtarctl/terminal.h"
+#include "tools/terminal/terminal.h"
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
@@ -98,6 +98,7 @@ int exitStatus(Failure::Kind kind)
 
 int main(int argc, char *argv[])
 {
+    prepareTerminal();
     const QCoreApplication application(argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lumtarctl"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));

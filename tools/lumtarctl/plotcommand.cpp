@@ -1,7 +1,7 @@
 #include "tools/lumtarctl/plotcommand.h"
 
 #include "tools/lumtarctl/captureoptions.h"
-#include "tools/lumtarctl/terminal.h"
+#include "tools/terminal/terminal.h"
 #include "workbench/plotpicture.h"
 #include "workbench/plotscript.h"
 #include "workbench/printabletext.h"
@@ -68,12 +68,12 @@ Expected<PlotData> read(const CaptureOrder &order, const PlotOutline &outline)
 void tell(const QString &output, const PlotOutline &outline, const PlotData &data)
 {
     const PlotRun &run = outline.runs[data.run];
-    QStringList lines{output + QStringLiteral(": ") + data.stream.toString()
-                      + QStringLiteral(" from %1 s to %2 s; the capture reaches from %3 s to %4 s")
-                            .arg(data.window.from)
-                            .arg(data.window.to)
-                            .arg(run.seconds(run.first))
-                            .arg(run.seconds(run.last))};
+    QStringList lines{output + QStringLiteral(": ") + data.stream.toString(),
+                      QStringLiteral("from %1 s to %2 s; the capture reaches from %3 s to %4 s")
+                          .arg(data.window.from)
+                          .arg(data.window.to)
+                          .arg(run.seconds(run.first))
+                          .arg(run.seconds(run.last))};
     if (outline.runs.size() > 1)
         lines += QStringLiteral("drawn is sequence %1 of %2; --run N draws another")
                      .arg(data.run + 1)
@@ -86,7 +86,7 @@ void tell(const QString &output, const PlotOutline &outline, const PlotData &dat
         lines +=
             QStringLiteral("not drawn: %1 more GOOSE entries that change").arg(data.statesLeftOut);
     for (const QString &line : lines)
-        say(printable(line));
+        sayWrapped(printable(line));
 }
 
 } // namespace
@@ -109,7 +109,7 @@ Expected<int> plotCapture(const QCommandLineParser &options)
     if (!outline)
         return tl::unexpected<Failure>(outline.error());
     if (!outline->damage.isEmpty())
-        complain(outline->damage + QStringLiteral("; what comes before it is drawn"));
+        warn(outline->damage + QStringLiteral("; what comes before it is drawn"));
     const Expected<PlotData> data = read(order->what, *outline);
     if (!data)
         return tl::unexpected<Failure>(data.error());

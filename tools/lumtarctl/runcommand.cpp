@@ -1,7 +1,7 @@
 #include "tools/lumtarctl/runcommand.h"
 
 #include "tools/lumtarctl/interruption.h"
-#include "tools/lumtarctl/terminal.h"
+#include "tools/terminal/terminal.h"
 #include "workbench/contradictions.h"
 #include "workbench/sequencetext.h"
 #include "workbench/statustext.h"
@@ -30,10 +30,9 @@ Expected<void> expectNoErrors(const testconfiguration::CheckedConfiguration &con
                 line(each) + (sorted.size() > 1 ? QStringLiteral(" (%1)").arg(all) : QString()));
     }
     for (const testconfiguration::Remark &each : sorted.mid(0, kTold))
-        complain(line(each));
+        warn(line(each));
     if (configuration.warnings > kTold)
-        complain(
-            QStringLiteral("%1 more warnings; %2").arg(configuration.warnings - kTold).arg(all));
+        warn(QStringLiteral("%1 more warnings; %2").arg(configuration.warnings - kTold).arg(all));
     return {};
 }
 
@@ -59,8 +58,8 @@ Expected<void> loadAndStart(TestRun &run, const PreparedTest &test, const Lumtar
     return run.load()
         .and_then([&] {
             line.clear();
-            say(QStringLiteral(
-                    "loaded %1: %2 SV and %3 GOOSE streams to publish, %4 GOOSE subscriptions")
+            sayWrapped(
+                QStringLiteral("loaded %1: %2 SV and %3 GOOSE streams, %4 GOOSE subscriptions")
                     .arg(QFileInfo(test.configuration.document.path()).fileName())
                     .arg(engine.smvCount)
                     .arg(engine.gooseCount)
@@ -72,7 +71,7 @@ Expected<void> loadAndStart(TestRun &run, const PreparedTest &test, const Lumtar
             say(QStringLiteral("started %1: %2 steps")
                     .arg(QFileInfo(test.sequencePath).fileName())
                     .arg(engine.stepCount));
-            sayLines(stepTexts(test.sequence));
+            sayWrapped(stepTexts(test.sequence));
         });
 }
 
@@ -80,16 +79,16 @@ Expected<void> watch(TestRun &run, const Sequence &sequence)
 {
     LiveLine line;
     const auto last = run.follow([&](const statusreply::State &state, bool isNews) {
-        line.show(stateText(state, sequence), isNews);
+        line.show(stateText(state, sequence), isNews, activeText(state));
     });
     line.keep();
     if (!last) {
-        sayLines(changeTexts(run.changes(), sequence));
+        sayWrapped(changeTexts(run.changes(), sequence, outputWidth()));
         return tl::unexpected<Failure>(last.error());
     }
     return run.readChanges().and_then([&](const statusreply::Changes &changes) -> Expected<void> {
-        sayLines(changeTexts(changes, sequence));
-        sayLines(concerns(*last));
+        sayWrapped(changeTexts(changes, sequence, outputWidth()));
+        sayWrapped(concerns(*last), Tone::Doubtful);
         if (last->playing == statusreply::State::Stopped)
             return failure(Failure::Board,
                            QStringLiteral("the sequence was stopped before its end"));
@@ -143,7 +142,7 @@ Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QSt
                        QStringLiteral("%1: error: %2").arg(sequencePath, wrong.first()));
     }
     if (const QString warning = rateWarning(test->sequence); !warning.isEmpty())
-        complain(warning);
+        warn(warning);
 
     BoardSession session;
     session.isInterrupted = interruption::hasCome;

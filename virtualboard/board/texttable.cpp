@@ -3,9 +3,6 @@
 #include <algorithm>
 #include <numeric>
 
-#include <sys/ioctl.h>
-#include <unistd.h>
-
 namespace virtualboard {
 
 namespace {
@@ -52,15 +49,6 @@ QVector<int> chosen(const QVector<int> &all, const QVector<int> &indices)
 }
 
 } // namespace
-
-int outputWidth()
-{
-    constexpr int kLeast = 40;
-    winsize size = {};
-    if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0)
-        return kPageWidth;
-    return std::max(kLeast, int(size.ws_col));
-}
 
 TextTable::TextTable(const QStringList &headings, int keys)
     : m_keys(keys)

@@ -8,9 +8,6 @@ namespace virtualboard {
 
 constexpr int kPageWidth = 100; ///< characters of a line where nothing else is known
 
-/// Characters that a line on stdout has: those of its terminal, at least 40, or #kPageWidth.
-[[nodiscard]] int outputWidth();
-
 /// Columns of plain text, as wide as their widest cell, with a rule below the headings.
 class TextTable
 {
