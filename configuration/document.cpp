@@ -1,10 +1,8 @@
 #include "configuration/element.h"
+#include "configuration/filetext.h"
+#include "configuration/places.h"
 
 #include <QDomElement>
-#include <QFile>
-#include <QFileInfo>
-#include <QRegularExpression>
-#include <QTextCodec>
 #include <QXmlStreamReader>
 
 #include <algorithm>
@@ -15,7 +13,6 @@ namespace testconfiguration {
 
 namespace {
 
-constexpr qint64 kMaxFileSize = 16 * 1024 * 1024;
 constexpr int kMaxParts = 200000; // elements and attributes
 constexpr int kMaxDepth = 100;
 
@@ -30,36 +27,6 @@ constexpr int kMaxDeclaredAttributes = 4096; // bytes of their declarations
 // A document below both cannot nest dangerously or be huge.
 constexpr int kUninspectedSize = 1024 * 1024;
 constexpr int kUninspectedTags = 10000;
-
-/// The characters of a configuration file.
-struct XmlText
-{
-    QByteArray utf8; ///< as in the file, if that is in UTF-8
-    QString characters;
-    bool isRecoded; ///< the file is in another encoding, whatever its declaration says
-};
-
-/// The codec of a file in another encoding than UTF-8; null for UTF-8. Nothing but UTF-8 is left to
-/// the parser, whose codecs differ between the versions of Qt: configuration tools write GBK.
-std::optional<QTextCodec *> codecOf(const QByteArray &bytes)
-{
-    if (bytes.startsWith(QByteArray("<\0", 2)))
-        return QTextCodec::codecForName("UTF-16LE");
-    if (bytes.startsWith(QByteArray("\0<", 2)))
-        return QTextCodec::codecForName("UTF-16BE");
-    if (QTextCodec *marked = QTextCodec::codecForUtfText(bytes, nullptr))
-        return marked;
-
-    static const QRegularExpression declaration(
-        QStringLiteral("^<\\?xml[^>]*encoding\\s*=\\s*[\"']([^\"'>]+)[\"']"));
-    constexpr int kLongestDeclaration = 200;
-    const QString start = QString::fromLatin1(bytes.left(kLongestDeclaration));
-    const QString name = declaration.match(start).captured(1);
-    if (name.isEmpty() || name.compare(QLatin1String("UTF-8"), Qt::CaseInsensitive) == 0)
-        return nullptr;
-    QTextCodec *codec = QTextCodec::codecForName(name.toLatin1());
-    return codec ? std::optional(codec) : std::nullopt;
-}
 
 /// What a glance shows of a document.
 struct Glance
@@ -122,10 +89,10 @@ public:
     { }
 
     [[nodiscard]] int depth() const { return int(m_open.size()); }
-    void open(const QString &tag, Place place, int begin);
-    void add(const QString &name, const QString &value)
+    void open(const QString &tag, Place place);
+    void add(const QString &name, const QString &value, Place place)
     {
-        m_tree.attributes.emplace_back(name, value);
+        m_tree.attributes.push_back({name, value, place});
         m_tree.nodes.back().attributeEnd = m_tree.attributes.size();
     }
     void close() { m_open.pop_back(); }
@@ -141,14 +108,13 @@ private:
     std::vector<Open> m_open;
 };
 
-void TreeBuilder::open(const QString &tag, Place place, int begin)
+void TreeBuilder::open(const QString &tag, Place place)
 {
     const int index = int(m_tree.nodes.size());
     Node node;
     node.tag = tag;
     node.firstAttribute = node.attributeEnd = m_tree.attributes.size();
     node.place = place;
-    node.begin = begin;
     m_tree.nodes.push_back(node);
     if (!m_open.empty()) {
         Open &parent = m_open.back();
@@ -165,115 +131,108 @@ Place placeOf(const QXmlStreamReader &reader)
     return {int(reader.lineNumber()), int(reader.columnNumber())};
 }
 
-/// Finds the places of start tags in a text, one after the other.
-class TagFinder
+/// Why an element with this tag cannot be the root; empty if it can.
+QString whyNoRoot(const QString &tag)
 {
-public:
-    explicit TagFinder(const QString &text)
-        : m_text(text)
-    { }
-
-    /// Goes on to the tag that ends at \a end. False if there is none: the tag is of an entity.
-    bool find(int end);
-    [[nodiscard]] int begin() const { return m_begin; } ///< index of the "<"
-    [[nodiscard]] Place place() const { return {m_line, m_begin - m_lineStart + 1}; }
-
-private:
-    const QString &m_text;
-    int m_begin = 0;
-    int m_line = 1;
-    int m_lineStart = 0;
-};
-
-bool TagFinder::find(int end)
-{
-    if (end < 1 || end > m_text.size() || m_text[end - 1] != QLatin1Char('>'))
-        return false;
-    const int begin = int(m_text.lastIndexOf(QLatin1Char('<'), end - 1)); // no other can be in it
-    if (begin < m_begin)
-        return false;
-    for (; m_begin < begin; ++m_begin) {
-        const bool isReturn = m_text[m_begin] == QLatin1Char('\r')
-            && m_text[m_begin + 1] != QLatin1Char('\n'); // there is a "<" to come
-        if (m_text[m_begin] != QLatin1Char('\n') && !isReturn)
-            continue;
-        ++m_line;
-        m_lineStart = m_begin + 1;
-    }
-    return true;
+    if (tag.toLower() == QLatin1String("ied"))
+        return {};
+    QString reason = QStringLiteral("the root element is %1, not ied").arg(tag);
+    if (tag.section(QLatin1Char(':'), -1) == QLatin1String("SCL"))
+        reason += QStringLiteral(": this is a station file of IEC 61850-6; a test configuration is "
+                                 "wanted");
+    return reason;
 }
 
-/// Reads \a tree. The error if the text is malformed or, where it \a mayHide that, too large.
-std::optional<Remark> parse(const XmlText &text, bool mayHide, Tree &tree)
+/// The parser of one document.
+class Parser
 {
-    QXmlStreamReader reader;
-    reader.setNamespaceProcessing(false);
-    reader.setEntityExpansionLimit(kMaxEntitySize);
+public:
+    /// \param mayHide what stays unbounded
+    Parser(const FileText &text, bool mayHide, Tree &tree);
+    /// Reads the tree. The error if the text is malformed, is of something else or, where it may
+    /// hide that, too large.
+    [[nodiscard]] std::optional<Remark> parse();
+
+private:
+    [[nodiscard]] std::optional<Remark> readElement();
+    [[nodiscard]] Place place();
+    [[nodiscard]] Remark refusal(const QString &reason) { return {Remark::Error, place(), reason}; }
+
+    const bool m_mayHide;
+    Tree &m_tree;
+    QXmlStreamReader m_reader;
+    TreeBuilder m_builder;
+    TagFinder m_tags;
+};
+
+Parser::Parser(const FileText &text, bool mayHide, Tree &tree)
+    : m_mayHide(mayHide)
+    , m_tree(tree)
+    , m_builder(tree)
+    , m_tags(text.characters)
+{
+    m_reader.setNamespaceProcessing(false);
+    m_reader.setEntityExpansionLimit(kMaxEntitySize);
     if (text.isRecoded)
-        reader.addData(text.characters);
+        m_reader.addData(text.characters);
     else
-        reader.addData(text.utf8);
-    TreeBuilder builder(tree);
-    TagFinder tags(text.characters);
-    const auto place = [&] {
-        return tags.find(int(reader.characterOffset())) ? tags.place() : placeOf(reader);
-    };
-    const auto refuse = [&place](const QString &reason) {
-        return Remark{Remark::Error, place(), reason};
-    };
+        m_reader.addData(text.utf8);
+}
+
+std::optional<Remark> Parser::parse()
+{
     int declarations = 0;
-    while (!reader.atEnd()) {
-        reader.readNext();
-        if (reader.isDTD() && ++declarations > 1) // the reader lets it pass
-            return refuse(QStringLiteral("Multiple DTD sections are not allowed"));
-        if (reader.isEndElement())
-            builder.close();
-        if (!reader.isStartElement())
+    while (!m_reader.atEnd()) {
+        m_reader.readNext();
+        if (m_reader.isDTD() && ++declarations > 1) // the reader lets it pass
+            return refusal(QStringLiteral("Multiple DTD sections are not allowed"));
+        if (m_reader.isEndElement())
+            m_builder.close();
+        if (!m_reader.isStartElement())
             continue;
-        const bool isFound = tags.find(int(reader.characterOffset()));
-        builder.open(reader.qualifiedName().toString(), isFound ? tags.place() : placeOf(reader),
-                     isFound ? tags.begin() : -1);
-        for (const QXmlStreamAttribute &each : reader.attributes())
-            builder.add(each.qualifiedName().toString(), each.value().toString());
-        if (mayHide && builder.depth() > kMaxDepth)
-            return refuse(QStringLiteral("nests deeper than %1 elements").arg(kMaxDepth));
-        if (mayHide && tree.nodes.size() + tree.attributes.size() > kMaxParts)
-            return refuse(QStringLiteral("more than %1 elements and attributes").arg(kMaxParts));
+        if (const std::optional<Remark> fault = readElement())
+            return fault;
     }
-    if (reader.hasError())
-        return refuse(reader.errorString());
+    if (m_reader.hasError())
+        return refusal(m_reader.errorString());
     return std::nullopt;
 }
 
-/// The content of the file; nothing, with the reason, if it is not to be had.
-std::optional<XmlText> readFile(const QString &path, Remark &error)
+std::optional<Remark> Parser::readElement()
 {
-    const auto refuse = [&error](const QString &text) {
-        error = problem(text);
-        return std::nullopt;
+    const bool isFound = m_tags.find(int(m_reader.characterOffset()));
+    const Place begin = isFound ? m_tags.place() : placeOf(m_reader);
+    const auto refuse = [&begin](const QString &reason) {
+        return Remark{Remark::Error, begin, reason};
     };
-    const QFileInfo info(path);
-    if (!info.isFile())
-        return refuse(QStringLiteral("no such file"));
-    if (info.size() > kMaxFileSize)
-        return refuse(QStringLiteral("%1 bytes is above %2").arg(info.size()).arg(kMaxFileSize));
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Unbuffered)) // read at one go
-        return refuse(file.errorString());
-    const QByteArray bytes = file.readAll();
-    const std::optional<QTextCodec *> codec = codecOf(bytes);
-    if (!codec)
-        return refuse(QStringLiteral("unknown encoding"));
-    if (!*codec)
-        return XmlText{bytes, QString::fromUtf8(bytes), false};
-    const QString characters = (*codec)->toUnicode(bytes);
-    return XmlText{characters.toUtf8(), characters, true};
+    const QString tag = m_reader.qualifiedName().toString();
+    if (m_tree.nodes.empty()) {
+        if (const QString reason = whyNoRoot(tag); !reason.isEmpty())
+            return refuse(reason);
+    }
+    m_builder.open(tag, begin);
+    for (const QXmlStreamAttribute &each : m_reader.attributes()) {
+        const QString name = each.qualifiedName().toString();
+        m_builder.add(name, each.value().toString(),
+                      isFound && m_tags.findAttribute(name) ? m_tags.place() : Place());
+    }
+    if (m_mayHide && m_builder.depth() > kMaxDepth)
+        return refuse(QStringLiteral("nests deeper than %1 elements").arg(kMaxDepth));
+    if (m_mayHide && m_tree.nodes.size() + m_tree.attributes.size() > kMaxParts)
+        return refuse(QStringLiteral("more than %1 elements and attributes").arg(kMaxParts));
+    return std::nullopt;
+}
+
+/// Where the reader is: the tag that it has just read, if it has.
+Place Parser::place()
+{
+    return m_tags.find(int(m_reader.characterOffset())) ? m_tags.place() : placeOf(m_reader);
 }
 
 /// The tree of the file at \a path; null, with the reason, if there is none to load.
 std::shared_ptr<const Tree> readTree(const QString &path, Remark &error)
 {
-    const std::optional<XmlText> text = readFile(path, error);
+    const std::optional<FileText> text = readText(path, error);
     if (!text)
         return nullptr;
     const Glance glance = glanceAt(text->utf8);
@@ -282,12 +241,15 @@ std::shared_ptr<const Tree> readTree(const QString &path, Remark &error)
     const auto tree = std::make_shared<Tree>();
     std::optional<Remark> fault = findExcess(text->utf8, glance);
     if (!fault)
-        fault = parse(*text, mayHide, *tree);
+        fault = Parser(*text, mayHide, *tree).parse();
     if (fault) {
-        error = *fault;
+        const bool isNoText = text->strayBytes && text->strayBytes->severity == Remark::Error;
+        error = isNoText ? *text->strayBytes : *fault;
         return nullptr;
     }
-    tree->source = text->characters;
+    tree->strayBytes = text->strayBytes;
+    if (tree->strayBytes) // where the parser did not get to
+        tree->strayBytes->severity = Remark::Warning;
     return tree;
 }
 
@@ -298,12 +260,6 @@ Document Document::read(const QString &path)
     Document document;
     document.m_path = path;
     document.m_tree = readTree(path, document.m_error);
-    const Element root(document);
-    if (!root.isNull() && !root.hasTag(QLatin1String("ied"))) {
-        document.m_error = {Remark::Error, root.place(),
-                            QStringLiteral("the root element is %1, not ied").arg(root.tag())};
-        document.m_tree.reset();
-    }
     return document;
 }
 
@@ -313,10 +269,10 @@ Document Document::fromElement(const QDomElement &element)
     TreeBuilder builder(*tree);
     QDomElement each = element;
     while (!each.isNull()) {
-        builder.open(each.tagName(), {each.lineNumber(), each.columnNumber()}, -1);
+        builder.open(each.tagName(), {each.lineNumber(), each.columnNumber()});
         const QDomNamedNodeMap attributes = each.attributes();
         for (int i = 0; i < attributes.size(); ++i)
-            builder.add(attributes.item(i).nodeName(), attributes.item(i).nodeValue());
+            builder.add(attributes.item(i).nodeName(), attributes.item(i).nodeValue(), {});
         QDomElement next = each.firstChildElement();
         while (next.isNull() && builder.depth() > 0) { // up, to one that has a sibling
             builder.close();

@@ -7,7 +7,7 @@
 #include <QString>
 
 #include <cstddef>
-#include <utility>
+#include <optional>
 #include <vector>
 
 namespace testconfiguration {
@@ -20,15 +20,21 @@ struct Node
     int firstChild = -1; ///< in Tree::nodes; -1: none
     int nextSibling = -1;
     Place place; ///< of the "<"
-    int begin = -1; ///< index of the "<" in Tree::source; -1: unknown
+};
+
+struct Attribute
+{
+    QString name;
+    QString value;
+    Place place; ///< of the name; line 0: declared, not written, or unknown
 };
 
 /// The root is the first node.
 struct Tree
 {
     std::vector<Node> nodes;
-    std::vector<std::pair<QString, QString>> attributes; ///< name and value
-    QString source; ///< of the file, to find the places of attributes
+    std::vector<Attribute> attributes;
+    std::optional<Remark> strayBytes; ///< in the file, which do not fit its encoding
 };
 
 /// One element of a tree, or none. The tree must outlive it.
@@ -56,7 +62,7 @@ public:
     [[nodiscard]] std::vector<QString> attributeNames() const;
 
     [[nodiscard]] Place place() const { return isNull() ? Place() : node().place; }
-    /// Of the attribute's name; of the element if that is not to be found.
+    /// Of the attribute's name; of the element if that is unknown.
     [[nodiscard]] Place placeOf(const QString &attribute) const;
 
 private:
@@ -66,6 +72,8 @@ private:
     { }
     [[nodiscard]] Element at(int node) const { return {m_tree, node}; }
     [[nodiscard]] const Node &node() const { return m_tree->nodes[std::size_t(m_node)]; }
+    template <typename Name>
+    [[nodiscard]] const Attribute *find(const Name &name) const;
 
     const Tree *m_tree = nullptr;
     int m_node = -1;
