@@ -288,7 +288,7 @@ void TestBoard::plays_data()
         input         | | 1.030 channel 0 on | input0 0:1000>1 1:0>0?2 2:9>255 go250 end ctrl-c | 0 | finished after 1.039 | -0 start 0, 01 time 1000, 12 binary input 1030, 2- time 1039
         other channel | --limit 2 | 1 channel 1 on | input0 0:0>0?255 go250 end ctrl-c | 1 | channel 1 | -0 start 0, 0- limit 2000
         limit, input  | --limit 1 | 1.000 channel 0 on;1.000 trigger | input0 0:1000>1!2?2 1:0>0 2:0>0 go250 end ctrl-c | 1 | 1 were reported | -0 start 0, 0- limit 1000
-        trigger       | | 0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1
+        trigger       | | BOM0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1
         twice         | | 0.5 trigger;0.6 trigger | 0:0>0!255 go250 end go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500, -0 start 0, 0- trigger 500
         )");
 }
@@ -299,6 +299,7 @@ void TestBoard::plays()
     const QString time = "2026-01-31T12:00:00Z";
     const QString options = "--start-time " + time + " --inputs " + m_inputs + ' ' + row[1];
     const QString script = "sv1 sv2 signal " + row[3];
+    row[2].replace("BOM", QString(QChar(QChar::ByteOrderMark)));
     QVERIFY(writeFile(m_inputs, row[2].replace(';', '\n').toUtf8()));
     runBoard(options, script);
     QVERIFY2(m_output.contains(row[5]), qPrintable(m_output));
@@ -348,6 +349,7 @@ void TestBoard::refusesBadArguments_data()
         --expect foo=1 | status read-back
         --inputs LONG | long.txt:2: a line of at most
         --inputs UTF16 | UTF-16
+        --inputs BARE16 | UTF-16
         --inputs EMPTY | is empty
         --udp-port FREE | not overwritten
         --loop | loop
@@ -380,15 +382,17 @@ void TestBoard::refusesBadArguments()
     row.replaceInStrings("BUSY", QString::number(busy.localPort()));
     const QString longLine = m_directory.filePath("long.txt");
     const QString utf16 = m_directory.filePath("utf16.txt");
+    const QString bare16 = m_directory.filePath("bare16.txt");
     const QString empty = m_directory.filePath("empty.pcap");
     QVERIFY(writeFile(longLine, "1 trigger\n" + QByteArray(5000000, ' ')));
     QVERIFY(writeFile(utf16,
                       QByteArray("\xff\xfe"
                                  "1\0",
                                  4))
-            && writeFile(empty, {}));
+            && writeFile(bare16, QByteArray("1\0 \0", 4)) && writeFile(empty, {}));
     row.replaceInStrings("LONG", longLine);
     row.replaceInStrings("UTF16", utf16);
+    row.replaceInStrings("BARE16", bare16);
     row.replaceInStrings("EMPTY", empty);
     row.replaceInStrings("FREE", QString::number(localPort(6)));
     row.replaceInStrings("INPUTS", m_inputs);

@@ -137,7 +137,8 @@ Expected<InputFile> InputFile::read(const QString &path)
     const QByteArray begin = file.peek(4);
     if (begin.isEmpty() && path.contains(QLatin1String(".pcap")))
         return Refusal(path + QStringLiteral(": is empty"));
-    if (begin.startsWith("\xff\xfe") || begin.startsWith("\xfe\xff"))
+    if (begin.startsWith("\xff\xfe") || begin.startsWith("\xfe\xff")
+        || (begin.left(2).contains('\0') && !isCapture(begin)))
         return Refusal(path + QStringLiteral(": is in UTF-16; UTF-8 is expected"));
     return isCapture(begin) ? result.readCapture(path).map(keep) : readScript(file, path).map(keep);
 }
