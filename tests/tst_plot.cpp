@@ -236,7 +236,7 @@ void TestPlot::initTestCase()
     QVERIFY(marked.flush() && bare.flush());
     QVERIFY(writeFile(file("cut.pcap"), content("bare.pcap").chopped(7)));
     QVERIFY(writeFile(file("no.pcap"), content("bare.pcap").left(24)));
-    QVERIFY(writeFile(file("text.pcap"), "not packets"));
+    QVERIFY(writeFile(file("text.pcap"), "not packets") && writeFile(file("empty.pcap"), {}));
     QVERIFY(QFile::copy(QFINDTESTDATA("../examples/earth-fault.json"), file("sequence.json")));
 }
 
@@ -307,6 +307,7 @@ void TestPlot::findsNothingToDraw_data()
     addRows(R"(
         nowhere.pcap - - -              | nowhere.pcap: No such file
         text.pcap - - -                 | text.pcap: unknown file format
+        empty.pcap - - -                | empty.pcap: is empty
         no.pcap - - -                   | no.pcap: there are no sampled values in it
         marked.pcap MU02 - -            | "MU02" names 0 streams of the capture; it has MU01 (AP
         marked.pcap MU01 - -            | names 2 streams of the capture; it has MU01 (AP
