@@ -14,6 +14,15 @@ using IntLimits = std::numeric_limits<int>;
 
 constexpr int kMaxHeld = 1000; // remarks of each severity
 constexpr int kLongestIdentifier = 129; // characters (IEC 61850-7-2)
+constexpr int kLongestRemark = 400; // characters
+
+/// \a text without most of what it quotes, if that is long.
+QString shortened(const QString &text)
+{
+    constexpr int kHalf = kLongestRemark / 2;
+    return text.size() <= kLongestRemark ? text
+                                         : text.left(kHalf) + QChar(0x2026) + text.right(kHalf - 1);
+}
 
 /// The end of the int range that a text of digits alone lies beyond; 0 for any other text.
 int nearestInt(const QString &text)
@@ -129,7 +138,7 @@ Finding checkEmpty(const AttributeRule &rule, const QString &state)
 void RemarkList::add(Remark::Severity severity, Place place, const QString &text)
 {
     if (++m_counts[severity] <= kMaxHeld)
-        m_remarks.append({severity, place, text});
+        m_remarks.append({severity, place, shortened(text)});
     else if (m_counts[severity] == kMaxHeld + 1 && !isChecking()) // which tells the counts
         m_remarks.append({severity, {}, QStringLiteral("further remarks are left out")});
 }

@@ -11,6 +11,7 @@
 #include <QJsonArray>
 
 #include <algorithm>
+#include <utility>
 
 namespace workbench {
 
@@ -184,7 +185,9 @@ QString number(const QJsonValue &value)
 
 QString text(const QJsonValue &value)
 {
-    return printable(value.toString());
+    constexpr int kMostShown = 150; // characters; IEC 61850-7-2 allows 129
+    const QString all = value.toString();
+    return printable(all.size() <= kMostShown ? all : all.left(kMostShown) + QChar(0x2026));
 }
 
 /// "16385 (0x4001)".
@@ -319,15 +322,29 @@ QString counted(int count, const QString &noun)
                                                     count == 1 ? QString() : QStringLiteral("s"));
 }
 
+/// Those that a person reads: errors rather than warnings, by place.
+QVector<Remark> worst(QVector<Remark> problems)
+{
+    constexpr int kMostShown = 100;
+    int warnings = kMostShown;
+    for (const Remark &each : std::as_const(problems))
+        warnings -= each.severity == Remark::Error ? 1 : 0;
+    const auto isLeftOut = [&warnings](const Remark &each) {
+        return each.severity == Remark::Warning && --warnings < 0;
+    };
+    problems.erase(std::remove_if(problems.begin(), problems.end(), isLeftOut), problems.end());
+    return problems.mid(0, kMostShown);
+}
+
 QString problemLines(const CheckedConfiguration &configuration)
 {
     QString result;
-    const QVector<Remark> &shown = configuration.remarks;
+    const QVector<Remark> shown = worst(configuration.remarks);
     for (const Remark &each : shown)
         result += printable(toString(each, configuration.document.path())) + QLatin1Char('\n');
     const int more = configuration.errors + configuration.warnings - int(shown.size());
     if (more > 0)
-        result += QStringLiteral("and %1 more\n").arg(more);
+        result += QStringLiteral("and %1\n").arg(counted(more, QStringLiteral("more problem")));
     if (!shown.isEmpty())
         result += QLatin1Char('\n');
     return result
@@ -347,6 +364,8 @@ QJsonObject toJson(const CheckedConfiguration &configuration)
             {QStringLiteral("outputs"), outputsToJson(configuration)},
             {QStringLiteral("subscriptions"), arrayOf(streams, subscriptionToJson)},
             {QStringLiteral("problems"), problemsToJson(configuration.remarks)},
+            {QStringLiteral("problemsLeftOut"),
+             configuration.errors + configuration.warnings - int(configuration.remarks.size())},
             {QStringLiteral("errors"), configuration.errors},
             {QStringLiteral("warnings"), configuration.warnings}};
 }

@@ -10,12 +10,14 @@
 namespace workbench {
 
 /// Everything about the configuration: svStreams, gooseStreams, outputs (which dataset entry
-/// carries binary outputs 1 to 4; only those that are carried), subscriptions, problems, and the
-/// counts errors and warnings. Offsets count bytes from the first byte of the destination MAC
-/// address; frameSize counts the VLAN tag and not the frame check sequence.
+/// carries binary outputs 1 to 4; only those that are carried), subscriptions, problems (those that
+/// the check holds) and how many problemsLeftOut, and the counts errors and warnings. Offsets count
+/// bytes from the first byte of the destination MAC address; frameSize counts the VLAN tag and not
+/// the frame check sequence.
 [[nodiscard]] QJsonObject toJson(const testconfiguration::CheckedConfiguration &configuration);
 
-/// The same as tables of plain text, with one line "FILE:LINE:COLUMN: severity: text" per problem.
+/// The same as tables of plain text, with one line "FILE:LINE:COLUMN: severity: text" for each of
+/// the first 100 problems; warnings are left out before errors.
 [[nodiscard]] QString toText(const testconfiguration::CheckedConfiguration &configuration);
 
 } // namespace workbench
