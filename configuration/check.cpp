@@ -1,6 +1,7 @@
 // What no element says alone: streams against each other, and against what the board and the
 // standards allow.
 
+#include "configuration/element.h"
 #include "configuration/walk.h"
 
 #include "protocol/envelope.h"
@@ -48,6 +49,7 @@ public:
     void take(const Element &element, const std::optional<GooseSubscription> &subscription);
 
 private:
+    void checkNumbers(const Element &frameElement, const Message_goose &frame);
     void checkOffsets(const Element &frameElement, const GoosePublication &publication);
     void bind(const GoosePublication &publication);
     template <typename Frame>
@@ -81,6 +83,7 @@ void StreamChecker::take(const Element &element, std::optional<GoosePublication>
     publication->build(record);
     bind(*publication);
     if (const Element frame = frameElementOf(element); !frame.isNull()) {
+        checkNumbers(frame, publication->frame);
         checkOffsets(frame, *publication);
         checkFrame(frame, publication->frame, int(publication->download.size()),
                    kGooseRecommendation);
@@ -104,12 +107,13 @@ void StreamChecker::take(const Element &element,
     m_result.streams.append(*subscription);
 }
 
-void StreamChecker::checkOffsets(const Element &frameElement, const GoosePublication &publication)
+/// Checks what becomes of the numbers of a GOOSE message.
+void StreamChecker::checkNumbers(const Element &frameElement, const Message_goose &frame)
 {
-    const Message_goose &frame = publication.frame;
+    const QString t0 = QStringLiteral("t0");
+    const QString confRev = QStringLiteral("confRev");
     if (frame.TimeAllowedtoLive_value.count('\0') == frame.TimeAllowedtoLive_value.size())
-        m_remarks.warn(frameElement, QStringLiteral("timeAllowedtoLive, twice t0, is 0"),
-                       QStringLiteral("t0"));
+        m_remarks.warn(frameElement, QStringLiteral("timeAllowedtoLive, twice t0, is 0"), t0);
     const auto warnIfNegative = [&](const QByteArray &value, const QString &name,
                                     const QString &attribute) {
         if (!value.isEmpty() && quint8(value[0]) >= 0x80)
@@ -120,8 +124,23 @@ void StreamChecker::checkOffsets(const Element &frameElement, const GoosePublica
                            attribute);
     };
     warnIfNegative(frame.TimeAllowedtoLive_value, QStringLiteral("timeAllowedtoLive, twice t0,"),
-                   QStringLiteral("t0"));
-    warnIfNegative(frame.confRevValue, QStringLiteral("confRev"), QStringLiteral("confRev"));
+                   t0);
+    warnIfNegative(frame.confRevValue, confRev, confRev);
+    const QString *const written = frameElement.attribute(QLatin1String("confRev"));
+    const qint64 number = written ? written->toLongLong() : 0;
+    const int sent = quint8(frame.confRevValue.isEmpty() ? 0 : frame.confRevValue[0]);
+    if (number > sent && number <= kMost32) // beyond, it is told that no confRev is so large
+        m_remarks.warn(frameElement,
+                       QStringLiteral("confRev %1 is sent as %2: the frame has one byte for it")
+                           .arg(number)
+                           .arg(sent),
+                       confRev);
+}
+
+/// Checks whether the board can name the places of the values that it changes.
+void StreamChecker::checkOffsets(const Element &frameElement, const GoosePublication &publication)
+{
+    const Message_goose &frame = publication.frame;
     const struct
     {
         const char *name;
@@ -266,6 +285,8 @@ void checkStreams(CheckedConfiguration &result, int samplesPerSecond, RemarkList
     StreamChecker checker(result, remarks);
     Walk walk(result.document, {smvCount, gooseCount, {group, logicChannel, usedUp, lightGroup}},
               remarks);
+    if (const auto &stray = result.document.tree()->strayBytes)
+        remarks.add(stray->severity, stray->place, stray->text);
     if (walk.atEnd())
         remarks.warn(Element(result.document),
                      QStringLiteral("nothing to publish or to subscribe to"));

@@ -12,7 +12,7 @@ constexpr AttributeRule kVlan{QLatin1String("vLan"), AttributeRule::Hexadecimal,
 constexpr AttributeRule kGocbRef{QLatin1String("gcRef"), AttributeRule::Identifier};
 constexpr AttributeRule kDatSet{QLatin1String("datSet"), AttributeRule::Identifier};
 constexpr AttributeRule kGoId{QLatin1String("goId"), AttributeRule::Identifier};
-constexpr AttributeRule kConfRev{QLatin1String("confRev"), AttributeRule::Decimal, 0, 255};
+constexpr AttributeRule kConfRev{QLatin1String("confRev"), AttributeRule::Decimal, 0, kMost32};
 constexpr AttributeRule kT0{QLatin1String("t0"), AttributeRule::Decimal, 0, kMost32 / 2};
 constexpr AttributeRule kEntryCount{QLatin1String("datCount"), AttributeRule::Decimal, kLeastInt,
                                     kMostInt};

@@ -1,4 +1,5 @@
 #include "configuration/streamreaders.h"
+#include "configuration/suggestion.h"
 
 #include "protocol/analogoutputs.h"
 
@@ -77,6 +78,20 @@ int channelKindOf(std::u16string_view name)
     return kind;
 }
 
+/// A name that no analog output feeds is nothing wrong, but one that looks like an output's is.
+void checkSource(const Element &channel, const QString &name, RemarkList &remarks)
+{
+    static const QStringList outputs = [] {
+        QStringList names;
+        for (const auto &each : analogoutputs::kAnalogOutputs)
+            names << QString::fromLatin1(each.name.data(), int(each.name.size()));
+        return names;
+    }();
+    if (const QString meant = suggestion::didYouMean(name, outputs); !meant.isEmpty())
+        remarks.warn(channel, QStringLiteral("no analog output feeds channel %1").arg(name) + meant,
+                     kChannel.name);
+}
+
 void readChannel(const Element &channel, int index, SvPublication &publication, RemarkList &remarks)
 {
     ElementReader in(channel, QLatin1String("in_smv/chninfo"), remarks);
@@ -90,8 +105,11 @@ void readChannel(const Element &channel, int index, SvPublication &publication, 
         entry.setVlaue(in.text(kDelay));
     else
         in.leaveOut(kDelay, QStringLiteral("in a channel without DelayT in its name"));
-    publication.description.setChannelProperty(channelKindOf(name), index);
+    const int kind = channelKindOf(name);
+    publication.description.setChannelProperty(kind, index);
     in.finish({});
+    if (remarks.isChecking() && kind == kNoAnalogSource)
+        checkSource(channel, channelName, remarks);
 }
 
 /// Sets one dataset entry and one kind per `chninfo` child of \a element.

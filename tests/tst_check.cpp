@@ -10,8 +10,11 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QProcess>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <sys/stat.h>
 
 using namespace testsupport;
 using namespace testconfiguration;
@@ -80,7 +83,10 @@ private slots:
     void suggests();
     void tellsProblems_data();
     void tellsProblems();
+    void refusesUnreadableFiles_data();
     void refusesUnreadableFiles();
+    void tellsStrayBytes_data();
+    void tellsStrayBytes();
     void countsWhatItDoesNotShow();
     void showsTheExample();
     void runTellsWarningsAndGoesOn();
@@ -146,10 +152,16 @@ void TestCheck::tellsProblems_data()
         MAC of five bytes | mac="01-0C-CD-04-00-01" | ^mac="01-0C-CD-04-00" | error: mac of in_smv is
         MAC of odd digits | mac="01-0C-CD-04-00-01" | ^^mac="01-0C-CD-4-00-01" | error: mac of in_smv is | warning: mac 00-10-CC-D4-00-01 is outside
         MAC with colons | mac="01-0C-CD-04-00-01" | ^mac="01:0C:CD:04:00:01" | warning: mac of in_smv is
+        long value | vlan="065" | ^vlan="LONGLONGLONG" | error: x…x
+        attributes in unusual ways | <in_smv chNums="2" portindex="1" | <in_smv desc='portindex="1" >' chNums = "2"  ^portindex= '9' ^x='>' | error: portindex of in_smv is "9" | warning: attribute x of in_smv
         MAC of SV | mac="01-0C-CD-04-00-01" | ^mac="01-0C-CD-04-02-00" | warning: outside 01-0C-CD-04-00-00 to 01-0C-CD-04-01-FF
         same address twice | <in_smv svId="MU02" appid="16386" mac="01-0C-CD-04-00-02" | ^<in_smv svId="MU02" appid="16385" mac="01-0C-CD-04-00-01" | warning: the same SV APPID as in line 3
         same GOOSE address | <goose gcRef="D" datSet="E" goId="F" mac="01-0C-CD-01-00-12" vLan="00C" priority="4" appid="18" | ^^<goose gcRef="D" datSet="E" goId="F" mac="01-0C-CD-01-00-11" vLan="00C" priority="4" appid="17" | warning: the same GOOSE APPID as in line | warning: the same GOOSE destination MAC as in line
         quality missing | <chninfo channel="Ia1" quality="00000000"/> | <chninfo channel="Ia1"/>
+        letter for a digit | channel="Ia1" | ^channel="Ial" | warning: no analog output feeds channel Ial; did you mean Ia1?
+        digit missing | channel="Ia1" | ^channel="IB" | warning: did you mean Ib1?
+        name within a name | channel="Ia1" | channel="MeasIa1"
+        no output's name | channel="Ia1" | channel="SyncV"
         same svID twice | <in_smv svId="MU02" | ^<in_smv svId="MU01" | warning: the same svID as in line 3
         same subscription twice | </ied> | ^<goose portIndex="1" appid="257" datCount="1"><mapinfo Which="1" Pos="1"/></goose></ied> | warning: the same port and APPID
         svID beyond ASCII | svId="MU01" | ^svId="间" | warning: besides printable ASCII
@@ -161,6 +173,13 @@ void TestCheck::tellsProblems_data()
         delay missing | <chninfo channel="DelayTRtg" delayt="750" | ^<chninfo channel="DelayTRtg" | warning: delayt of chninfo is missing
         lifetime 0 | t0="5000" | ^t0="0" | warning: timeAllowedtoLive
         lifetime negative | t0="5000" | ^t0="16384" | warning: timeAllowedtoLive, twice t0, is sent in its fewest bytes
+        lifetime negative in one byte | t0="5000" | ^t0="64" | warning: reads it as negative
+        lifetime negative in three bytes | t0="5000" | ^t0="4194304" | warning: reads it as negative
+        lifetime with a byte to spare | t0="5000" | t0="16385"
+        confRev of SV | confRev="1" appid | confRev="4294967295" appid
+        confRev beyond its byte | confRev="1" t0="5000" | ^confRev="10001" t0="5000" | warning: confRev 10001 is sent as 17
+        confRev negative in its byte | confRev="1" t0="5000" | ^^confRev="384" t0="5000" | warning: reads it as negative | warning: confRev 384 is sent as 128
+        confRev beyond the standard | confRev="1" t0="5000" | ^confRev="4294967296" t0="5000" | error: confRev of goose is "4294967296"
         confRev negative | confRev="1" t0="5000" | ^confRev="128" t0="5000" | warning: confRev is sent in its fewest bytes
         surplus entry | <entry gstype_tp="3"/> | <entry gstype_tp="3"/>^<entry gstype_tp="1"/> | error: 1 entries beyond the 3
         entry missing | datCount="3" | ^datCount="4" | error: datCount is 4, but there are 3 entries
@@ -216,22 +235,85 @@ void TestCheck::tellsProblems()
     }
 }
 
+void TestCheck::refusesUnreadableFiles_data()
+{
+    QTest::addColumn<QString>("path"); // PIPE: one that nobody writes to
+    QTest::addColumn<QByteArray>("content");
+    QTest::addColumn<QString>("error"); // with the place
+    const auto path = [](const char *where, const QString &error) {
+        QTest::newRow(where) << where << QByteArray() << ": error: " + error;
+    };
+    path("none", QStringLiteral("no such file"));
+    path("/", QStringLiteral("is a directory, not a file"));
+    path("/dev/null", QStringLiteral("is a device, not a file"));
+    path("PIPE", QStringLiteral("is a pipe, not a file"));
+    const auto file = [](const char *name, const QByteArray &content, const QString &error) {
+        QTest::newRow(name) << QString() << content << error;
+    };
+    file("empty", "", QStringLiteral(": error: is empty"));
+    file("blank", "\xef\xbb\xbf \n", QStringLiteral(": error: is empty"));
+    file("not closed", "<ied>\n<goose></ied>", QStringLiteral(":2:8: error: ") + kMismatch);
+    file("other root", "\n <scl/>",
+         QStringLiteral(":2:2: error: the root element is scl, not ied"));
+    file("station file", "<scl:SCL><x></scl:SCL>",
+         QStringLiteral(":1:1: error: the root element is scl:SCL, not ied: this is a station file "
+                        "of IEC 61850-6; a test configuration is wanted"));
+    file("unknown encoding", "<?xml version='1.0'\n encoding='KLINGON'?><ied/>",
+         QStringLiteral(":2:12: error: the encoding KLINGON is unknown"));
+    file("other encoding", "<?xml version='1.0' encoding='UTF-16'?><ied/>",
+         QStringLiteral(":1:31: error: the file is not in UTF-16, which it declares"));
+    file("no UTF-8", "<ied>\n <!-- \xef\xbf\xbd \xc3\xa4\xe4 --></ied>",
+         QStringLiteral(":2:10: error: the byte e4 is no UTF-8"));
+    file("cut UTF-8", "<ied>\xe9\x97\n</ied>",
+         QStringLiteral(":1:6: error: the byte e9 is no UTF-8"));
+}
+
 void TestCheck::refusesUnreadableFiles()
 {
-    const auto error = [this](const QByteArray &content) {
-        const CheckedConfiguration checked = writeFile(m_file, content)
-            ? check(Document::read(m_file), 4000)
-            : CheckedConfiguration();
-        return checked.errors == 1 && !checked.isRead()
-            ? toString(checked.remarks.first(), QStringLiteral("F"))
-            : QString();
-    };
-    QCOMPARE(error("<ied>\n<goose></ied>"), QStringLiteral("F:2:8: error: ") + kMismatch);
-    QCOMPARE(error("\n <scl/>"), QStringLiteral("F:2:2: error: the root element is scl, not ied"));
-
-    lumtarctl({QStringLiteral("check"), QStringLiteral("none")});
+    QFETCH(QString, path);
+    QFETCH(QByteArray, content);
+    QFETCH(QString, error);
+    if (path == QLatin1String("PIPE")) {
+        path = m_directory.filePath(QStringLiteral("pipe"));
+        QCOMPARE(mkfifo(qPrintable(path), 0600), 0);
+    } else if (path.isEmpty()) {
+        path = m_file;
+        QVERIFY(writeFile(path, content));
+    }
+    lumtarctl({QStringLiteral("check"), path});
     QCOMPARE(m_exitStatus, 2);
-    QVERIFY(m_output.startsWith("none: error: no such file\n"));
+    QVERIFY2(QString::fromUtf8(m_output).startsWith(path + error), m_output.constData());
+    QVERIFY(m_output.endsWith("\n\n 1 error, 0 warnings\n"));
+}
+
+void TestCheck::tellsStrayBytes_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<QString>("remark"); // none: empty
+    const QByteArray gbk = "<?xml version='1.0' encoding='GBK'?>\n<ied><in_goose/><!-- \xbc\xe4";
+    QTest::newRow("GBK") << gbk + " --></ied>" << QString();
+    QTest::newRow("no GBK") << gbk + "\xbc --></ied>"
+                            << QStringLiteral(
+                                   "F:2:23: warning: bytes that are no GBK are replaced");
+    QTest::newRow("replaced already")
+        << QByteArray("<ied><in_goose/><!-- \xef\xbf\xbd --></ied>") << QString();
+    QTest::newRow("behind the end") << QByteArray("<ied><in_goose/></ied>\n\xe9\x97")
+                                    << QStringLiteral("F:2:1: warning: the byte e9 is no UTF-8");
+}
+
+void TestCheck::tellsStrayBytes()
+{
+    QFETCH(QByteArray, file);
+    QFETCH(QString, remark);
+    QVERIFY(writeFile(m_file, file));
+    const CheckedConfiguration checked = check(Document::read(m_file), 4000);
+    QVERIFY(checked.isRead());
+    QStringList told;
+    for (const Remark &each : checked.remarks)
+        told += toString(each, QStringLiteral("F"));
+    told = told.filter(QRegularExpression(QStringLiteral("bytes? ")));
+    QCOMPARE(int(told.size()), remark.isEmpty() ? 0 : 1);
+    QVERIFY2(told.value(0).startsWith(remark), qPrintable(told.value(0)));
 }
 
 void TestCheck::countsWhatItDoesNotShow()
@@ -243,7 +325,13 @@ void TestCheck::countsWhatItDoesNotShow()
     QCOMPARE(int(checked.remarks.size()), 1000 + 1);
     lumtarctl({QStringLiteral("check"), m_file});
     QCOMPARE(m_exitStatus, 2);
-    QVERIFY(m_output.endsWith("and 2003 more\n\n 1 error, 3003 warnings\n"));
+    QVERIFY(m_output.endsWith("and 2904 more problems\n\n 1 error, 3003 warnings\n"));
+    QCOMPARE(m_output.count(": warning: "), 99);
+    QCOMPARE(m_output.count(": error: "), 1);
+    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), m_file});
+    const QJsonObject all = QJsonDocument::fromJson(m_output).object();
+    QCOMPARE(members(all, "errors warnings problemsLeftOut"), QJsonArray({1, 3003, 2003}));
+    QCOMPARE(all[QLatin1String("problems")].toArray().size(), 1001);
 }
 
 void TestCheck::showsTheExample()
