@@ -175,7 +175,8 @@ private:
 /// Loopback address \a n, 0 to 9, of this program.
 inline QHostAddress boardAddress(int n = 0)
 {
-    return QHostAddress(QStringLiteral("127.0.61.%1").arg(BOARD_NUMBER + n));
+    constexpr quint32 kFirst = 0x7f004000; // 127.0.64.0
+    return QHostAddress(kFirst + BOARD_NUMBER + quint32(n));
 }
 
 /// Local UDP port \a n, 0 to 99, of this program; below the range that the system hands out.
