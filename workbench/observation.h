@@ -17,6 +17,9 @@ struct Observation
     quint32 inputsLost = 0; ///< behind the last of `inputs`: the board keeps the first ones
     bool complete = true; ///< the sequence has ended by itself; else it was stopped or cut off
     QStringList stepNames; ///< of all steps of the sequence, in order
+    /// Logic channels that were active at the end. Counts for those that have no changes: a channel
+    /// that became active before the start has none.
+    QVector<int> activeInputs;
 };
 
 } // namespace workbench
