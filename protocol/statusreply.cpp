@@ -15,6 +15,10 @@ constexpr int kStateSize = 112;
 constexpr int kChangesHeadSize = 16;
 constexpr int kChangeSize = 32;
 constexpr int kMostChanges = 48;
+constexpr int kInputsHeadSize = 20;
+constexpr int kInputSize = 16;
+constexpr int kMostInputs = 96;
+constexpr int kKeptInputs = kInputParts * kMostInputs;
 constexpr int kSteps = 5;
 constexpr int kChannels = 256;
 constexpr int kAllDisturbances = Change::SentLate | Change::FramesRefused | Change::InputsLost;
@@ -62,6 +66,20 @@ std::optional<Change> changeAt(const QByteArray &payload, int offset)
         return std::nullopt;
     change.cause = Change::Cause(cause);
     return change;
+}
+
+std::optional<Input> inputAt(const QByteArray &payload, int offset)
+{
+    Input input;
+    const int kind = at<quint8>(payload, offset);
+    input.channel = at<quint16>(payload, offset + 2);
+    bool sound = kind <= Input::Trigger
+        && (kind == Input::Trigger ? input.channel == kNoChannel : input.channel < kChannels);
+    input.time = timeAt(payload, offset + 8, sound);
+    if (!sound)
+        return std::nullopt;
+    input.kind = Input::Kind(kind);
+    return input;
 }
 
 } // namespace
@@ -121,6 +139,30 @@ std::optional<Changes> decodeChanges(const QByteArray &payload)
         changes.last << *change;
     }
     return changes;
+}
+
+std::optional<Inputs> decodeInputs(const QByteArray &payload)
+{
+    if (!isOurs(payload, kInputsHeadSize))
+        return std::nullopt;
+    Inputs inputs;
+    inputs.total = at<quint32>(payload, 4);
+    const int count = at<quint16>(payload, 8);
+    const int size = at<quint16>(payload, 10); // a later board may have more in a record
+    inputs.start = at<quint32>(payload, 12);
+    inputs.first = at<quint16>(payload, 16);
+    const int end = inputs.first + count;
+    if (count > kMostInputs || inputs.first >= kKeptInputs || end > kKeptInputs
+        || (count > 0 && quint32(end) > inputs.total) || size < kInputSize
+        || payload.size() < kInputsHeadSize + count * size)
+        return std::nullopt;
+    for (int i = 0; i < count; ++i) {
+        const std::optional<Input> input = inputAt(payload, kInputsHeadSize + i * size);
+        if (!input)
+            return std::nullopt;
+        inputs.part << *input;
+    }
+    return inputs;
 }
 
 } // namespace statusreply

@@ -23,8 +23,10 @@ namespace statusreply {
 
 constexpr int kState = 0; ///< `which` of the state
 constexpr int kChanges = 1; ///< `which` of the changes of steps
+constexpr int kInputs = 2; ///< `which` of the first part of the inputs
+constexpr int kInputParts = 8; ///< their `which` is #kInputs to #kInputs + 7
 constexpr int kNoStep = 255; ///< before the first step, or behind the last one
-constexpr int kNoChannel = 65535; ///< of a change that no binary input caused
+constexpr int kNoChannel = 65535; ///< of a change that no binary input caused, and of a trigger
 
 /// Where the board stands.
 struct LUMTAR_EXPORT State
@@ -81,15 +83,25 @@ struct LUMTAR_EXPORT Changes
     [[nodiscard]] std::optional<std::chrono::nanoseconds> timeInStep(int index) const;
 };
 
-/// One change of a logic input, or one trigger.
+/// A logic channel that a subscription feeds has changed, or a trigger has come.
 struct LUMTAR_EXPORT Input
 {
     /// What has happened.
     enum Kind { Off, On, Trigger };
 
-    Kind kind = Off; ///< the input became inactive or active, or a trigger came
+    Kind kind = Off; ///< of the channel, unless it is a trigger
     int channel = kNoChannel; ///< logic channel 0 to 255; kNoChannel for a trigger
     std::chrono::nanoseconds time{0}; ///< since the start of the sequence
+};
+
+/// A part of the inputs of a sequence, whether or not a step waited for them. The board keeps the
+/// first 768 of a sequence.
+struct LUMTAR_EXPORT Inputs
+{
+    quint32 total = 0; ///< since the start of the sequence, those that are not kept included
+    quint32 start = 0; ///< as State::start, of the start that began it
+    int first = 0; ///< number of the part's first input, from 0, among those of the sequence
+    QVector<Input> part; ///< at most 96, in the order of their times
 };
 
 /// The payload of status #kState. Nothing if it is of another board or layout, too short, or has
@@ -97,5 +109,8 @@ struct LUMTAR_EXPORT Input
 [[nodiscard]] LUMTAR_EXPORT std::optional<State> decodeState(const QByteArray &payload);
 /// The payload of status #kChanges, likewise.
 [[nodiscard]] LUMTAR_EXPORT std::optional<Changes> decodeChanges(const QByteArray &payload);
+/// The payload of a status #kInputs to #kInputs + #kInputParts - 1, likewise: nothing from a board
+/// that keeps no inputs, too.
+[[nodiscard]] LUMTAR_EXPORT std::optional<Inputs> decodeInputs(const QByteArray &payload);
 
 } // namespace statusreply

@@ -107,6 +107,15 @@ QByteArray readStatus(LumtarEngine &engine, int which)
         : QByteArray();
 }
 
+/// "3+ 1030", "3- 1030" or "trigger 1030", in ms.
+QString text(const RecordedInput &input)
+{
+    const QString what = input.kind == InputKind::Trigger
+        ? QString("trigger")
+        : QString::number(input.channel) + (input.kind == InputKind::ChannelOn ? '+' : '-');
+    return what + ' ' + milliseconds(input.time);
+}
+
 struct Recorded
 {
     WallTime time;
@@ -143,6 +152,7 @@ class TestBoard : public QObject
 private slots:
     void obeys_data();
     void obeys();
+    void keepsInputs();
     void plays_data();
     void plays();
     void refusesBadArguments_data();
@@ -226,7 +236,11 @@ void TestBoard::obeys()
     VERIFY_MATCH((QString::number(changes.total) + ": " + text(changes.last)).trimmed(), row[4]);
     QCOMPARE(int(changes.last.size()), int(qMin(changes.total, 48U)));
     QCOMPARE(changes.start, state.start);
-    for (const int which : {2, 255})
+    const auto inputs = statusreply::decodeInputs(readStatus(engine, statusreply::kInputs)).value();
+    QCOMPARE(inputs.start, state.start);
+    QCOMPARE(int(inputs.total), int(text(changes.last).count("trigger")));
+    QCOMPARE(quint32(inputs.part.size()), inputs.total);
+    for (const int which : {10, 255})
         COMPARE_BYTES(readStatus(engine, which).left(5), bytes("'LVB' 03 00"));
     board.stop();
     const bool wasRunning = state.playing == statusreply::State::Running;
@@ -240,6 +254,53 @@ void TestBoard::obeys()
     QCOMPARE(int(state.start), begins.size());
     QCOMPARE(notices.load(), row[6].toInt());
     QCOMPARE(int(state.problems), row[6].toInt());
+}
+
+/// The first 768 of 1000 inputs, in eight parts; as long as they are those of the last start.
+void TestBoard::keepsInputs()
+{
+    QByteArray script;
+    for (int i = 1; i <= 1000; ++i)
+        script += "0." + QByteArray::number(i * 1000 + i % 7).rightJustified(9, '0')
+            + (i % 2 == 1 ? " channel 0 on\n" : " channel 0 off\n");
+    QVERIFY(writeFile(m_inputs, script));
+    VirtualBoardOptions options;
+    options.address = boardAddress();
+    options.inputs = m_inputs;
+    options.startTime = kStart;
+    options.limit = std::chrono::seconds(100);
+    VirtualBoard board(options, [](const QString &) {});
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    const auto run = [&](const QString &line) {
+        for (const QString &word : split(line))
+            QCOMPARE(engine.SendCommand(command(word)), 1);
+        QTRY_VERIFY(board.state() != PlayState::Running);
+    };
+    run("input0 0:500>255 go250");
+    for (int part = 0; part < statusreply::kInputParts; ++part) {
+        const auto inputs =
+            statusreply::decodeInputs(readStatus(engine, statusreply::kInputs + part)).value();
+        QCOMPARE(inputs.total, 1000U);
+        QCOMPARE(inputs.start, 1U);
+        QCOMPARE(inputs.first, 96 * part);
+        QCOMPARE(int(inputs.part.size()), 96);
+        for (int i = 0; i < 96; ++i) {
+            const statusreply::Input &input = inputs.part[i];
+            const int number = 96 * part + i + 1; // counted from 1, as in the script
+            QCOMPARE(input.time, std::chrono::nanoseconds(number * 1000 + number % 7));
+            QCOMPARE(input.kind,
+                     number % 2 == 1 ? statusreply::Input::On : statusreply::Input::Off);
+            QCOMPARE(input.channel, 0);
+        }
+    }
+    for (const char *line : {"reset", "0:0>255 go0", "0:9>255 go250"}) { // no subscription any more
+        run(line);
+        const QByteArray status = readStatus(engine, statusreply::kInputs + 1);
+        const auto inputs = statusreply::decodeInputs(status).value();
+        QVERIFY2(inputs.total == 0 && inputs.part.isEmpty() && inputs.first == 96, line);
+    }
 }
 
 /// Runs the program and sends it the commands; "end" waits for the end of the sequence, "ctrl-c"
@@ -275,7 +336,7 @@ void TestBoard::runBoard(const QString &options, const QString &script)
 void TestBoard::plays_data()
 {
     // name | options | inputs, separated by ";" | script behind that of the stream | exit status |
-    // part of the output | changes
+    // part of the output | changes | inputs
     addRows(R"(
         end           | --once | | 0:1000>255 go250 | 0 | finished after 1.000 | -0 start 0, 0- time 1000
         stop          | --once --limit 10000 | | 0:0>0 go250 stop | 0 | stopped after | -0 start 0, 0- stop *
@@ -285,11 +346,12 @@ void TestBoard::plays_data()
         time is up    | --timeout 1 | | 0:9>255 go250 | 0 | finished after 0.009 | -0 start 0, 0- time 9
         too late      | --timeout 1 --once | | 0:9>255 go250 | 1 | not ended within 1 s | -0 start 0, 0- time 9
         bad command   | | | truncated stop ctrl-c | 1 | step condition |
-        input         | | 1.030 channel 0 on | input0 0:1000>1 1:0>0?2 2:9>255 go250 end ctrl-c | 0 | finished after 1.039 | -0 start 0, 01 time 1000, 12 binary input 1030, 2- time 1039
+        input         | | 1.030 channel 0 on | input0 0:1000>1 1:0>0?2 2:9>255 go250 end ctrl-c | 0 | finished after 1.039 | -0 start 0, 01 time 1000, 12 binary input 1030, 2- time 1039 | 0+ 1030
         other channel | --limit 2 | 1 channel 1 on | input0 0:0>0?255 go250 end ctrl-c | 1 | channel 1 | -0 start 0, 0- limit 2000
-        limit, input  | --limit 1 | 1.000 channel 0 on;1.000 trigger | input0 0:1000>1!2?2 1:0>0 2:0>0 go250 end ctrl-c | 1 | 1 were reported | -0 start 0, 0- limit 1000
-        trigger       | | BOM0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1
-        twice         | | 0.5 trigger;0.6 trigger | 0:0>0!255 go250 end go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500, -0 start 0, 0- trigger 500
+        limit, input  | --limit 1 | 1.000 channel 0 on;1.000 trigger | input0 0:1000>1!2?2 1:0>0 2:0>0 go250 end ctrl-c | 1 | 1 were reported | -0 start 0, 0- limit 1000 | 0+ 1000, trigger 1000
+        trigger       | | BOM0.5001 trigger | 0:0>0!255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500.1 | trigger 500.1
+        twice         | | 0.5 trigger;0.6 trigger | 0:0>0!255 go250 end go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- trigger 500, -0 start 0, 0- trigger 500 | trigger 500, trigger 500
+        not awaited   | --limit 2 | 0.1 trigger;0.2 channel 0 on;0.3 channel 0 on;0.4 channel 0 off | input0 0:500>255 go250 end ctrl-c | 0 | finished after 0.500 | -0 start 0, 0- time 500 | trigger 100, 0+ 200, 0- 400
         )");
 }
 
@@ -308,6 +370,7 @@ void TestBoard::plays()
     CaptureReader capture;
     QVERIFY(capture.open(m_capture));
     QVector<Transition> changes;
+    QStringList inputs;
     WallTime last(
         std::chrono::milliseconds(QDateTime::fromString(time, Qt::ISODate).toMSecsSinceEpoch()));
     int published = 0; // in the last sequence
@@ -321,10 +384,13 @@ void TestBoard::plays()
         else if (const auto *const step = std::get_if<StepMark>(&*mark)) {
             changes << step->transition;
             published = step->transition.cause == Cause::Start ? 0 : published;
+        } else if (const auto *const each = std::get_if<InputMark>(&*mark)) {
+            inputs << text(each->input);
         }
     }
     QCOMPARE(capture.errorString(), QString());
     VERIFY_MATCH(text(changes), row[6]);
+    QCOMPARE(inputs.join(", "), row.value(7));
     QVERIFY2(changes.isEmpty() || m_output.contains(QStringLiteral(" %1 frames").arg(published)),
              qPrintable(QStringLiteral("%1 in the capture, but\n").arg(published) + m_output));
 

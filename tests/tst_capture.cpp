@@ -99,6 +99,8 @@ M decoded(const QByteArray &frame)
 
 } // namespace
 
+Q_DECLARE_METATYPE(virtualboard::RecordedInput)
+
 class TestCapture : public QObject
 {
     Q_OBJECT
@@ -313,6 +315,8 @@ private slots:
         CaptureSink sink;
         QVERIFY(sink.open(path));
         sink.begin(program);
+        const RecordedInput inputs[] = {{1ns, InputKind::ChannelOn, 3}, {1ns, InputKind::Trigger}};
+        sink.noteInputs(kStart + 1ns, inputs, 2);
         sink.note(kStart + 1ns, stepMark.transition);
         const QByteArray ab = "ab", c = "c";
         const OutgoingFrame frames[] = {outgoing(ab), outgoing(c)};
@@ -325,15 +329,17 @@ private slots:
         QVector<CapturedFrame> written;
         while (const auto frame = reader.next())
             written << *frame;
-        QCOMPARE(written.size(), 8);
+        QCOMPARE(written.size(), 10);
+        QCOMPARE(int(decoded<InputMark>(written[1].bytes).input.channel), 3);
+        QCOMPARE(decoded<InputMark>(written[2].bytes).input.kind, InputKind::Trigger);
         const auto stream = decoded<StreamMark>(written[0].bytes);
         QCOMPARE(stream.svId + ' ' + stream.channels.join(','), QString("svid Va2"));
-        const auto step = decoded<StepMark>(written[1].bytes);
+        const auto step = decoded<StepMark>(written[3].bytes);
         QVERIFY(step.scale[8] == 0.0F && step.scale[9] == 0.001F);
-        QCOMPARE(written[2].bytes + written[3].bytes, QByteArray("abc"));
+        QCOMPARE(written[4].bytes + written[5].bytes, QByteArray("abc"));
         const WallTime latest(4294967295s);
-        for (int i = 0; i < 8; ++i)
-            QCOMPARE(written[i].time, i < 4 ? kStart + 1ns : i < 6 ? WallTime() : latest);
+        for (int i = 0; i < 10; ++i)
+            QCOMPARE(written[i].time, i < 6 ? kStart + 1ns : i < 8 ? WallTime() : latest);
     }
     void fullDisk()
     {
@@ -386,20 +392,67 @@ private slots:
         const StepMark end{{4, kNoStep, Cause::Limit, kNoChannel, 1ns, 2ns}, {}};
         QCOMPARE(decoded<StepMark>(encodeMark(end)).transition.entered, kNoStep);
     }
+    void inputMarks_data()
+    {
+        QTest::addColumn<RecordedInput>("input");
+        QTest::addColumn<QByteArray>("text");
+        const auto row = [](const char *name, const RecordedInput &input, const char *text) {
+            QTest::newRow(name) << input << QByteArray(text);
+        };
+        row("on", {1030000001ns, InputKind::ChannelOn, 0},
+            R"({"mark":"input","channel":0,"on":true,"time":1.030000001})");
+        row("off", {0s, InputKind::ChannelOff, 255},
+            R"({"mark":"input","channel":255,"on":false,"time":0})");
+        row("trigger", {2s, InputKind::Trigger, 7}, R"({"mark":"input","trigger":true,"time":2})");
+    }
+    /// As long as a frame has to be.
+    void inputMarks()
+    {
+        QFETCH(RecordedInput, input);
+        QFETCH(QByteArray, text);
+        const QByteArray frame = encodeMark(InputMark{input});
+        QCOMPARE(frame, (bytes("00*12 88b5") + text).leftJustified(60, ' '));
+        const RecordedInput same = decoded<InputMark>(frame).input;
+        QVERIFY(same.time == input.time && same.kind == input.kind);
+        QCOMPARE(int(same.channel),
+                 int(input.kind == InputKind::Trigger ? kNoChannel : input.channel));
+    }
     void brokenMarks()
     {
-        const char *const changes[][2] = {{"stream\"", "other\""},    {"16385", "65536"},
-                                          {"16385", "1.5"},           {"\"Ia1\"", "1"},
-                                          {"svId", "svid"},           {"]}", "]"},
-                                          {"step\"", "stream\""},     {"ered\":1", "ered\":5"},
-                                          {"binary input", "binary"}, {"255", "256"},
-                                          {"1.03025", "-1"},          {"1.03025", "1e99"},
-                                          {"0.16,", "-1,"},           {"0.01,", ""},
-                                          {"0.01,", "0.01,0,"},       {"0.01,", "1e39,"},
-                                          {"0.01,", "null,"},         {"\x88\xb5", "\x88\xb6"}};
-        const QByteArray sound[] = {encodeMark(streamMark), encodeMark(stepMark)};
+        const char *const changes[][2] = {{"stream\"", "other\""},
+                                          {"16385", "65536"},
+                                          {"16385", "1.5"},
+                                          {"\"Ia1\"", "1"},
+                                          {"svId", "svid"},
+                                          {"]}", "]"},
+                                          {"step\"", "stream\""},
+                                          {"ered\":1", "ered\":5"},
+                                          {"binary input", "binary"},
+                                          {"255", "256"},
+                                          {"1.03025", "-1"},
+                                          {"1.03025", "1e99"},
+                                          {"0.16,", "-1,"},
+                                          {"0.01,", ""},
+                                          {"0.01,", "0.01,0,"},
+                                          {"0.01,", "1e39,"},
+                                          {"0.01,", "null,"},
+                                          {"\x88\xb5", "\x88\xb6"},
+                                          {":77", ":256"},
+                                          {":77", ":null"},
+                                          {"true", "1"},
+                                          {"\"on\"", "\"On\""},
+                                          {"2.5", "-2.5"},
+                                          {"\"time\":2.5", "\"t\":2"}};
+        const InputMark inputMark = {{2500ms, InputKind::ChannelOn, 77}};
+        const QByteArray sound[] = {encodeMark(streamMark), encodeMark(stepMark),
+                                    encodeMark(inputMark)};
         for (const auto &change : changes) {
-            QByteArray mark = sound[sound[0].contains(change[0]) ? 0 : 1] + ' ';
+            const auto *const found =
+                std::find_if(std::begin(sound), std::end(sound), [&change](const QByteArray &each) {
+                    return each.contains(change[0]);
+                });
+            QVERIFY2(found != std::end(sound), change[0]);
+            QByteArray mark = *found + ' ';
             QVERIFY2(mark.contains(change[0]) && decodeMark(mark), change[0]);
             QVERIFY2(!decodeMark(mark.replace(change[0], change[1])), change[1]);
         }

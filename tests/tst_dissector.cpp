@@ -154,6 +154,11 @@ const QVector<Row> engineRows = {
      "_ws.col.Info=Status  50 changes  last 1 -> end (binary input 7) at 1.030000 s, "
      "disturbed",
      2},
+    {"inputs", "8c928c9203",
+     ".inputs.total=98; .inputs.count=2; .inputs.size=16; .inputs.first=96; .status.start=2; "
+     ".inputs.kind=0,2; .inputs.channel=300,65535; .inputs.time=1030000000,2000000000; "
+     "_ws.col.Info=Status  98 inputs  96 to 97  last trigger at 2.000000 s",
+     2},
 };
 
 /// Commands that only the application sends; here whole frames.
@@ -249,6 +254,9 @@ QByteArray statusPayload(int which)
         status.punctuality.missedDeadlines = 4;
         return encodeState(status, 3, 2);
     }
+    if (which == InputStatus + 1)
+        return encodeInputs(
+            {98, 2, 96, {{1030ms, InputKind::ChannelOff, 300}, {2s, InputKind::Trigger}}});
     if (which != LogStatus)
         return bytes("a1b2c3");
     TransitionLog log;
@@ -343,7 +351,7 @@ void DissectorTest::record()
     bool done = tap.bound && engine.SetUdpConnect(localPort(), boardAddress(0)) == 1
         && engine.StopExec() == 1 && engine.InitGPP(example.data()) == 1 && engine.ExecSeq() == 1
         && engine.CheckSeqExec(7, nullptr) == 1 && engine.CheckSeqExec(0, nullptr) == 1
-        && engine.CheckSeqExec(1, nullptr) == 1;
+        && engine.CheckSeqExec(1, nullptr) == 1 && engine.CheckSeqExec(3, nullptr) == 1;
     for (const Row &row : applicationRows + wrongRows)
         done = done && engine.SendCommand(bytes(row.frame)) == 1;
     tap.quit();
@@ -451,6 +459,8 @@ void DissectorTest::marks()
         {1, kNoStep, Cause::BinaryInput, 7, 1030000001ns, 1030250us}};
     CaptureSink sink;
     QVERIFY(sink.open(file));
+    const RecordedInput inputs[] = {{1ns, InputKind::ChannelOff, 12}, {20ms, InputKind::Trigger}};
+    sink.noteInputs(WallTime(1700000000000000000ns), inputs, 2);
     for (const Transition &change : changes)
         sink.note(WallTime(1700000000000000001ns) + change.entryTime, change);
     for (const QByteArray &frame : frames) {
@@ -460,6 +470,8 @@ void DissectorTest::marks()
     }
     QVERIFY(sink.flush());
     const QVector<QStringList> expected = {
+        {"1700000000.000000000", "Input channel 12 off at 0.000000 s", "input", ""},
+        {"1700000000.000000000", "Input trigger at 0.020000 s", "input", ""},
         {"1700000000.000000001", "Step 0 (start) at 0.000000 s", "step", ""},
         {"1700000001.000000001", "Step 0 -> 1 (time) at 1.000000 s, 160.000 ms late", "step", ""},
         {"1700000001.030250001", "Step 1 -> end (binary input 7) at 1.030000 s", "step", ""},

@@ -507,21 +507,31 @@ void LiveTest::closedLoop()
           qlonglong(logged / 1us), qlonglong(seen / 1us), qlonglong(changes[1].lateness / 1us));
     // The stall spoils the time in the fault, since the frames came in a burst then.
     QCOMPARE(int(changes[2].disturbances & SentLate), int(SentLate));
+    const InputLog kept = board->inputs(0);
+    QVERIFY(kept.total > 0 && kept.part[0].kind == InputKind::ChannelOn);
+    QCOMPARE(kept.part[0].time, changes[2].causeTime);
     QVERIFY(seen >= 20ms && std::chrono::abs(logged - seen) <= kInterval);
 
     board.close();
     CaptureReader reader;
     QVERIFY(reader.open(path));
     TransitionLog marks;
+    QVector<RecordedInput> inputs;
     WallTime captured, before;
     while (const auto frame = reader.next()) {
         QVERIFY(frame->time >= before);
         before = frame->time;
         if (captured == WallTime() && frame->bytes == trip->bytes)
             captured = frame->time;
-        if (const auto mark = decodeMark(frame->bytes); mark && std::get_if<StepMark>(&*mark))
+        const auto mark = decodeMark(frame->bytes);
+        if (mark && std::get_if<StepMark>(&*mark))
             marks.last << std::get<StepMark>(*mark).transition;
+        else if (mark && std::get_if<InputMark>(&*mark))
+            inputs << std::get<InputMark>(*mark).input;
     }
+    QCOMPARE(inputs.size(), kept.part.size());
+    for (int i = 0; i < inputs.size(); ++i)
+        QCOMPARE(inputs[i].time, kept.part[i].time);
     QCOMPARE(marks.last.size(), changes.size());
     QCOMPARE(marks.timeInStep(2).value(), logged);
     QVERIFY(std::chrono::abs(captured - trip->time) < 1ms);

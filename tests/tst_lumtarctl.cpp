@@ -50,6 +50,12 @@ TransitionLog exampleLog()
              {2, kNoStep, Cause::Time, kNoChannel, 2030ms + late, 2030ms + late}}};
 }
 
+/// The second part: channel 255 goes on, then a trigger comes.
+InputLog exampleInputs()
+{
+    return {98, 12, 96, {{1030000001ns, InputKind::ChannelOn, 255}, {2s, InputKind::Trigger}}};
+}
+
 } // namespace
 
 Q_DECLARE_METATYPE(virtualboard::TransitionLog)
@@ -392,6 +398,17 @@ void TestLumtarctl::readsPayloadsOfItsLayoutOnly_data()
         no such cause           | 1 | 18 | 07
         channel of a start      | 1 | 20 | 00 00
         no such logic channel   | 1 | 84 | 00 01
+        another board's inputs  | 2 | 2  | 43
+        more inputs than sent   | 2 | 4  | c8 00 00 00 03
+        more inputs than total  | 2 | 4  | 61
+        more inputs than a part | 2 | 8  | 61
+        inputs too small        | 2 | 10 | 0f
+        inputs beyond the kept  | 2 | 4  | ff 03 00 00 02 00 10 00 00 00 00 00 ff 02
+        no such part            | 2 | 4  | ff 03 00 00 00 00 10 00 00 00 00 00 00 03
+        no such kind            | 2 | 20 | 03
+        no such input channel   | 2 | 22 | 00 01
+        channel of a trigger    | 2 | 38 | 07 00
+        input beyond 64 bits    | 2 | 28 | ff ff ff ff ff ff ff 7f
         )");
 }
 
@@ -418,12 +435,21 @@ void TestLumtarctl::readsPayloadsOfItsLayoutOnly()
                      .has_value(),
                  count == 48);
 
+    const QByteArray inputs = encodeInputs(exampleInputs());
+    COMPARE_BYTES(inputs,
+                  bytes("'LVB' 03 62000000 0200 1000 0c000000 6000 0000"
+                        "01 00 ff00 00*4 818d643d00*4 02 00 ffff 00*4 0094357700*4"));
+
     QFETCH(QStringList, row);
-    QByteArray bad = row[1] == QLatin1String("0") ? state : log;
+    QByteArray bad = row[1] == "0" ? state : row[1] == "1" ? log : inputs;
     const QByteArray other = bytes(row[3].toUtf8());
     bad.replace(row[2].toInt(), int(other.size()), other);
-    QVERIFY(row[1] == QLatin1String("0") ? !statusreply::decodeState(bad)
-                                         : !statusreply::decodeChanges(bad));
+    QVERIFY(row[1] == "0" ? !statusreply::decodeState(bad)
+                : row[1] == "1"
+                ? !statusreply::decodeChanges(bad)
+                : !statusreply::decodeInputs(bad) && !statusreply::decodeChanges(bad));
+    for (int size = 0; size < inputs.size(); ++size)
+        QVERIFY(!statusreply::decodeInputs(inputs.left(size)));
     for (int size = 0; size < state.size(); ++size)
         QVERIFY(!statusreply::decodeState(state.left(size))
                 && !statusreply::decodeChanges(log.left(size)));
@@ -465,6 +491,16 @@ void TestLumtarctl::decodesForApplications()
     QVERIFY(changes->timeInStep(2) == 29650us);
     for (const int index : {-1, 0, 4})
         QVERIFY(!changes->timeInStep(index));
+
+    const auto inputs = statusreply::decodeInputs(encodeInputs(exampleInputs()) + '\x55');
+    QVERIFY(inputs && inputs->total == 98 && inputs->start == 12 && inputs->first == 96);
+    QCOMPARE(int(inputs->part.size()), 2);
+    QVERIFY(inputs->part[0].kind == statusreply::Input::On && inputs->part[0].channel == 255);
+    QVERIFY(inputs->part[0].time == 1030000001ns && inputs->part[1].time == 2s);
+    QVERIFY(inputs->part[1].kind == statusreply::Input::Trigger
+            && inputs->part[1].channel == statusreply::kNoChannel);
+    const auto none = statusreply::decodeInputs(encodeInputs({}));
+    QVERIFY(none && none->total == 0 && none->part.isEmpty());
 }
 
 void TestLumtarctl::watches_data()

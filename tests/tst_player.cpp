@@ -175,6 +175,7 @@ class Recording : public FrameSink
 {
 public:
     QVector<Sent> sv, goose;
+    QStringList noted; ///< the inputs, written as they are given; at the end how many there were
     QStringList changes; ///< "left>entered cause cause-time/entry-time", times in ms
     PlayStatus status;
 
@@ -194,6 +195,7 @@ public:
                 changes << QStringLiteral("changeCount %1").arg(player.changeCount());
         }
         status = player.status();
+        noted << QString::number(player.inputCount());
     }
 
 private:
@@ -217,6 +219,18 @@ private:
             const QByteArray frame(reinterpret_cast<const char *>(frames[i].bytes), frames[i].size);
             (frame.mid(16, 2) == bytes("88ba") ? sv : goose)
                 << Sent{time == m_instant ? time - kStart : Duration(-1), frames[i].port, frame};
+        }
+    }
+    void noteInputs(WallTime time, const RecordedInput *records, int count) override
+    {
+        for (int i = 0; i < count; ++i) {
+            const RecordedInput &each = records[i];
+            const bool right = time == m_instant && kStart + each.time <= m_instant;
+            noted << (right ? milliseconds(each.time) : QString("wrong time"))
+                    + (each.kind == InputKind::Trigger ? QString(":T")
+                           : each.kind == InputKind::ChannelOn
+                           ? ":+" + QString::number(each.channel)
+                           : ":-" + QString::number(each.channel));
         }
     }
     void note(WallTime time, const Transition &change) override
@@ -763,6 +777,35 @@ private slots:
         if (last.contains("> time") || last.contains("> stop"))
             QCOMPARE(played.status.state == PlayState::Stopped, last.contains("stop"));
         QCOMPARE(int(played.status.step), last.section('>', ended ? 0 : 1).at(0).digitValue());
+    }
+
+    void recordedInputs_data()
+    {
+        for (const char *column : {"steps", "inputs", "recorded"}) // and their number
+            QTest::addColumn<QString>(column);
+        QString many, kept;
+        for (int i = 1; i <= 1000; ++i) {
+            many += QStringLiteral("%1:T ").arg(i);
+            kept += i <= 768 ? QStringLiteral("%1:T ").arg(i) : QString();
+        }
+        row("none", "9 255", "", "0");
+        row("not awaited", "0", "2.6:+3 3:T 4.00001:-3", "2.6:+3 3:T 4.00001:-3 3");
+        row("awaited", "0 0 1 1 1 1|0", "2.6:+3 3:T 4:+4", "2.6:+3 3:T 4:+4 3");
+        row("without a change", "0", "1:+3 2:+3 3:-4 4:+255", "1:+3 4:+255 2");
+        row("active at the start", "0", "a 1:+7 2:-7", "2:-7 1");
+        row("before the start", "0", "-1:+3 0:T 1:+3", "0:T 1");
+        row("poles that trip at the end", "0 0 0 0 1 255", "3.01:+3 3.01:+4 3.02:T 4:-3",
+            "3.01:+3 3.01:+4 3.02:T 3");
+        row("no such channel", "0", "1:+256 2:T", "2:T 1");
+        row("more than are kept", "0", qPrintable(many), qPrintable(kept + "1000"));
+    }
+    void recordedInputs()
+    {
+        QFETCH(QString, steps);
+        QFETCH(QString, inputs);
+        const Recording played(svStream + stepCommands(250, steps) + Commands{allInputs}, 4100,
+                               inputs);
+        QTEST(played.noted.join(' '), "recorded");
     }
 };
 

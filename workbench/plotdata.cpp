@@ -106,6 +106,7 @@ private:
     void takeStates(double time, const QByteArray &frame);
     void take(const StreamMark &, double) { }
     void take(const StepMark &mark, double time);
+    void take(const InputMark &, double) { } // the GOOSE messages show it
     void endBand(double time);
     [[nodiscard]] PlotPanel panel(std::size_t quantity) const;
     [[nodiscard]] QVector<PlotPanel> panels() const;

@@ -76,6 +76,7 @@ public:
 private:
     void take(const StreamMark &mark, WallTime time);
     void take(const StepMark &mark, WallTime time);
+    void take(const InputMark &, WallTime) { } // the GOOSE messages show it
     [[nodiscard]] bool isFull() const { return m_counter.current() >= m_outline.runs.size(); }
 
     PlotOutline m_outline;

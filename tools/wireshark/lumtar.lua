@@ -41,6 +41,7 @@ for step = 0, 255 do
 end
 local states = { [0] = "idle", "armed", "running", "finished", "stopped" }
 local causes = { [0] = "start", "time", "trigger", "binary input", "stop", "ring", "limit" }
+local input_kinds = { [0] = "off", "on", "trigger" }
 local checksum_states = { [0] = "Bad", "Good", "Unverified" }
 
 local uint8, uint16, float = ProtoField.uint8, ProtoField.uint16, ProtoField.float
@@ -169,6 +170,14 @@ local f = {
     change_late = ns("lumtar.change.late", "Lateness of the instant (ns)"),
     change_cause_time = ns("lumtar.change.cause_time", "Time of the cause (ns)"),
     change_time = ns("lumtar.change.time", "Time of the instant (ns)"),
+    inputs_total = ProtoField.uint32("lumtar.inputs.total", "Inputs since the start"),
+    inputs_count = uint16("lumtar.inputs.count", "Number of records"),
+    inputs_size = uint16("lumtar.inputs.size", "Size of a record"),
+    inputs_first = uint16("lumtar.inputs.first", "Number of the first of them"),
+    inputs_input = text("lumtar.inputs.input", "Input"),
+    inputs_kind = uint8("lumtar.inputs.kind", "Kind", dec, input_kinds),
+    inputs_channel = uint16("lumtar.inputs.channel", "Logic channel"),
+    inputs_time = ns("lumtar.inputs.time", "Time (ns)"),
     -- FT3
     ft3_layout = text("lumtar.ft3.layout", "Layout"),
     ft3_flag = uint8("lumtar.ft3.flag", "Flag byte", hex),
@@ -757,21 +766,43 @@ local function change_text(v)
         v.change_disturbed ~= 0 and ", disturbed" or "")
 end
 
-local changes_layout = {
-    { "changes_total", 4, le }, { "changes_count", 2, le }, { "changes_size", 2, le },
-    { "status_start", 4, le },
-    function(frame, tree, v)
-        for _ = 1, v.changes_count do
-            if frame:remaining() < 32 then
+local input_layout = {
+    { "inputs_kind" }, fixed("\0"), { "inputs_channel", 2, le }, fixed("\0\0\0\0"),
+    { "inputs_time", 8, le64 },
+}
+
+local function input_text(v)
+    return ("%s%s at %.6f s"):format(
+        v.inputs_kind == 2 and "" or "channel " .. v.inputs_channel .. " ",
+        input_kinds[v.inputs_kind] or v.inputs_kind, seconds(v.inputs_time))
+end
+
+--- As many records as `count` says; the text of the last one is `v.last` then.
+local function records(count, name, field, size, layout, text_of)
+    return function(frame, tree, v)
+        for _ = 1, v[count] do
+            if frame:remaining() < size then
                 frame.truncated = true
                 return
             end
-            local item = tree:add(f.change, frame.range(frame.at, 32), "")
-            decode(change_layout, frame, item, v)
-            v.last_change = change_text(v)
-            item:set_text("Change: " .. v.last_change)
+            local item = tree:add(f[field], frame.range(frame.at, size), "")
+            decode(layout, frame, item, v)
+            v.last = text_of(v)
+            item:set_text(name .. ": " .. v.last)
         end
-    end,
+    end
+end
+
+local changes_layout = {
+    { "changes_total", 4, le }, { "changes_count", 2, le }, { "changes_size", 2, le },
+    { "status_start", 4, le },
+    records("changes_count", "Change", "change", 32, change_layout, change_text),
+}
+
+local inputs_layout = {
+    { "inputs_total", 4, le }, { "inputs_count", 2, le }, { "inputs_size", 2, le },
+    { "status_start", 4, le }, { "inputs_first", 2, le }, fixed("\0\0"),
+    records("inputs_count", "Input", "inputs_input", 16, input_layout, input_text),
 }
 
 local status_layouts = {
@@ -782,9 +813,15 @@ local status_layouts = {
     end },
     [1] = { changes_layout, function(v)
         return ("%d changes%s"):format(v.changes_total,
-            v.last_change and "  last " .. v.last_change or "")
+            v.last and "  last " .. v.last or "")
     end },
 }
+for which = 2, 9 do -- the parts of one record
+    status_layouts[which] = { inputs_layout, function(v)
+        return ("%d inputs%s"):format(v.inputs_total, v.last and ("  %d to %d  last %s"):format(
+            v.inputs_first, v.inputs_first + v.inputs_count - 1, v.last) or "")
+    end }
+end
 
 --- Dissects the payload as that status; returns its line, or nil if it is none.
 local function dissect_status(payload, which, pinfo, tree)
@@ -887,10 +924,20 @@ local mark_ethertype, mark_begin = 0x88b5, '{"mark":'
 local mark = Proto("lumtar_mark", "Relay test set mark")
 local json = select(2, pcall(Dissector.get, "json"))
 
+local function input_mark_info(content)
+    local channel, on = content:match('"channel":(%d+)'), content:match('"on":(%a+)')
+    local time = tonumber(content:match('"time":([%d.eE+-]+)'))
+    return ("Input %s%s"):format(
+        channel and ("channel %s %s"):format(channel, on == "true" and "on" or "off") or "trigger",
+        time and (" at %.6f s"):format(time) or "")
+end
+
 local function mark_info(content)
     local kind = content:match('^{"mark":"(%a+)"')
     if kind == "stream" then
         return "Stream " .. (content:match('"svId":"(.-)"[,}]') or "?")
+    elseif kind == "input" then
+        return input_mark_info(content)
     elseif kind ~= "step" then
         return "Mark"
     end

@@ -95,6 +95,13 @@ QByteArray BoardLogic::status(int which)
         log.start = m_starts;
         return encodeLog(log);
     }
+    if (which >= InputStatus && which < InputStatus + InputLog::kParts) {
+        const int part = which - InputStatus;
+        InputLog log = m_played ? m_performer.inputs(part) : InputLog();
+        log.first = part * InputLog::kPartSize;
+        log.start = m_starts;
+        return encodeInputs(log);
+    }
     if (which != StateStatus)
         return encodeNothing();
     PlayStatus status;

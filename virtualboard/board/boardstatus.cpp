@@ -13,6 +13,9 @@ const QByteArray signature = QByteArrayLiteral("LVB\x03"); // the last byte is t
 constexpr int kLogHeadSize = 16;
 constexpr int kRecordSize = 32;
 constexpr int kLargestPayload = 1591; ///< of a data reply that fits a datagram of the link
+constexpr int kInputsHeadSize = 20;
+constexpr int kInputSize = 16;
+static_assert(kInputsHeadSize + InputLog::kPartSize * kInputSize <= kLargestPayload);
 static_assert(kLogHeadSize + TransitionLog::kCapacity * kRecordSize <= kLargestPayload);
 
 template <typename Number>
@@ -70,6 +73,25 @@ QByteArray encodeLog(const TransitionLog &log)
         append(payload, each.lateness);
         append(payload, each.causeTime);
         append(payload, each.entryTime);
+    }
+    return payload;
+}
+
+QByteArray encodeInputs(const InputLog &log)
+{
+    QByteArray payload = signature;
+    append(payload, log.total);
+    append(payload, quint16(log.part.size()));
+    append(payload, quint16(kInputSize));
+    append(payload, log.start);
+    append(payload, quint16(log.first));
+    append(payload, quint16(0));
+    for (const RecordedInput &each : log.part) {
+        append(payload, quint8(each.kind));
+        append(payload, quint8(0));
+        append(payload, each.kind == InputKind::Trigger ? kNoChannel : each.channel);
+        append(payload, quint32(0));
+        append(payload, each.time);
     }
     return payload;
 }

@@ -199,6 +199,17 @@ void CaptureSink::note(WallTime time, const Transition &transition)
     d->notice();
 }
 
+void CaptureSink::noteInputs(WallTime time, const RecordedInput *inputs, int count)
+{
+    if (!d->canWrite())
+        return;
+    pcap_pkthdr header = headerAt(time);
+    d->writeStreamMarks(header);
+    for (int i = 0; i < count; ++i)
+        d->write(header, encodeMark(InputMark{inputs[i]}));
+    d->notice();
+}
+
 void CaptureSink::end()
 {
     (void)flush();

@@ -19,7 +19,7 @@ namespace virtualboard {
 /// become the first and the last of them.
 ///
 /// publish() allocates nothing once the sequence has begun; it waits for the disk at times, and
-/// note() allocates, so that this is no sink for a live sample loop.
+/// the notes allocate, so that this is no sink for a live sample loop.
 class CaptureSink : public FrameSink
 {
 public:
@@ -37,6 +37,7 @@ public:
     void begin(const TestProgram &program) override;
     void publish(WallTime time, const OutgoingFrame *frames, int count) override;
     void note(WallTime time, const Transition &transition) override;
+    void noteInputs(WallTime time, const RecordedInput *inputs, int count) override;
     void end() override; ///< flushes
 
 private:

@@ -91,6 +91,19 @@ QByteArray encode(const StepMark &mark)
     return json(members);
 }
 
+QByteArray encode(const InputMark &mark)
+{
+    Members members = {{QStringLiteral("mark"), QStringLiteral("input")}};
+    if (mark.input.kind == InputKind::Trigger) {
+        members.append({QStringLiteral("trigger"), true});
+    } else {
+        members.append({QStringLiteral("channel"), mark.input.channel});
+        members.append({QStringLiteral("on"), mark.input.kind == InputKind::ChannelOn});
+    }
+    members.append({QStringLiteral("time"), Seconds(mark.input.time).count()});
+    return json(members);
+}
+
 // Each of these reads one member of a mark: false if it is not as it has to be.
 
 bool readNumber(const QJsonValue &value, int most, int *number)
@@ -194,12 +207,33 @@ std::optional<Mark> readStepMark(const QJsonObject &object)
     return mark;
 }
 
+std::optional<Mark> readInputMark(const QJsonObject &object)
+{
+    InputMark mark;
+    RecordedInput &input = mark.input;
+    const QJsonValue on = object[QLatin1String("on")];
+    int channel = 0;
+    if (!readTime(object[QLatin1String("time")], &input.time))
+        return std::nullopt;
+    if (object[QLatin1String("trigger")].toBool()) {
+        input.kind = InputKind::Trigger;
+        return mark;
+    }
+    if (!on.isBool() || !readNumber(object[QLatin1String("channel")], kLogicChannels - 1, &channel))
+        return std::nullopt;
+    input.kind = on.toBool() ? InputKind::ChannelOn : InputKind::ChannelOff;
+    input.channel = quint16(channel);
+    return mark;
+}
+
 } // namespace
 
-/// No mark needs padding: each is longer than the shortest Ethernet frame, 60 bytes.
+/// A short mark is padded with blanks, which JSON allows, to the shortest Ethernet frame.
 QByteArray encodeMark(const Mark &mark)
 {
-    return macHeader() + std::visit([](const auto &each) { return encode(each); }, mark);
+    constexpr int kShortestFrame = 60;
+    return (macHeader() + std::visit([](const auto &each) { return encode(each); }, mark))
+        .leftJustified(kShortestFrame, ' ');
 }
 
 std::optional<Mark> decodeMark(const QByteArray &frame)
@@ -213,6 +247,8 @@ std::optional<Mark> decodeMark(const QByteArray &frame)
         return readStreamMark(object);
     if (kind == QLatin1String("step"))
         return readStepMark(object);
+    if (kind == QLatin1String("input"))
+        return readInputMark(object);
     return std::nullopt;
 }
 

@@ -29,7 +29,13 @@ struct StepMark
     std::array<float, kAnalogChannels> scale = {}; ///< V or A per count; 0: unknown
 };
 
-using Mark = std::variant<StreamMark, StepMark>;
+/// A trigger, or a change of a logic channel, whether or not it left a step.
+struct InputMark
+{
+    RecordedInput input;
+};
+
+using Mark = std::variant<StreamMark, StepMark, InputMark>;
 
 /// The mark as an Ethernet frame (docs/virtual-board.md); at most 1518 bytes: channel names that do
 /// not fit are left out at the end, and an svID ends after 129 characters (IEC 61850-9-2).

@@ -107,6 +107,12 @@ void LiveCapture::note(MonotonicTime time, const Transition &transition)
     m_published.put({time, sizeof transition, Note, 0}, &transition);
 }
 
+void LiveCapture::noteInputs(MonotonicTime time, const RecordedInput *inputs, int count)
+{
+    for (int i = 0; i < count; ++i)
+        m_published.put({time, sizeof inputs[i], Input, 0}, &inputs[i]);
+}
+
 void LiveCapture::hear(MonotonicTime time, const QByteArray &frame)
 {
     m_heard.put({time, quint32(frame.size()), Frame, 0}, frame.constData());
@@ -150,6 +156,10 @@ void LiveCapture::deliver(Source &source)
         Transition transition;
         std::memcpy(&transition, body, sizeof transition);
         m_sink.note(m_offset.wall(head.time), transition);
+    } else if (head.kind == Input) {
+        RecordedInput input;
+        std::memcpy(&input, body, sizeof input);
+        m_sink.noteInputs(m_offset.wall(head.time), &input, 1);
     } else {
         deliverEnd();
     }

@@ -44,8 +44,8 @@ private:
 /// Writes a capture beside a live test: what is published, and what the device under test sends.
 /// Two queues, and a thread that empties them into the file, in the order of time.
 ///
-/// publish(), note() and hear() never wait: what finds its queue full is left out, and counted. The
-/// times of published frames are when they were sent.
+/// publish(), hear() and the notes never wait: what finds its queue full is left out, and counted.
+/// The times of published frames are when they were sent.
 class LiveCapture
 {
 public:
@@ -58,13 +58,14 @@ public:
     /// For the publishing thread.
     void publish(MonotonicTime time, const OutgoingFrame *frames, int count);
     void note(MonotonicTime time, const Transition &transition);
+    void noteInputs(MonotonicTime time, const RecordedInput *inputs, int count);
     /// For one other thread: a frame has come in.
     void hear(MonotonicTime time, const QByteArray &frame);
     /// The sequence has ended. When all of it is in the file, what is missing there is reported.
     void end();
 
 private:
-    enum Kind : quint16 { Begin, Frame, Note, End };
+    enum Kind : quint16 { Begin, Frame, Note, Input, End };
     struct Head
     {
         MonotonicTime time;

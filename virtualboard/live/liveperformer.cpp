@@ -61,6 +61,7 @@ public:
     {
         m_lateness.reset();
         m_changeCount = 0;
+        m_inputCount = 0;
     }
     void publish(WallTime time, const OutgoingFrame *frames, int count) override
     {
@@ -72,6 +73,11 @@ public:
     void note(WallTime /*time*/, const Transition &transition) override
     {
         m_changes[m_changeCount++] = transition;
+    }
+    void noteInputs(WallTime /*time*/, const RecordedInput *inputs, int count) override
+    {
+        m_newInputs = inputs;
+        m_inputCount = count;
     }
     /// By how much the frames of the instant were late; if it had none, it is over now.
     Duration endInstant(WallTime instant)
@@ -89,6 +95,8 @@ private:
     {
         const MonotonicTime now = MonotonicClock::now();
         m_lateness = now - m_offset.monotonic(instant);
+        if (m_capture)
+            m_capture->noteInputs(now, m_newInputs, m_inputCount);
         const quint8 disturbances = disturbancesOfInstant();
         for (std::size_t i = 0; i < m_changeCount; ++i) {
             m_changes[i].lateness = *m_lateness;
@@ -123,6 +131,8 @@ private:
     quint8 m_disturbances = 0; ///< since the last change of steps
     std::array<Transition, Player::kMaximumChanges> m_changes;
     std::size_t m_changeCount = 0; ///< of the instant
+    const RecordedInput *m_newInputs = nullptr; ///< the player's
+    int m_inputCount = 0; ///< of those, of the instant
     std::optional<Duration> m_lateness; ///< of the instant, once that is known
 };
 

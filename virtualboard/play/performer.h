@@ -6,6 +6,7 @@
 #include <QString>
 
 #include <array>
+#include <atomic>
 #include <functional>
 
 namespace virtualboard {
@@ -37,10 +38,13 @@ public:
     PlayStatus status() const { return m_status.read(); }
     /// The changes of steps of that sequence.
     TransitionLog log() const;
+    /// Its inputs; \a part from 0 to InputLog::kParts - 1.
+    InputLog inputs(int part) const;
 
 protected:
     // For the playing thread:
-    /// Leaves the player's state for others to see, and the changes that its last instant brought.
+    /// Leaves the player's state for others to see, the inputs, and the changes that its last
+    /// instant brought.
     void show(const Player &player, const Transition *changes, int count,
               const Punctuality &punctuality = {});
     /// Likewise, with the changes as the player tells them.
@@ -57,9 +61,14 @@ private:
         quint32 total = 0;
         std::array<Transition, TransitionLog::kCapacity> last;
     };
+    void showInputs(const Player &player);
+
     Snapshot<PlayStatus> m_status;
     Changes m_changes; ///< the playing thread's
     Snapshot<Changes> m_shownChanges;
+    using InputPart = std::array<RecordedInput, InputLog::kPartSize>;
+    std::array<Snapshot<InputPart>, InputLog::kParts> m_shownInputs;
+    std::atomic<quint32> m_inputTotal = 0; ///< says how many of those are of the sequence
 };
 
 } // namespace virtualboard

@@ -29,6 +29,8 @@ struct InputAt
     quint16 channel = kNoChannel; ///< logic channel; meaningless for a trigger
 };
 using InputEvent = InputAt<WallTime>;
+/// As it is recorded: a time since the start of the sequence.
+using RecordedInput = InputAt<Duration>;
 
 /// Why a step was left.
 enum class Cause : quint8 {
@@ -127,6 +129,15 @@ public:
     {
         Q_UNUSED(time)
         Q_UNUSED(transition)
+    }
+    /// Inputs that have come since the last sample instant, called before the changes of steps that
+    /// take effect at \a time. The records hold until the sequence ends. As publish(), part of the
+    /// sample loop.
+    virtual void noteInputs(WallTime time, const RecordedInput *inputs, int count)
+    {
+        Q_UNUSED(time)
+        Q_UNUSED(inputs)
+        Q_UNUSED(count)
     }
     /// The sequence has ended. Not part of the sample loop.
     virtual void end() { }

@@ -3,6 +3,8 @@
 #include "virtualboard/play/publishers.h"
 #include "virtualboard/play/testprogram.h"
 
+#include <algorithm>
+#include <limits>
 #include <vector>
 
 namespace virtualboard {
@@ -40,7 +42,12 @@ struct Player::Private
     int changeCount = 0; ///< noted by the last play(), or to be noted by the next one
     bool changesAreNoted = false;
     int changesAtInstant = 0;
+    std::array<RecordedInput, InputLog::kCapacity> inputs; ///< the first ones
+    quint32 inputCount = 0; ///< all of them
+    std::size_t inputsNoted = 0; ///< by the plays until now
 
+    std::size_t inputsKept() const { return std::min<std::size_t>(inputCount, inputs.size()); }
+    void record(const InputEvent &event);
     void append(const Transition &change);
     void change(int next, Cause cause, WallTime causeTime, quint16 channel = kNoChannel);
     void end(Cause cause, WallTime causeTime);
@@ -145,6 +152,16 @@ void Player::Private::leaveOnTime(WallTime now)
         change(current.timeJump, Cause::Time, deadline);
 }
 
+/// What came before the start is no part of the sequence.
+void Player::Private::record(const InputEvent &event)
+{
+    if (event.time < startTime || inputCount == std::numeric_limits<quint32>::max())
+        return;
+    if (inputCount < inputs.size())
+        inputs[inputCount] = {event.time - startTime, event.kind, event.channel};
+    ++inputCount;
+}
+
 void Player::input(const InputEvent &event)
 {
     const bool isChannel = event.kind != InputKind::Trigger;
@@ -152,13 +169,17 @@ void Player::input(const InputEvent &event)
         return;
     d->leaveOnTime(event.time);
 
-    bool becameActive = false;
+    bool hasChanged = true;
     if (isChannel) {
         quint64 &word = d->active[event.channel / 64];
         const quint64 bit = quint64(1) << (event.channel % 64);
-        becameActive = event.kind == InputKind::ChannelOn && (word & bit) == 0;
+        hasChanged = ((word & bit) != 0) != (event.kind == InputKind::ChannelOn);
         word = event.kind == InputKind::ChannelOn ? word | bit : word & ~bit;
     }
+    if (!hasChanged)
+        return;
+    d->record(event);
+    const bool becameActive = event.kind == InputKind::ChannelOn;
     // What belongs to the cause of the last change, such as the other poles of a trip in the same
     // message, does not leave the next step, too.
     if (d->state != PlayState::Running || event.time <= d->lastCause)
@@ -181,6 +202,10 @@ void Player::play(FrameSink &sink)
     d->leaveOnTime(d->instant);
     if (d->changesAreNoted)
         d->changeCount = 0;
+    if (const std::size_t kept = d->inputsKept(); d->inputsNoted < kept) {
+        sink.noteInputs(d->instant, &d->inputs[d->inputsNoted], int(kept - d->inputsNoted));
+        d->inputsNoted = kept;
+    }
     for (int i = 0; i < d->changeCount; ++i)
         sink.note(d->instant, d->changes[std::size_t(i)]);
     d->changesAreNoted = true;
@@ -219,6 +244,16 @@ const Transition *Player::changes() const
 int Player::changeCount() const
 {
     return d->changesAreNoted ? d->changeCount : 0;
+}
+
+const RecordedInput *Player::inputs() const
+{
+    return d->inputs.data();
+}
+
+quint32 Player::inputCount() const
+{
+    return d->inputCount;
 }
 
 PlayStatus Player::status() const

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "virtualboard/play/playback.h"
+#include "virtualboard/play/transitions.h"
 
 #include <array>
 #include <memory>
@@ -50,6 +50,10 @@ public:
     /// The changes that the last play() noted.
     const Transition *changes() const;
     int changeCount() const;
+    /// The first inputs since the start of the sequence, at most InputLog::kCapacity: triggers, and
+    /// changes of logic channels, whether or not they leave a step.
+    const RecordedInput *inputs() const;
+    quint32 inputCount() const; ///< all of them
     /// All but `punctuality`, which is for whoever keeps the time.
     PlayStatus status() const;
 

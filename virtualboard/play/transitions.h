@@ -1,5 +1,5 @@
 /// \file
-/// The record of the changes of steps, and the times between them.
+/// The records of a sequence: the changes of steps, with the times between them, and the inputs.
 #pragma once
 
 #include "virtualboard/play/playback.h"
@@ -33,6 +33,18 @@ struct TransitionLog
     /// Why that time is doubtful, as "sent late, inputs lost"; empty if it is not, or there is
     /// none.
     [[nodiscard]] QString whyDoubtful(int index) const;
+};
+
+/// The inputs of a sequence, as a log that keeps the first ones and is read part by part.
+struct InputLog
+{
+    static constexpr int kPartSize = 96; ///< inputs
+    static constexpr int kParts = 8;
+    static constexpr int kCapacity = kPartSize * kParts;
+    quint32 total = 0; ///< since the start of the sequence, kept or not
+    quint32 start = 0; ///< as TransitionLog::start
+    int first = 0; ///< number of the part's first input, from 0
+    QVector<RecordedInput> part; ///< at most #kPartSize, in the order of their times
 };
 
 /// "sent late", "frames refused", "inputs lost": the names of the bits that are set.

@@ -34,7 +34,9 @@ void checkCommands()
 void checkEngine(LumtarEngine &engine, char *configuration)
 {
     expect(engine.SendCommand(StopCMD().data()) == 0, "no exchange without a link");
-    expect(!statusreply::decodeState("LVB") && !statusreply::decodeChanges({}), "no status");
+    expect(!statusreply::decodeState("LVB") && !statusreply::decodeChanges({})
+               && !statusreply::decodeInputs("LVB\x03"),
+           "no status");
     expect(textcodec::toCString(QString(QChar(0x4e2d))) == "\xd6\xd0", "GBK for C strings");
 
     expect(engine.InitGPP(configuration) == 1, "the example loads");
