@@ -161,26 +161,11 @@ Collector::Collector(const PlotOutline &outline, const PlotChoice &choice, const
     addChannels();
 }
 
-/// Every analog channel once, or without a mark of the stream every dataset entry.
 void Collector::addChannels()
 {
-    QStringList seen;
-    QStringList channels;
-    for (const StreamMark &mark : m_run.streams) {
-        if (mark.svId == m_data.stream.svId && mark.appId == m_data.stream.appId)
-            channels = mark.channels;
-    }
-    const bool isMarked = !channels.join(QString()).isEmpty();
-    for (int i = 0; i < m_data.stream.entries; ++i) {
-        Channel channel{i,     QStringLiteral("entry %1").arg(i + 1),           nullptr, 1,
-                        false, PlotSamples(m_svColumns, m_data.stream.interval)};
-        if (isMarked) {
-            channel.name = channels.value(i);
-            channel.analog = analogChannel(channel.name);
-            if (channel.name.isEmpty() || seen.contains(channel.name))
-                continue;
-            seen += channel.name;
-        }
+    for (const StreamChannel &each : channelsOf(m_data.stream, m_run)) {
+        Channel channel{each.entry, each.name, each.analog,
+                        1,          false,     PlotSamples(m_svColumns, m_data.stream.interval)};
         const float scale = scaleOf(channel, m_run.scale);
         channel.isScaled = scale != 0;
         if (channel.isScaled)

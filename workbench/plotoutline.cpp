@@ -183,8 +183,9 @@ const PlotStreams::Layout *PlotStreams::learn(const QByteArray &frame)
     if (stream == m_streams.size())
         m_streams.append({values->svId, decoded.appId, 0, 0});
     m_streams[stream].entries = std::max(m_streams[stream].entries, int(values->entries.size()));
-    m_layouts.append(
-        {frame.left(values->smpCntOffset), decoded.size, {stream, values->seqDataOffset}});
+    m_layouts.append({frame.left(values->smpCntOffset),
+                      decoded.size,
+                      {stream, values->smpCntOffset, values->seqDataOffset}});
     return &m_layouts.last();
 }
 
@@ -211,6 +212,26 @@ Expected<int> PlotStreams::named(const QString &name) const
 double PlotRun::seconds(WallTime time) const
 {
     return std::chrono::duration<double>(time - start).count();
+}
+
+QVector<StreamChannel> channelsOf(const PlotStream &stream, const PlotRun &run)
+{
+    QStringList names;
+    for (const StreamMark &mark : run.streams) {
+        if (mark.svId == stream.svId && mark.appId == stream.appId)
+            names = mark.channels;
+    }
+    const bool isMarked = !names.join(QString()).isEmpty();
+    QStringList seen;
+    QVector<StreamChannel> channels;
+    for (int i = 0; i < stream.entries; ++i) {
+        const QString name = isMarked ? names.value(i) : QStringLiteral("entry %1").arg(i + 1);
+        if (name.isEmpty() || seen.contains(name))
+            continue;
+        seen += name;
+        channels.append({i, name, analogChannel(name)});
+    }
+    return channels;
 }
 
 bool PlotRunCounter::take(const StepMark &mark)

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "virtualboard/capture/capturemarks.h"
+#include "virtualboard/wire/analogchannels.h"
 #include "workbench/failure.h"
 
 #include <QByteArray>
@@ -35,6 +36,7 @@ public:
     struct Place
     {
         int stream = 0;
+        int smpCntOffset = 0; ///< two bytes, high byte first
         int seqDataOffset = 0; ///< of the first dataset entry: value and quality, 4 bytes each
     };
 
@@ -77,6 +79,18 @@ struct PlotRun
     /// Seconds since the start.
     [[nodiscard]] double seconds(virtualboard::WallTime time) const;
 };
+
+/// A dataset entry of a stream that is worth showing.
+struct StreamChannel
+{
+    int entry = 0; ///< of the dataset, from 0
+    QString name; ///< "Ia1", or "entry 2" in a capture without a mark of the stream
+    const virtualboard::AnalogChannel *analog = nullptr; ///< null: unknown
+};
+
+/// Every analog channel that feeds \a stream in \a run once; without a mark that tells them, every
+/// dataset entry.
+[[nodiscard]] QVector<StreamChannel> channelsOf(const PlotStream &stream, const PlotRun &run);
 
 /// Tells the sequences of a capture apart while its marks are read in their order.
 class PlotRunCounter

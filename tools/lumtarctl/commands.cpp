@@ -1,6 +1,7 @@
 #include "tools/lumtarctl/commands.h"
 
 #include "configuration/testconfiguration.h"
+#include "tools/lumtarctl/exportcommand.h"
 #include "tools/lumtarctl/plotcommand.h"
 #include "tools/lumtarctl/runcommand.h"
 #include "tools/terminal/terminal.h"
@@ -31,6 +32,7 @@ const QString localPortOption = QStringLiteral("local-port");
 const QString whichOption = QStringLiteral("which");
 const QString jsonOption = QStringLiteral("json");
 const QString outputOption = QStringLiteral("output");
+const QString revisionOption = QStringLiteral("revision");
 const QString streamOption = QStringLiteral("stream");
 const QString runOption = QStringLiteral("run");
 const QString fromOption = QStringLiteral("from");
@@ -55,9 +57,13 @@ const OptionText optionTexts[] = {
     {localPortOption, "N", "Local UDP port, 1 to 65534; the next one is tried too.", "2002"},
     {whichOption, "N", "Number of the status to read, 0 to 255.", "0"},
     {jsonOption, "", "Prints one JSON document instead of tables.", ""},
-    {outputOption, "FILE", "Picture to write: FILE.svg or FILE.png.", "", "o"},
+    {outputOption, "FILE",
+     "File to write: plot makes a picture, FILE.svg or FILE.png, export FILE.cfg and FILE.dat.", "",
+     "o"},
+    {revisionOption, "YEAR", "Of COMTRADE: 2013 with samples of 32 bits, 1999 with 16 bits.",
+     "2013"},
     {streamOption, "ID", "Sampled-value stream: svID, or APPID (decimal or 0x...).", ""},
-    {runOption, "N", "Sequence of the capture to draw, where it holds several.", "1"},
+    {runOption, "N", "Sequence of the capture, where it holds several.", "1"},
     {fromOption, "S", "Begins at this time, in seconds since the start of the sequence.", ""},
     {toOption, "S", "Ends at this time.", ""},
     {allOption, "",
@@ -236,6 +242,13 @@ const QList<Command> &commands()
          {outputOption},
          {sequenceOption, streamOption, runOption, fromOption, toOption, allOption},
          plotCapture},
+        {QStringLiteral("export"),
+         QStringLiteral("Writes the sampled values, GOOSE states and steps of a capture as a "
+                        "COMTRADE record (.cfg and .dat); needs no board."),
+         {QStringLiteral("CAPTURE"), QStringLiteral("Capture file (pcap or pcapng).")},
+         {outputOption},
+         {sequenceOption, streamOption, runOption, fromOption, toOption, revisionOption},
+         exportCapture},
     };
     return all;
 }
