@@ -5,7 +5,6 @@
 #include <QRegularExpression>
 #include <QSet>
 #include <QStringList>
-#include <QTimeZone>
 #include <QtEndian>
 
 #include <cmath>

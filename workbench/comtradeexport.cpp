@@ -365,9 +365,9 @@ void Survey::addDigitals(Comtrade &record, const Sequence *sequence)
 WallTime Survey::triggerTime() const
 {
     for (const Transition &change : run().changes) {
-        const WallTime time = run().start + change.causeTime;
-        if (change.cause == Cause::BinaryInput && time >= m_first && time <= m_last)
-            return time;
+        if (change.cause == Cause::BinaryInput && change.causeTime >= m_first - run().start
+            && change.causeTime <= m_last - run().start)
+            return run().start + change.causeTime;
     }
     return m_first;
 }
@@ -486,7 +486,7 @@ void Writer::putInputs(WallTime until)
     const QVector<RecordedInput> &inputs = m_survey.inputs();
     for (; m_nextInput < inputs.size(); ++m_nextInput) {
         const RecordedInput &input = inputs[m_nextInput];
-        if (run().start + input.time > until)
+        if (input.time > until - run().start)
             return;
         m_states[m_survey.inputChannels()[channelOf(input)]] = input.kind != InputKind::ChannelOff;
     }
