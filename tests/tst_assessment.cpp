@@ -187,6 +187,12 @@ void noTrip(Observation &observation)
     observation.inputs.clear();
 }
 
+/// The fault ended before its first frames were sent.
+void leftAtOnce(Observation &observation)
+{
+    observation.changes[2].causeTime = observation.changes[2].entryTime = 1'000'200us;
+}
+
 /// The user had enough at 1.05 s.
 void stopped(Observation &observation)
 {
@@ -233,6 +239,9 @@ void TestAssessment::timesAreJudged()
     row("an input comes before the change that it causes",
         time(kTrip, eventOf(Event::StepLeft, 1, Event::kFirstAfter)), Verdict::Passed, 0,
         "end of step fault? came 0.000 ms after rise of logic channel 0");
+    row("the same again", time(kTrip, eventOf(Event::InputOn, 0, Event::kFirstAfter)),
+        Verdict::Passed, 65.5,
+        "rise of logic channel 0 came 65.500 ms after rise of logic channel 0");
     row("whole sequence", time(eventOf(Event::Start), eventOf(Event::End)), Verdict::Passed,
         1535.75, "the end came 1535.750 ms after the start");
 }
@@ -271,9 +280,9 @@ void TestAssessment::absencesAreJudged()
         kNone, "trigger did not come after entry into step fault?");
     row("must not come so soon", mustNot(kFault, kTrip, 35ms), Verdict::Passed, kNone,
         "rise of logic channel 0 did not come within 35.000 ms after entry into step fault?");
-    row("came too soon", mustNot(kFault, kTrip, 36ms), Verdict::Failed, 35.25,
+    row("came too soon", mustNot(kFault, kTrip, 35'250us), Verdict::Failed, 35.25,
         "rise of logic channel 0 came 35.250 ms after entry into step fault?; it must not come "
-        "within 36.000 ms");
+        "within 35.250 ms");
     row("ended before it could come", mustNot(kFault, never, 1s), Verdict::NotMeasured, kNone,
         "rise of logic channel 9 did not come within 1000.000 ms after entry into step fault?; the "
         "sequence ended too early to tell");
@@ -284,6 +293,9 @@ void TestAssessment::absencesAreJudged()
         [](Observation &observation) { observation.inputsLost = 1; });
     row("once, and no more", NeverAssessment{eventOf(Event::InputOn, 0, 3)}, Verdict::Passed, kNone,
         "rise 3 of logic channel 0 did not come");
+    row("never, without an end", NeverAssessment{eventOf(Event::InputOn, 9)}, Verdict::NotMeasured,
+        kNone, "rise of logic channel 9 did not come; the sequence ended too early to tell",
+        [](Observation &observation) { observation.changes.removeLast(); });
     row("never, as far as it went", NeverAssessment{kTrip}, Verdict::NotMeasured, kNone,
         "rise of logic channel 0 did not come; the sequence ended too early to tell", stopped);
 }
@@ -302,6 +314,11 @@ void TestAssessment::levelsAndPathsAreJudged()
         "step post");
     row("on since before its first change", level(1, true, 0), Verdict::Passed, kNone,
         "logic channel 1 was on throughout step prefault");
+    row("off and on at once", level(0, true, 2, LevelAssessment::AtEnd), Verdict::Passed, kNone,
+        "logic channel 0 was on at the end of step post", [](Observation &observation) {
+            observation.inputs.removeLast();
+            observation.inputs[4].time = observation.inputs[3].time;
+        });
     row("on without any change", level(7, false, 2), Verdict::Failed, kNone,
         "logic channel 7 was on 0.000 ms after entry into step post; it must be off throughout "
         "step "
@@ -312,6 +329,15 @@ void TestAssessment::levelsAndPathsAreJudged()
         [](Observation &observation) {
             stopped(observation);
             observation.changes.removeLast();
+        });
+    row("left before it began", level(0, false, 1), Verdict::NotMeasured, kNone,
+        "step fault? was left before its first frames were sent", leftAtOnce);
+    row("wrong level before inputs were lost", level(0, true, 2), Verdict::Failed, kNone,
+        "logic channel 0 was off 64.250 ms after entry into step post; it must be on throughout "
+        "step post",
+        [](Observation &observation) {
+            observation.inputs.resize(4);
+            observation.inputsLost = 2;
         });
     row("level with lost inputs", level(0, false, 1), Verdict::Doubtful, kNone,
         "logic channel 0 was off throughout step fault?; doubtful: changes of inputs not recorded",
@@ -342,7 +368,24 @@ void TestAssessment::doubtsAreTold()
         "rise of logic channel 0 came 35.250 ms after entry into step fault?",
         [](Observation &observation) {
             observation.changes[1].disturbances = Change::SentLate;
+            observation.changes[2].entryTime = observation.changes[2].causeTime;
             observation.changes[3].disturbances = Change::FramesRefused;
+        });
+    row("disturbed in a step that was left before its first frames",
+        time(kFault, eventOf(Event::InputOff, 1)), Verdict::Doubtful, 79.75,
+        "fall of logic channel 1 came 79.750 ms after entry into step fault?; doubtful: sent late",
+        [](Observation &observation) {
+            lateTrip(observation);
+            leftAtOnce(observation);
+        });
+    row("an input lost before the first event", time(kFault, after), Verdict::Passed, 35.25,
+        "rise of logic channel 0 came 35.250 ms after entry into step fault?",
+        [](Observation &observation) { observation.changes[1].disturbances = Change::InputsLost; });
+    row("last one of the record of inputs", time(kFault, kTrip), Verdict::Passed, 35.25,
+        "rise of logic channel 0 came 35.250 ms after entry into step fault?",
+        [](Observation &observation) {
+            observation.inputs.resize(2);
+            observation.inputsLost = 4;
         });
     row("disturbed across steps", time(eventOf(Event::Start), eventOf(Event::End)),
         Verdict::Doubtful, 1535.75,
@@ -422,6 +465,9 @@ void TestAssessment::writesValues_data()
     const Band fivePercent = bandAround(1.2, {0, 5}, {0.01, 5});
     QTest::newRow("at the limit") << 1.26 << fivePercent << "A"
                                   << "x is 1.26 A; allowed is 1.14 to 1.26 A" << 0.06;
+    QTest::newRow("at a limit that is not a round number")
+        << 0.8 << bandAround(0.7, {}, {0.1, 0}) << "A"
+        << "x is 0.8 A; allowed is 0.7 to 0.8 A" << 0.1;
     QTest::newRow("the absolute tolerance is the larger one")
         << 0.11 << bandAround(0.1, {0.01, 1}, {0.02, 1}) << "s"
         << "x is 110.000 ms; allowed is 90.000 to 120.000 ms" << 0.01;
@@ -621,6 +667,10 @@ void TestAssessment::findsThresholds_data()
     QTest::newRow("undervoltage") << range(110, 10, {0.1, 0}) << 57.3 << 59.1 << 24 << found;
     QTest::newRow("as fine as numbers are")
         << range(1, 2, {1e-300, 0}, 80) << 1.1 << 1.05 << 160 << found;
+    QTest::newRow("pick-up of 0")
+        << range(-1, 1, {1, 0}) << 0.0 << -0.5 << 6
+        << QStringList{QString(), QString(),
+                       QStringLiteral("reset ratio was not measured: the pick-up is 0")};
     QTest::newRow("wider than the range") << range(1, 2, {1, 0}) << 1.5 << 1.2 << 4 << found;
     QTest::newRow("does not trip") << range(0.5, 2, {0.001, 0}) << 3.0 << 2.9 << 2
                                    << refused("the relay does not trip at 0.5 A, and not at 2 A");

@@ -1,6 +1,10 @@
 /// \file
 /// What a test expects of a sequence that has been played, and what came of it. Pure: a verdict
 /// never looks at anything but the observation, so that it can be given again from a record.
+///
+/// A verdict is doubtful, whatever it would be, if the board was disturbed between the events, and
+/// if an event may be missing from the records that ended too early. What has happened although it
+/// must never, or was wrong before anything was lost, has failed.
 #pragma once
 
 #include "workbench/observation.h"
