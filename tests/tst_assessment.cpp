@@ -612,6 +612,12 @@ void TestAssessment::allowsWhatTheValueMayBe()
     QCOMPARE(expected.band.nominal.value_or(kNone), nominal);
     QCOMPARE(expected.band.lowest, lowest);
     QCOMPARE(expected.band.highest, highest);
+
+    // A relay that does nothing
+    Observation observation = wentWell();
+    noTrip(observation);
+    const AssessmentResult result = assess(expecting(expected, time(kFault, kTrip)), observation);
+    QCOMPARE(result.verdict, trip == ExpectedTime::Certain ? Verdict::Failed : Verdict::Passed);
 }
 
 void TestAssessment::refusesCharacteristics_data()

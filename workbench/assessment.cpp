@@ -242,6 +242,15 @@ QString pathText(const QVector<int> &steps, const QStringList &stepNames)
 
 } // namespace
 
+TimeAssessment expecting(const ExpectedTime &expected, TimeAssessment assessment)
+{
+    constexpr TimeAssessment::Coming kComing[] = {TimeAssessment::Must, TimeAssessment::May,
+                                                  TimeAssessment::MustNot};
+    assessment.coming = kComing[expected.trip];
+    assessment.allowed = expected.band;
+    return assessment;
+}
+
 AssessmentResult assess(const TimeAssessment &wanted, const Observation &observation)
 {
     const Timeline timeline(observation);

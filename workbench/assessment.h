@@ -7,6 +7,7 @@
 /// must never, or was wrong before anything was lost, has failed.
 #pragma once
 
+#include "workbench/characteristic.h"
 #include "workbench/observation.h"
 #include "workbench/timeline.h"
 #include "workbench/verdict.h"
@@ -40,6 +41,10 @@ struct TimeAssessment
     /// After the first event, for #MustNot: how long; else to the end.
     std::optional<std::chrono::nanoseconds> within;
 };
+
+/// \a assessment of what is expected: the time has to be in the band, or the trip may stay away, or
+/// must.
+[[nodiscard]] TimeAssessment expecting(const ExpectedTime &expected, TimeAssessment assessment);
 
 /// A logic input is on, or off, while a step lasts.
 struct LevelAssessment
