@@ -8,7 +8,7 @@ set -euo pipefail
 folder=$1
 release=$(. /etc/os-release && echo "$VERSION_CODENAME")
 gcc_major=$(g++ -dumpversion | cut -d. -f1)
-packages="qt6-base-dev,qt6-5compat-dev,qt6-qpa-plugins,libpcap-dev,libc6-dev,libstdc++-$gcc_major-dev"
+packages="qt6-base-dev,qt6-5compat-dev,qt6-svg-dev,qt6-qpa-plugins,libpcap-dev,libc6-dev,libstdc++-$gcc_major-dev"
 packages+=",libexpected-dev,libreaderwriterqueue-dev"
 unpacked=$folder.packages # written last, so that an interrupted run starts again
 [ "$(cat "$unpacked" 2>/dev/null)" != "$release $packages" ] || exit 0

@@ -8,10 +8,10 @@
 set -euo pipefail
 
 either_qt="g++ make cmake ninja-build libpcap-dev libexpected-dev libreaderwriterqueue-dev"
-either_qt+=" gnuplot-nox"
+either_qt+=" fonts-dejavu-core"
 declare -A packages=(
-    [qt6]="$either_qt qt6-base-dev qt6-5compat-dev qt6-qpa-plugins"
-    [qt5]="$either_qt qtbase5-dev"
+    [qt6]="$either_qt qt6-base-dev qt6-5compat-dev qt6-svg-dev qt6-qpa-plugins"
+    [qt5]="$either_qt qtbase5-dev libqt5svg5-dev"
     [test]="tshark dpkg-dev file pkg-config libxml2-utils"
     [live]="iproute2"
     [arm]="g++-arm-linux-gnueabihf mmdebstrap qemu-user"
@@ -39,7 +39,7 @@ if ! command -v apt-get >/dev/null || ! command -v dpkg-query >/dev/null; then
     cat >&2 <<EOF
 setup.sh: this system has no apt. Please install, under whatever names your system has them:
   ${wanted[*]}
-(a C++17 compiler, CMake 3.21 or later, Ninja, Qt 6.4 with Core5Compat or Qt 5.15),
+(a C++17 compiler, CMake 3.21 or later, Ninja, Qt 6.4 with Core5Compat and Svg or Qt 5.15 with Svg),
 then run the same command again with LUMTAR_SETUP=no.
 EOF
     exit 1
