@@ -56,8 +56,10 @@ CMake package and pkg-config file.")
 
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME lumtar-tools)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
-set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "${same_library}")
-set(CPACK_DEBIAN_TOOLS_PACKAGE_RECOMMENDS "gnuplot-nox | gnuplot") # lumtarctl plot
+# Pictures are drawn without a display, by a plugin of Qt, and with a font.
+set(qt_offscreen_6 "qt6-qpa-plugins, ")
+set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS
+  "${same_library}, ${qt_offscreen_${QT_MAJOR_VERSION}}fonts-dejavu-core | fonts-liberation")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SUGGESTS "wireshark | tshark")
 set(CPACK_DEBIAN_TOOLS_DESCRIPTION "relay test set on the command line, and a board made of software
 Lumtar drives the signal-generation board of a relay test set over UDP.

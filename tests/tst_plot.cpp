@@ -2,20 +2,20 @@
 // lumtarctl.
 
 #include "tests/capturedframes.h"
+#include "tests/svgreader.h"
 
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/capture/capturemarks.h"
+#include "workbench/picturefile.h"
 #include "workbench/plotnames.h"
-#include "workbench/plotpicture.h"
-#include "workbench/plotscript.h"
 #include "workbench/sequencefile.h"
+#include "workbench/waveformpicture.h"
 
 #include <QDir>
-#include <QPointF>
+#include <QImage>
 #include <QProcess>
 #include <QTemporaryDir>
 #include <QTest>
-#include <QXmlStreamReader>
 
 #include <algorithm>
 #include <cmath>
@@ -28,44 +28,14 @@ namespace {
 
 constexpr double kPi = 3.14159265358979323846;
 
-/// The texts and the curves of an SVG file, in pixels.
-struct Svg
-{
-    explicit Svg(const QByteArray &content);
-    bool isWellFormed = false;
-    QMap<QString, QPointF> texts;
-    QMap<QString, QVector<QPointF>> curves; ///< by the text in front of them: the legend
-};
+constexpr int kWidth = 1200;
 
-QPointF point(const QString &text)
+QByteArray drawn(const PlotData &data, const WaveformTexts &texts, PictureFormat format)
 {
-    const QStringList parts = text.split(QLatin1Char(','));
-    return {parts.value(0).toDouble(), parts.value(1).toDouble()};
-}
-
-Svg::Svg(const QByteArray &content)
-{
-    QXmlStreamReader in(content);
-    QPointF place;
-    QString text;
-    while (!in.atEnd()) {
-        if (in.readNext() != QXmlStreamReader::StartElement)
-            continue;
-        const QXmlStreamAttributes attributes = in.attributes();
-        const QString moved = attributes.value(QLatin1String("transform")).toString();
-        if (moved.startsWith(QLatin1String("translate(")))
-            place = point(moved.mid(10).chopped(1));
-        if (in.name() == QLatin1String("text")) {
-            text = in.readElementText(QXmlStreamReader::IncludeChildElements).trimmed();
-            texts[text] = place;
-        } else if (in.name() == QLatin1String("path") && !curves.contains(text)) {
-            const QString path = attributes.value(QLatin1String("d")).toString();
-            const QString curve = path.mid(path.lastIndexOf(QLatin1Char('M'))); // behind the sample
-            for (const QString &each : curve.split(QLatin1Char(' '), Qt::SkipEmptyParts))
-                curves[text] += point(each.mid(1));
-        }
-    }
-    isWellFormed = !in.hasError();
+    const WaveformPicture picture(data, texts);
+    const QSize size(kWidth, picture.heightFor(kWidth));
+    const auto paint = [&](QPainter &painter, const QRectF &area) { picture.paint(painter, area); };
+    return format == PictureFormat::Svg ? toSvg(size, paint) : toPng(size, paint, 1);
 }
 
 } // namespace
@@ -78,6 +48,7 @@ private slots:
     void initTestCase();
     void drawsValuesInPlace_data();
     void drawsValuesInPlace();
+    void drawsStepsInPlace();
     void saysWhatHappened_data();
     void saysWhatHappened();
     void findsNothingToDraw_data();
@@ -94,8 +65,8 @@ private slots:
 
 private:
     workbench::Expected<QByteArray> draw(const QString &order,
-                                         PlotFormat format = PlotFormat::Svg) const;
-    void plot(const QString &arguments, const QString &path = qEnvironmentVariable("PATH"));
+                                         PictureFormat format = PictureFormat::Svg) const;
+    void plot(const QString &arguments, const QString &fonts = {});
     [[nodiscard]] QString file(const char *name) const
     {
         return m_directory.filePath(QLatin1String(name));
@@ -107,10 +78,13 @@ private:
     QString m_errors;
 };
 
-void TestPlot::plot(const QString &arguments, const QString &path)
+/// Without a display, and if wanted without the fonts of the machine.
+void TestPlot::plot(const QString &arguments, const QString &fonts)
 {
     QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-    environment.insert(QStringLiteral("PATH"), path);
+    environment.remove(QStringLiteral("QT_QPA_PLATFORM"));
+    if (!fonts.isEmpty())
+        environment.insert(QStringLiteral("FONTCONFIG_FILE"), fonts);
     QProcess process;
     process.setProcessEnvironment(environment);
     process.setWorkingDirectory(m_directory.path());
@@ -121,7 +95,7 @@ void TestPlot::plot(const QString &arguments, const QString &path)
 }
 
 /// The picture for "CAPTURE STREAM FROM TO" with "-" for what is left to the workbench.
-workbench::Expected<QByteArray> TestPlot::draw(const QString &order, PlotFormat format) const
+workbench::Expected<QByteArray> TestPlot::draw(const QString &order, PictureFormat format) const
 {
     constexpr double kCycle = 0.02;
     const QStringList words = order.split(QLatin1Char(' '));
@@ -145,9 +119,8 @@ workbench::Expected<QByteArray> TestPlot::draw(const QString &order, PlotFormat 
         .and_then([&](const PlotWindow &window) {
             return readPlotData(path, *outline, {*stream, 0}, window, kCycle);
         })
-        .and_then([&](const PlotData &data) {
-            return drawPicture(*findGnuplot(),
-                               plotScript(data, format, words[0], sequence->names().mid(0, 2)));
+        .map([&](const PlotData &data) {
+            return drawn(data, {words[0], sequence->names().mid(0, 2), {{7, "trip A"}}}, format);
         });
 }
 
@@ -201,6 +174,7 @@ void TestPlot::initTestCase()
     QVERIFY(writeFile(file("cut.pcap"), content("bare.pcap").chopped(7)));
     QVERIFY(writeFile(file("no.pcap"), content("bare.pcap").left(24)));
     QVERIFY(writeFile(file("text.pcap"), "not packets") && writeFile(file("empty.pcap"), {}));
+    QVERIFY(writeFile(file("fonts.conf"), "<fontconfig></fontconfig>"));
     QVERIFY(QFile::copy(QFINDTESTDATA("../examples/earth-fault.json"), file("sequence.json")));
 }
 
@@ -211,8 +185,8 @@ void TestPlot::drawsValuesInPlace_data()
         all samples     | marked.pcap 0x4001 0 0.1   | Ia1, Ia2   | 0.02 0.08 -10 10       | 10    | 0.005
         in thousands    | marked.pcap 0x4001 0.1 0.2 | Va1        | 0.12 0.18 -40 40       | 80    | 0.105
         reduced         | marked.pcap 0x4001 2 2.99  | Ia1, Ia2   | 2.2 2.8 -10 10         | 10    | 2.005
-        envelope        | marked.pcap 0x4001 all     | Ia1, Ia2   | 1 3 -10 10             | 10    | 0
-        around the trip | marked.pcap 0x4001 - -     | Ia1, Ia2   | 0.95 1.1 -10 10        | 10    | 0.925
+        envelope        | marked.pcap 0x4001 all     | Ia1, Ia2   | 1.0 3.0 -10 10         | 10    | 0
+        around the trip | marked.pcap 0x4001 - -     | Ia1, Ia2   | 0.96 1.10 -10 10       | 10    | 0.925
         without marks   | bare.pcap 0x4001 - -       | entry 2, 3 | 0.02 0.08 -10000 10000 | 10000 | 0.005
         )");
 }
@@ -226,13 +200,14 @@ void TestPlot::drawsValuesInPlace()
     QVERIFY(svg.isWellFormed);
     const QStringList tics = row[3].split(QLatin1Char(' '));
     for (const QString &tic : tics)
-        QVERIFY2(svg.texts.contains(tic), qPrintable(tic));
+        QVERIFY2(svg.find(tic), qPrintable(svg.allTexts().join(QLatin1Char('|'))));
     const double left = tics[0].toDouble();
-    const double perX = (tics[1].toDouble() - left) / (svg.texts[tics[1]] - svg.texts[tics[0]]).x();
-    const double perY =
-        (tics[3].toDouble() - tics[2].toDouble()) / (svg.texts[tics[3]] - svg.texts[tics[2]]).y();
+    const double perX =
+        (tics[1].toDouble() - left) / (svg.middleOf(tics[1]) - svg.middleOf(tics[0])).x();
+    const double perY = (tics[3].toDouble() - tics[2].toDouble())
+        / (svg.middleOf(tics[3]) - svg.middleOf(tics[2])).y();
 
-    const QVector<QPointF> curve = svg.curves[row[2]];
+    const QVector<QPointF> curve = svg.curve(row[2]);
     QVERIFY(curve.size() > 2 && curve.size() < 3000);
     const auto ends =
         std::minmax_element(curve.begin(), curve.end(),
@@ -240,15 +215,63 @@ void TestPlot::drawsValuesInPlace()
     const double largest = (ends.first->y() - ends.second->y()) * perY / 2;
     QVERIFY2(std::abs(largest / row[4].toDouble() - 1) < 0.01,
              qPrintable(QString::number(largest)));
-    const double time = left + (ends.first->x() - svg.texts[tics[0]].x()) * perX;
+    const double time = left + (ends.first->x() - svg.middleOf(tics[0]).x()) * perX;
     QVERIFY2(std::abs(time - row[5].toDouble()) < 2 * perX, qPrintable(QString::number(time)));
+}
+
+/// The second step is shaded, from its begin to the binary input that ended it; both pictures show
+/// that, and the phases in their colours.
+void TestPlot::drawsStepsInPlace()
+{
+    const auto order = QStringLiteral("marked.pcap 0x4001 - -");
+    const workbench::Expected<QByteArray> vectors = draw(order);
+    const workbench::Expected<QByteArray> pixels = draw(order, PictureFormat::Png);
+    QVERIFY(vectors && pixels);
+    COMPARE_BYTES(*vectors, *draw(order));
+    const Svg svg(*vectors);
+    const double second =
+        (svg.middleOf(QStringLiteral("1.10")) - svg.middleOf(QStringLiteral("1.00"))).x() / 0.1;
+    const double begin = svg.middleOf(QStringLiteral("1.00")).x();
+    const double end = begin + 0.0302 * second;
+    const QVector<Svg::Shape> bands = svg.filled(ink::kBand);
+    QCOMPARE(bands.size(), 4); // the names, voltages, currents, states
+    for (const Svg::Shape &band : bands) {
+        QVERIFY(std::fabs(band.points[0].x() - begin) < 1);
+        QVERIFY(std::fabs(band.points[1].x() - end) < 1);
+    }
+    QVector<double> inputs;
+    for (const Svg::Shape &line : svg.shapes) {
+        if (line.kind == QLatin1String("polyline") && line.dash == QLatin1String("6,3"))
+            inputs += line.points[0].x();
+    }
+    QCOMPARE(inputs.size(), 4);
+    QVERIFY(std::fabs(inputs[0] - end) < 1);
+
+    const QImage image = QImage::fromData(*pixels, "PNG");
+    QCOMPARE(image.width(), kWidth);
+    const int names = int(bands[0].points[0].y()) + 2;
+    QCOMPARE(image.pixelColor(int(begin) + 2, names), ink::kBand);
+    QCOMPARE(image.pixelColor(int(begin) - 3, names), QColor(Qt::white));
+    QCOMPARE(image.pixelColor(int(end) + 4, names), QColor(Qt::white));
+    const QRect voltages(QPoint(int(begin), int(bands[1].points[0].y())),
+                         bands[1].points[1].toPoint());
+    int coloured = 0;
+    for (int x = voltages.left(); x < voltages.right() - 3; ++x) {
+        bool has = false;
+        for (int y = voltages.top(); y < voltages.bottom(); ++y) {
+            const QColor pixel = image.pixelColor(x, y);
+            has = has || (pixel.red() > 180 && pixel.green() < 140 && pixel.blue() < 90);
+        }
+        coloured += has ? 1 : 0;
+    }
+    QVERIFY2(coloured > voltages.width() * 0.9, qPrintable(QString::number(coloured)));
 }
 
 void TestPlot::saysWhatHappened_data()
 {
     // order | texts
     addRows(R"(
-        marked.pcap 16385 - - | 0 s = 2026-11-23 00:00:00.000 UTC | 0 prefault | 1 fault | step 2 | binary input: channel 7, 30.200 ms after entry | voltage (kV) | current (A) | zero: Ib1 | Bay '1 | stNum 1 | stNum 2 | entry 1, boolean | entry 2, double point | time since the start of the sequence (s)
+        marked.pcap 16385 - - | 0 s = 2026-11-23 00:00:00.000 UTC | 0 prefault | 1 fault | step 2 | binary input: trip A, 30.200 ms after entry | voltage (kV) | current (A) | zero: Ib1 | Bay '1 | stNum 1 | stNum 2 | entry 1, boolean | entry 2, double point | time since the start of the sequence (s)
         marked.pcap 0x4001 all | 0 prefault | step 2 | time since the start of the sequence (s); envelopes: smallest and largest value of every 25 ms
         marked.pcap 0x4002 - 1 | value (counts) | entry 1 | 0 prefault
         cut.pcap - - - | value (counts) | zero: entry 4 | time since the first packet (s)
@@ -260,7 +283,7 @@ void TestPlot::saysWhatHappened()
     QFETCH(QStringList, row);
     const workbench::Expected<QByteArray> picture = draw(row.takeFirst());
     QVERIFY2(picture, picture ? "" : qPrintable(picture.error().message));
-    const QStringList texts = Svg(*picture).texts.keys();
+    const QStringList texts = Svg(*picture).allTexts();
     for (const QString &text : row)
         QVERIFY2(texts.contains(text), qPrintable(text + texts.join(QLatin1Char('|'))));
 }
@@ -316,34 +339,29 @@ void TestPlot::writesNamesLiterally_data()
     for (const char *const name : names)
         QTest::newRow(name) << QString::fromUtf8(name);
     QTest::newRow("lines") << QStringLiteral("a\n!touch executed\n\x1b[m");
+    QTest::newRow("turned") << QStringLiteral("trip \u202eno\u2069");
+    QTest::newRow("end of a CDATA section") << QStringLiteral("]]>");
 }
 
 void TestPlot::writesNamesLiterally()
 {
     QFETCH(QString, name);
-    const QString before = QDir::currentPath();
-    QVERIFY(QDir::setCurrent(m_directory.path()));
     PlotData data;
     data.window = {0, 1};
     data.panels = {
         {name, QStringLiteral("V"), {{{name + QLatin1Char('1')}, {{0, 0}, {1, 1}}}}, {name}}};
     data.bands = {{0, 1, 0}};
     data.goose = {{name, {{0, 1}}, {{name + QLatin1Char('2'), {{0, 1}}}}}};
-    const workbench::Expected<QByteArray> picture = drawPicture(
-        *findGnuplot(),
-        plotScript(data, PlotFormat::Svg, name + QLatin1Char('3'), {name + QLatin1Char('4')}));
-    QVERIFY(QDir::setCurrent(before));
-    QVERIFY2(picture, picture ? "" : qPrintable(picture.error().message));
-    QVERIFY(!QFile::exists(file("executed")));
-    const Svg svg(*picture);
+    const Svg svg(
+        drawn(data, {name + QLatin1Char('3'), {name + QLatin1Char('4')}, {}}, PictureFormat::Svg));
     QVERIFY(svg.isWellFormed);
     QString shown = name;
-    shown.replace(QLatin1Char('\n'), QLatin1Char('?')).replace(QChar(0x1b), QLatin1Char('?'));
+    for (const QChar steering : {QChar('\n'), QChar(0x1b), QChar(0x202e), QChar(0x2069)})
+        shown.replace(steering, QLatin1Char('?'));
     for (const QString &text :
          {shown, shown + QLatin1Char('1'), shown + QLatin1Char('2'), shown + QLatin1Char('3'),
           QStringLiteral("zero: ") + shown, QStringLiteral("0 ") + shown + QLatin1Char('4')})
-        QVERIFY2(svg.texts.contains(text),
-                 qPrintable(text + QStringList(svg.texts.keys()).join(QLatin1Char('|'))));
+        QVERIFY2(svg.find(text), qPrintable(text + svg.allTexts().join(QLatin1Char('|'))));
 }
 
 /// Two sequences with 2 s between them, the first one with a gap: what is drawn lies where it was.
@@ -398,7 +416,7 @@ void TestPlot::drawsOneSequence()
     plot(QStringLiteral("two.pcap -o p.svg --all --run 2"));
     QCOMPARE(m_exitStatus, 0);
     const QString title = QStringLiteral("two.pcap: MU01 (APPID 0x4001), sequence 2");
-    QVERIFY(Svg(content("p.svg")).texts.contains(title));
+    QVERIFY(Svg(content("p.svg")).find(title));
     QVERIFY(QFile::remove(file("p.svg")));
 }
 
@@ -463,7 +481,7 @@ void TestPlot::writesPictures()
              qPrintable(m_errors));
     QCOMPARE(m_exitStatus, 0);
     const Svg svg(content("p.svg"));
-    QVERIFY(svg.texts.contains(QStringLiteral("cut.pcap: MU01 (APPID 0x4001)")));
+    QVERIFY(svg.find(QStringLiteral("cut.pcap: MU01 (APPID 0x4001)")));
     QVERIFY(QFile::remove(file("p.svg")));
 }
 
@@ -482,20 +500,20 @@ void TestPlot::refusesArguments_data()
         marked.pcap -o p.svg --from 5                    | the capture reaches from 0 s to 4 s
         marked.pcap -o p.svg --from 1 --all              | --all goes without --from and --to
         marked.pcap -o p.svg --sequence text.pcap        | text.pcap:1:
-        bare.pcap -o p.svg                               | gnuplot, which draws the picture, is not installed
+        bare.pcap -o p.svg                               | no font is installed
         )");
 }
 
 void TestPlot::refusesArguments()
 {
     QFETCH(QStringList, row);
-    const bool lacksGnuplot = row[1].startsWith(QLatin1String("gnuplot"));
-    plot(row[0], lacksGnuplot ? m_directory.path() : qEnvironmentVariable("PATH"));
+    const bool lacksFonts = row[1].contains(QLatin1String("font"));
+    plot(row[0], lacksFonts ? file("fonts.conf") : QString());
     QVERIFY2(m_errors.contains(row[1]), qPrintable(m_errors));
     QCOMPARE(m_errors.count(QLatin1Char('\n')), 1);
-    QCOMPARE(m_exitStatus, lacksGnuplot ? 1 : 2);
+    QCOMPARE(m_exitStatus, lacksFonts ? 1 : 2);
     QVERIFY(!QFile::exists(file("p.svg")));
 }
 
-QTEST_GUILESS_MAIN(TestPlot)
+QTEST_MAIN(TestPlot)
 #include "tst_plot.moc"

@@ -43,7 +43,8 @@ check_fields() {
     local version=' \(>= [^)]*\)' same="$library \(= $revision\)"
     qt=("${qt[@]/%/(a|t64)?$version}") # some releases of Debian add to the names
     expect_dependency "$library" "libc6$version" "${qt[@]:0:3}"
-    expect_dependency "$tools" "$same" "libc6$version" "${qt[@]:0:2}"
+    expect_dependency "$tools" "$same" "libc6$version" "${qt[@]:0:2}" "libqt${QT}svg$QT$version" \
+        'fonts-dejavu-core .*'
     expect_dependency "$development" "$same" "${qt[3]}"
     [[ $(field "$library" Depends) != *lumtar* ]] || fail "the library depends on its own packages"
 

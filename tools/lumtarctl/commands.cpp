@@ -236,12 +236,13 @@ const QList<Command> &commands()
          {sequenceOption, jsonOption},
          checkFile},
         {QStringLiteral("plot"),
-         QStringLiteral("Draws the sampled values, GOOSE states and steps of a capture, with "
-                        "gnuplot; needs no board."),
+         QStringLiteral("Draws the sampled values, GOOSE states and steps of a capture; needs no "
+                        "board."),
          {QStringLiteral("CAPTURE"), QStringLiteral("Capture file (pcap or pcapng).")},
          {outputOption},
          {sequenceOption, streamOption, runOption, fromOption, toOption, allOption},
-         plotCapture},
+         plotCapture,
+         true},
         {QStringLiteral("export"),
          QStringLiteral("Writes the sampled values, GOOSE states and steps of a capture as a "
                         "COMTRADE record (.cfg and .dat); needs no board."),

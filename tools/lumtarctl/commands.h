@@ -25,6 +25,7 @@ struct Command
     QStringList optional;
     /// Runs the command; returns the exit status.
     workbench::Expected<int> (*run)(const QCommandLineParser &options);
+    bool draws = false; ///< needs a QGuiApplication
 };
 
 /// All commands.

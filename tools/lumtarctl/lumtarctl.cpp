@@ -7,9 +7,11 @@
 
 #include <QCommandLineParser>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QLoggingCategory>
 
 #include <algorithm>
+#include <memory>
 
 using namespace workbench;
 
@@ -48,13 +50,34 @@ QString whatIsWrong(const QCommandLineParser &parser, const Command *command)
     return suggestion::unknownOption(parser.unknownOptionNames().first(), known);
 }
 
+/// Null if there is none of this name.
+const Command *commandNamed(const QString &name)
+{
+    const auto found = std::find_if(commands().begin(), commands().end(),
+                                    [&name](const Command &each) { return each.name == name; });
+    return found == commands().end() ? nullptr : &*found;
+}
+
+/// Commands that draw need fonts, but no display; the others need neither.
+std::unique_ptr<QCoreApplication> makeApplication(const Command *command, int &argc, char *argv[])
+{
+    if (!command || !command->draws)
+        return std::make_unique<QCoreApplication>(argc, argv);
+    if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+        qputenv("QT_QPA_PLATFORM", "offscreen");
+    // It takes options of its own out of the arguments, and misses the session of a desktop.
+    static int programAlone = 1;
+    QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, false);
+    auto application = std::make_unique<QGuiApplication>(programAlone, argv);
+    QLoggingCategory::defaultCategory()->setEnabled(QtWarningMsg, true);
+    return application;
+}
+
 Expected<int> run(const QStringList &arguments)
 {
     const auto refusal = [](const QString &message) { return failure(Failure::Input, message); };
     const QString name = arguments.value(1);
-    const auto found = std::find_if(commands().begin(), commands().end(),
-                                    [&name](const Command &each) { return each.name == name; });
-    const Command *const command = found == commands().end() ? nullptr : &*found;
+    const Command *const command = commandNamed(name);
 
     QCommandLineParser parser;
     describe(parser, command);
@@ -99,12 +122,16 @@ int exitStatus(Failure::Kind kind)
 int main(int argc, char *argv[])
 {
     prepareTerminal();
-    const QCoreApplication application(argc, argv);
+    const Command *const command = argc > 1 ? commandNamed(QString::fromLatin1(argv[1])) : nullptr;
+    const auto application = makeApplication(command, argc, argv);
     QCoreApplication::setApplicationName(QStringLiteral("lumtarctl"));
     QCoreApplication::setApplicationVersion(QStringLiteral(PROGRAM_VERSION));
     // What the engine writes there is told in messages of our own.
     QLoggingCategory::defaultCategory()->setEnabled(QtDebugMsg, false);
-    const Expected<int> status = run(QCoreApplication::arguments());
+    QStringList arguments;
+    for (int i = 0; i < argc; ++i)
+        arguments += QString::fromLocal8Bit(argv[i]);
+    const Expected<int> status = run(arguments);
     if (!status) {
         complain(status.error().message);
         for (const QString &each : status.error().others)

@@ -2,9 +2,10 @@
 
 #include "tools/lumtarctl/captureoptions.h"
 #include "tools/terminal/terminal.h"
-#include "workbench/plotpicture.h"
-#include "workbench/plotscript.h"
+#include "workbench/drawing.h"
+#include "workbench/picturefile.h"
 #include "workbench/printabletext.h"
+#include "workbench/waveformpicture.h"
 
 #include <QCommandLineParser>
 #include <QFileInfo>
@@ -19,12 +20,12 @@ tl::unexpected<Failure> refusal(const QString &message)
     return failure(Failure::Input, message);
 }
 
-Expected<PlotFormat> formatOf(const QString &path)
+Expected<PictureFormat> formatOf(const QString &path)
 {
     const QString ending = QFileInfo(path).suffix().toLower();
     if (ending != QLatin1String("svg") && ending != QLatin1String("png"))
         return refusal(QStringLiteral("--output \"%1\" does not end with .svg or .png").arg(path));
-    return ending == QLatin1String("svg") ? PlotFormat::Svg : PlotFormat::Png;
+    return ending == QLatin1String("svg") ? PictureFormat::Svg : PictureFormat::Png;
 }
 
 /// Everything that the command line says, checked.
@@ -32,7 +33,7 @@ struct PlotOrder
 {
     CaptureOrder what;
     QString output;
-    PlotFormat format = PlotFormat::Svg;
+    PictureFormat format = PictureFormat::Svg;
 };
 
 Expected<PlotOrder> orderOf(const QCommandLineParser &options)
@@ -40,7 +41,7 @@ Expected<PlotOrder> orderOf(const QCommandLineParser &options)
     PlotOrder order;
     order.output = options.value(QStringLiteral("output"));
     return formatOf(order.output)
-        .and_then([&](PlotFormat format) {
+        .and_then([&](PictureFormat format) {
             order.format = format;
             return captureOrderOf(options);
         })
@@ -63,6 +64,24 @@ Expected<PlotData> read(const CaptureOrder &order, const PlotOutline &outline)
         .and_then([&](const PlotWindow &window) {
             return readPlotData(order.capture, outline, *choice, window, cycle);
         });
+}
+
+QByteArray draw(const PlotOrder &order, const PlotOutline &outline, const PlotData &data)
+{
+    constexpr int kWidth = 1200; // pixels
+    WaveformTexts texts;
+    texts.title =
+        QFileInfo(order.what.capture).fileName() + QStringLiteral(": ") + data.stream.toString();
+    if (outline.runs.size() > 1)
+        texts.title += QStringLiteral(", sequence %1").arg(data.run + 1);
+    if (order.what.sequence)
+        texts.steps = order.what.sequence->names();
+    const WaveformPicture picture(data, texts);
+    const QSize size(kWidth, picture.heightFor(kWidth));
+    const auto paint = [&picture](QPainter &painter, const QRectF &area) {
+        picture.paint(painter, area);
+    };
+    return order.format == PictureFormat::Svg ? toSvg(size, paint) : toPng(size, paint);
 }
 
 void tell(const QString &output, const PlotOutline &outline, const PlotData &data)
@@ -101,9 +120,8 @@ Expected<int> plotCapture(const QCommandLineParser &options)
     QSaveFile file(order->output);
     if (!file.open(QIODevice::WriteOnly))
         return refusal(QStringLiteral("%1: %2").arg(order->output, file.errorString()));
-    const Expected<QString> gnuplot = findGnuplot();
-    if (!gnuplot)
-        return tl::unexpected<Failure>(gnuplot.error());
+    if (const Expected<void> fonts = checkFonts(); !fonts)
+        return tl::unexpected<Failure>(fonts.error());
 
     const Expected<PlotOutline> outline = readOutline(order->what.capture);
     if (!outline)
@@ -113,16 +131,8 @@ Expected<int> plotCapture(const QCommandLineParser &options)
     const Expected<PlotData> data = read(order->what, *outline);
     if (!data)
         return tl::unexpected<Failure>(data.error());
-    QString title =
-        QFileInfo(order->what.capture).fileName() + QStringLiteral(": ") + data->stream.toString();
-    if (outline->runs.size() > 1)
-        title += QStringLiteral(", sequence %1").arg(data->run + 1);
-    const Expected<QByteArray> picture = drawPicture(
-        *gnuplot,
-        plotScript(*data, order->format, title, order->what.sequence.value_or(Sequence()).names()));
-    if (!picture)
-        return tl::unexpected<Failure>(picture.error());
-    if (file.write(*picture) != picture->size() || !file.commit())
+    const QByteArray picture = draw(*order, *outline, *data);
+    if (file.write(picture) != picture.size() || !file.commit())
         return refusal(QStringLiteral("%1: %2").arg(order->output, file.errorString()));
     tell(order->output, *outline, *data);
     return 0;
