@@ -1,6 +1,7 @@
 #include "workbench/quantity.h"
 
 #include "configuration/suggestion.h"
+#include "workbench/jsonwords.h"
 
 namespace workbench {
 
@@ -14,8 +15,8 @@ QString knownParameter(const JsonNode &node, const QStringList &known)
     if (known.contains(name))
         return name;
     if (node.isText())
-        node.refuse(QStringLiteral("there is no parameter \"%1\"%2")
-                        .arg(name, suggestion::didYouMean(name, known)));
+        node.refuse(QStringLiteral("there is no parameter %1%2")
+                        .arg(jsonwords::quoted(name), suggestion::didYouMean(name, known)));
     return {};
 }
 

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "engine/lumtarengine.h"
+#include "workbench/signalnames.h"
 
 #include <QString>
 #include <QStringList>
@@ -68,12 +69,17 @@ struct Sequence
     bool amplitudesArePeak = false; ///< else RMS
     bool dualAD = false; ///< the second outputs mirror the first
     std::optional<Ratios> ratios; ///< make primary values of secondary ones; else they are primary
+    SignalNames signalNames; ///< of logic channels and binary outputs
     QVector<SequenceStep> steps; ///< 1 to 5
 
     [[nodiscard]] int samplesPerSecond() const { return samplesPerCycle * nominalFrequency; }
     [[nodiscard]] QStringList names() const; ///< of the steps
     /// The name of step \a number, "end", or the number itself.
     [[nodiscard]] QString nameOf(int number) const;
+    /// "trip A", or "logic channel 0" if it has no name.
+    [[nodiscard]] QString inputName(int channel) const { return signalNames.input(channel); }
+    /// "CB closed", or "binary output 1" if it has no name.
+    [[nodiscard]] QString outputName(int output) const { return signalNames.output(output); }
 };
 
 /// Va1, Va2, Vb1, ... In2, as in CStep::outPara.

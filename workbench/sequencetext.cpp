@@ -33,11 +33,19 @@ QString stepText(const Sequence &sequence, int step)
     return printable(QStringLiteral("%1 (%2)").arg(step).arg(sequence.nameOf(step)));
 }
 
-QString causeText(const Change &change)
+/// "0", or "0 (trip A)" if the channel has a name.
+QString channelText(const Sequence &sequence, int channel)
+{
+    const QString name = sequence.signalNames.inputs.value(channel);
+    return printable(name.isEmpty() ? QString::number(channel)
+                                    : QStringLiteral("%1 (%2)").arg(channel).arg(name));
+}
+
+QString causeText(const Change &change, const Sequence &sequence)
 {
     const QString name = causeName(change.cause);
     return change.cause == Change::BinaryInput
-        ? QStringLiteral("%1 %2").arg(name).arg(change.channel)
+        ? QStringLiteral("%1 %2").arg(name, channelText(sequence, change.channel))
         : name;
 }
 
@@ -46,9 +54,9 @@ QString inputText(const Change &before, const Change &change, std::chrono::nanos
                   const QString &whyDoubtful, const Sequence &sequence)
 {
     constexpr std::chrono::nanoseconds kWorthTelling = 100us;
-    QString text = QStringLiteral("binary input: logic channel %1, %2 ms after entry into step %3")
-                       .arg(QString::number(change.channel), millisecondsText(duration),
-                            stepText(sequence, change.left));
+    QString text = QStringLiteral("binary input: %1, %2 ms after entry into step %3")
+                       .arg(printable(sequence.inputName(change.channel)),
+                            millisecondsText(duration), stepText(sequence, change.left));
     if (before.lateness > kWorthTelling)
         text += QStringLiteral(", which began %1 ms late").arg(millisecondsText(before.lateness));
     if (!whyDoubtful.isEmpty())
@@ -109,12 +117,12 @@ QString stateText(const State &state, const Sequence &sequence)
              QString::number(state.frames));
 }
 
-QString activeText(const State &state)
+QString activeText(const State &state, const Sequence &sequence)
 {
     QStringList active;
     for (std::size_t channel = 0; channel < state.active.size(); ++channel) {
         if (state.active[channel])
-            active << QString::number(channel);
+            active << channelText(sequence, int(channel));
     }
     return QStringLiteral(", active: ")
         + (active.isEmpty() ? QStringLiteral("none") : active.join(QLatin1Char(' ')));
@@ -141,7 +149,7 @@ QString changeTexts(const Changes &changes, const Sequence &sequence, int width)
              change.left == statusreply::kNoStep ? QString() : stepText(sequence, change.left),
              change.entered == statusreply::kNoStep ? QStringLiteral("end")
                                                     : stepText(sequence, change.entered),
-             causeText(change), secondsText(change.causeTime),
+             causeText(change, sequence), secondsText(change.causeTime),
              duration ? millisecondsText(*duration) : QString(), whyDoubtful(changes, i)});
         if (change.cause == Change::BinaryInput && duration)
             inputs << inputText(changes.last[i - 1], change, *duration, whyDoubtful(changes, i),

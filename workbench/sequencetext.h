@@ -21,8 +21,8 @@ namespace workbench {
 /// "running: step 1 (fault) 0.020 s, total 1.020 s, 8160 frames"
 [[nodiscard]] QString stateText(const statusreply::State &state, const Sequence &sequence);
 
-/// ", active: 0 255": the logic inputs behind stateText(), or "none".
-[[nodiscard]] QString activeText(const statusreply::State &state);
+/// ", active: 0 (trip A) 255": the logic inputs behind stateText(), or "none".
+[[nodiscard]] QString activeText(const statusreply::State &state, const Sequence &sequence);
 
 /// A table of the changes of steps, in \a width characters; below it, for each binary input, the
 /// time that it took, which is what a test is made for.

@@ -79,7 +79,7 @@ Expected<void> watch(TestRun &run, const Sequence &sequence)
 {
     LiveLine line;
     const auto last = run.follow([&](const statusreply::State &state, bool isNews) {
-        line.show(stateText(state, sequence), isNews, activeText(state));
+        line.show(stateText(state, sequence), isNews, activeText(state, sequence));
     });
     line.keep();
     if (!last) {
