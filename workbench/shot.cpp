@@ -1,0 +1,84 @@
+#include "workbench/shot.h"
+
+#include <algorithm>
+
+namespace workbench {
+
+namespace {
+
+void add(Parameters &values, const Parameters &further)
+{
+    for (auto each = further.begin(); each != further.end(); ++each)
+        values[each.key()] = each.value();
+}
+
+} // namespace
+
+qint64 countPlainShots(const TestCase &testCase)
+{
+    if (testCase.search())
+        return 0;
+    const qint64 points = testCase.sweep() ? qint64(testCase.sweep()->points.size()) : 1;
+    return points * testCase.repetitions;
+}
+
+QVector<Shot> plainShots(const TestPlan &plan, int number)
+{
+    const TestCase &testCase = plan.cases[number];
+    QVector<Shot> shots;
+    if (testCase.search())
+        return shots;
+    const QVector<Parameters> points =
+        testCase.sweep() ? testCase.sweep()->points : QVector<Parameters>{Parameters()};
+    for (int point = 0; point < points.size(); ++point) {
+        Shot shot;
+        shot.caseNumber = number;
+        shot.point = point;
+        shot.values = testCase.parameters;
+        add(shot.values, points[point]);
+        for (shot.repetition = 0; shot.repetition < testCase.repetitions; ++shot.repetition)
+            shots.append(shot);
+    }
+    return shots;
+}
+
+QVector<Shot> plainShots(const TestPlan &plan)
+{
+    QVector<Shot> shots;
+    for (int number = 0; number < plan.cases.size(); ++number)
+        shots += plainShots(plan, number);
+    return shots;
+}
+
+Shot searchShot(const TestPlan &plan, int number, int point, const ThresholdSearch::Shot &wanted)
+{
+    const TestCase &testCase = plan.cases[number];
+    const Search &search = *testCase.search();
+    const bool isPickUp = wanted.phase == ThresholdSearch::Shot::PickUp;
+    Shot shot;
+    shot.caseNumber = number;
+    shot.role = isPickUp ? Shot::PickUp : Shot::DropOff;
+    shot.point = point;
+    shot.values = testCase.parameters;
+    add(shot.values, isPickUp ? search.pickUp.parameters : search.dropOff.parameters);
+    shot.values[search.parameter] = wanted.value;
+    return shot;
+}
+
+QString shotText(const TestCase &testCase, const Shot &shot)
+{
+    QStringList parts;
+    const auto value = [&shot](const QString &parameter) {
+        return QStringLiteral("%1 = %2").arg(parameter).arg(shot.values.value(parameter));
+    };
+    if (testCase.sweep())
+        parts += value(testCase.sweep()->parameter);
+    if (testCase.search())
+        parts += value(testCase.search()->parameter)
+            + QLatin1String(shot.role == Shot::PickUp ? ", pick-up" : ", drop-off");
+    if (testCase.repetitions > 1)
+        parts += QStringLiteral("%1 of %2").arg(shot.repetition + 1).arg(testCase.repetitions);
+    return parts.join(QStringLiteral(", "));
+}
+
+} // namespace workbench

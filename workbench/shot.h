@@ -1,0 +1,51 @@
+/// \file
+/// One playing of a case with its values.
+#pragma once
+
+#include "workbench/testplan.h"
+
+#include <QString>
+#include <QVector>
+
+#include <array>
+
+namespace workbench {
+
+/// What tells one shot of a plan from the others.
+struct Shot
+{
+    enum Role {
+        Plain, ///< of a case, or of a point of a sweep
+        PickUp, ///< of a search
+        DropOff, ///< likewise
+    };
+
+    int caseNumber = 0; ///< from 0
+    Role role = Plain;
+    int point = 0; ///< of a sweep, from 0; of a search: number of the shot
+    int repetition = 0; ///< from 0
+    Parameters values; ///< all that the sequence, the stand-in and the assessments need
+
+    [[nodiscard]] bool isSameAs(const Shot &other) const
+    {
+        return caseNumber == other.caseNumber && role == other.role && point == other.point
+            && repetition == other.repetition;
+    }
+};
+
+/// All shots that do not depend on the result of others, in the order of the plan: the points of a
+/// sweep one after the other, each with its repetitions.
+[[nodiscard]] QVector<Shot> plainShots(const TestPlan &plan);
+/// Those of case \a number.
+[[nodiscard]] QVector<Shot> plainShots(const TestPlan &plan, int number);
+/// How many they are; a search has none.
+[[nodiscard]] qint64 countPlainShots(const TestCase &testCase);
+
+/// The shot with number \a point of the search of case \a number.
+[[nodiscard]] Shot searchShot(const TestPlan &plan, int number, int point,
+                              const ThresholdSearch::Shot &wanted);
+
+/// "Ifault = 8, 2 of 3": what tells the shot from the others of its case; empty if it is alone.
+[[nodiscard]] QString shotText(const TestCase &testCase, const Shot &shot);
+
+} // namespace workbench

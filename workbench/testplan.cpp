@@ -1,0 +1,48 @@
+#include "workbench/testplan.h"
+
+#include "workbench/sequencefile.h"
+
+namespace workbench {
+
+Assessment PlannedAssessment::in(const Parameters &values) const
+{
+    if (const auto *level = std::get_if<LevelAssessment>(&what))
+        return *level;
+    if (const auto *never = std::get_if<NeverAssessment>(&what))
+        return *never;
+    if (const auto *path = std::get_if<PathAssessment>(&what))
+        return *path;
+    const Time &time = std::get<Time>(what);
+    TimeAssessment result = time.fixed;
+    if (time.nominal)
+        result.allowed = bandAround(time.nominal->in(values), time.minus, time.plus);
+    if (time.atLeast)
+        result.allowed.lowest = time.atLeast->in(values);
+    if (time.atMost)
+        result.allowed.highest = time.atMost->in(values);
+    if (time.characteristic)
+        return expecting(expectedTime(*time.characteristic, values.value(time.of)), result);
+    return result;
+}
+
+const PlannedAssessment::Time *PlannedAssessment::alongCharacteristic() const
+{
+    const auto *time = std::get_if<Time>(&what);
+    return time && time->characteristic ? time : nullptr;
+}
+
+Expected<Sequence> TestPlan::sequence(int number, const Parameters &values) const
+{
+    const JsonNode &node = m_sequences.at(std::size_t(number));
+    Parameters known = parameterDefaults(node);
+    for (auto each = known.begin(); each != known.end(); ++each)
+        each.value() = values.value(each.key(), each.value());
+    const int errorsBefore = node.file().errors();
+    const Sequence sequence = readSequence(node, known);
+    if (node.file().errors() > errorsBefore)
+        return failure(Failure::Input,
+                       QStringLiteral("the sequence cannot be played with these values"));
+    return sequence;
+}
+
+} // namespace workbench
