@@ -128,7 +128,7 @@ void TreeBuilder::open(const QString &tag, Place place)
 
 Place placeOf(const QXmlStreamReader &reader)
 {
-    return {int(reader.lineNumber()), int(reader.columnNumber())};
+    return {int(reader.lineNumber()), std::max(int(reader.columnNumber()), 1)};
 }
 
 /// Why an element with this tag cannot be the root; empty if it can.
@@ -223,10 +223,12 @@ std::optional<Remark> Parser::readElement()
     return std::nullopt;
 }
 
-/// Where the reader is: the tag that it has just read, if it has.
+/// Where the reader is: the tag or else the character that it has just read. It does not count all
+/// lines of what it refuses itself.
 Place Parser::place()
 {
-    return m_tags.find(int(m_reader.characterOffset())) ? m_tags.place() : placeOf(m_reader);
+    const int end = int(m_reader.characterOffset());
+    return m_tags.find(end) ? m_tags.place() : m_tags.placeBefore(end);
 }
 
 /// The tree of the file at \a path; null, with the reason, if there is none to load.

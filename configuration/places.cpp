@@ -46,6 +46,12 @@ bool TagFinder::findAttribute(const QString &name)
     return true;
 }
 
+Place TagFinder::placeBefore(int end)
+{
+    m_counter.moveTo(end - 1);
+    return m_counter.place();
+}
+
 int TagFinder::skipBlanks(int index) const
 {
     while (index < m_end && m_text[index].isSpace())

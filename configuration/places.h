@@ -40,6 +40,8 @@ public:
     /// Goes on to the attribute \a name of that tag. False if it does not come next: it is
     /// declared, not written.
     bool findAttribute(const QString &name);
+    /// Goes on to the character that ends at \a end, and gives its place.
+    [[nodiscard]] Place placeBefore(int end);
     /// Of what was found last: of the "<" or of the attribute's name.
     [[nodiscard]] Place place() const { return m_counter.place(); }
 

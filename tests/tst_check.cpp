@@ -253,6 +253,9 @@ void TestCheck::refusesUnreadableFiles_data()
     file("empty", "", QStringLiteral(": error: is empty"));
     file("blank", "\xef\xbb\xbf \n", QStringLiteral(": error: is empty"));
     file("not closed", "<ied>\n<goose></ied>", QStringLiteral(":2:8: error: ") + kMismatch);
+    file("cut short", "<ied>\n", QStringLiteral(":1:6: error: Premature end of document."));
+    file("no character in a comment", "<ied>\n<!-- a\n b\x01 --></ied>",
+         QStringLiteral(":3:3: error: Invalid XML character."));
     file("other root", "\n <scl/>",
          QStringLiteral(":2:2: error: the root element is scl, not ied"));
     file("station file", "<scl:SCL><x></scl:SCL>",
