@@ -421,7 +421,7 @@ void TestBoard::refusesBadArguments_data()
         --loop | loop
         now | unexpected argument "now"
         --timeout | timeout
-        --phases jump | --phases "jump"
+        --phases jumps | --phases "jumps" is none of
         --realtime | --realtime needs --interface
         --cpu 1 | --cpu needs
         --interface lo --inputs INPUTS | --inputs is for virtual time

@@ -547,6 +547,41 @@ private slots:
         }
     }
 
+    /// Jumps by what the phases differ by play the same as continuous phases; others do not.
+    void phaseJumps()
+    {
+        const double waves[3][2] = {{50, 10}, {60, -60}, {16.7, 200}}; // Hz, degrees
+        Commands commands = Commands{svStream[0], svPlaces(bytes("00 08 01"))}
+            + stepCommands(250, "13 1|7 2|11 0"); // a loop
+        Commands turned = commands;
+        for (int step = 0; step < 3; ++step) {
+            const double jump = waves[step][1] - waves[(step + 2) % 3][1];
+            commands << signal(step, 8, 1000, float(waves[step][0]), float(waves[step][1]), 1,
+                               float(jump));
+            if (step != 1) // named again after a pause
+                commands << signal(step, 1, 1000, 50, -80, 1, 0);
+            if (step != 0) // named for the first time in step 1
+                commands << signal(step, 0, 1000, 50, 40, 1, 0);
+            turned << signal(step, 0, 1000, 0, 90, 1, 30);
+        }
+        const Recording played(commands, 800), jumped(commands, 800, {}, Phases::Jump),
+            restarted(commands, 800, {}, Phases::Restart);
+        int others = 0;
+        for (int i = 0; i < played.sv.size(); ++i) {
+            for (int channel = 0; channel < 3; ++channel) {
+                const int value = played.sv[i].value(channel);
+                QVERIFY(std::abs(value - jumped.sv[i].value(channel)) <= 1);
+                others += std::abs(value - restarted.sv[i].value(channel)) > 100 ? 1 : 0;
+            }
+        }
+        QVERIFY(others > 100);
+        const Recording own(turned, 200, {}, Phases::Jump);
+        QCOMPARE(own.sv[0].value(0), 1000); // steps 0 to 2 begin at 0, 13 and 20 ms
+        QCOMPARE(own.sv[60].value(0), 866);
+        QCOMPARE(own.sv[100].value(0), 500);
+        QCOMPARE(own.sv[130].value(0), 0); // step 0 again, at 31 ms
+    }
+
     void rates_data()
     {
         for (const char *column : {"interval", "maximum", "second"}) // of the second stream

@@ -44,7 +44,8 @@ const OptionText optionTexts[] = {
      "600"},
     {"phases", "HOW",
      "continuous: at a change of steps, an angle goes on from where it is, and changes by what the "
-     "angles of the two steps differ by. restart: every step begins at its own angles.",
+     "angles of the two steps differ by. jump: it goes on, and changes by the phase jump that the "
+     "step was sent with. restart: every step begins at its own angles.",
      "continuous"},
     {"interface", "IF",
      "Plays live: in real time, on this network interface, from which the inputs come, too.", ""},
@@ -129,8 +130,11 @@ Expected<Phases> readPhases(const QString &text)
         return Phases::Continuous;
     if (text == QLatin1String("restart"))
         return Phases::Restart;
+    if (text == QLatin1String("jump"))
+        return Phases::Jump;
     return Refusal(
-        QStringLiteral("--phases \"%1\" is neither \"continuous\" nor \"restart\"").arg(text));
+        QStringLiteral("--phases \"%1\" is none of \"continuous\", \"jump\" and \"restart\"")
+            .arg(text));
 }
 
 Expected<QMap<QString, int>> readExpectations(const QStringList &texts)

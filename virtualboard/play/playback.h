@@ -71,6 +71,7 @@ struct Transition
 enum class Phases : quint8 {
     Continuous, ///< the angle it has come to, plus what the steps' phases differ by
     Restart, ///< the phase of the step
+    Jump, ///< the angle it has come to, plus the phase jump of the step
 };
 
 enum class PlayState : quint8 { Idle, Armed, Running, Finished, Stopped };

@@ -91,6 +91,7 @@ std::optional<PlayedStep> TestProgram::step(int number) const
         wave.amplitude = double(command.amplitude) / double(command.scaleFactor);
         wave.frequency = double(command.frequency);
         wave.phase = double(command.phase);
+        wave.phaseJump = double(command.phaseJump.value_or(0.0F));
         wave.scaleFactor = command.scaleFactor;
     }
     const StepConditionCommand &condition = *found->second.condition;

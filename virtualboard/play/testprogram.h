@@ -49,6 +49,7 @@ struct Wave
     double amplitude = 0; ///< counts, peak
     double frequency = 0; ///< Hz
     double phase = 0; ///< degrees, when the step begins
+    double phaseJump = 0; ///< degrees, for Phases::Jump
     float scaleFactor = 0; ///< V or A per count; 0: never told
 };
 

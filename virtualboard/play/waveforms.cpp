@@ -34,11 +34,14 @@ void Waveforms::enter(const Waves &waves, SampleRate rate, Phases phases)
     m_sample = 0;
     for (std::size_t i = 0; i < m_waves.size(); ++i) {
         const Wave last = std::exchange(m_waves[i], waves[i]);
-        if (phases == Phases::Continuous) {
+        if (phases != Phases::Restart) {
             m_ahead[i] = std::remainder(m_ahead[i] + last.frequency * timeInLast, 1.0);
             if (waves[i].scaleFactor == 0) {
                 m_waves[i] = last;
                 m_waves[i].amplitude = 0;
+            } else if (phases == Phases::Jump && last.scaleFactor != 0) {
+                const double degrees = last.phase + waves[i].phaseJump - waves[i].phase;
+                m_ahead[i] = std::remainder(m_ahead[i] + degrees / kDegreesPerTurn, 1.0);
             }
         }
         const double turn = kTwoPi * std::remainder(m_waves[i].frequency * m_sampleInterval, 1.0);

@@ -13,8 +13,8 @@ public:
     using Counts = std::array<qint32, kAnalogChannels>;
 
     /// A step begins: the next sample is its first one. The first step begins at its own phases. A
-    /// channel that the step says nothing of keeps its frequency for Phases::Continuous, so that
-    /// it stays in time with the others.
+    /// channel that the step says nothing of keeps its frequency, but for Phases::Restart, so that
+    /// it stays in time with the others; one that is named for the first time begins at its phase.
     void enter(const Waves &waves, SampleRate rate, Phases phases);
     /// The next sample, in counts.
     const Counts &next();
