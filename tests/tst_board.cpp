@@ -153,6 +153,7 @@ private slots:
     void obeys_data();
     void obeys();
     void keepsInputs();
+    void playsSeveral();
     void plays_data();
     void plays();
     void refusesBadArguments_data();
@@ -301,6 +302,52 @@ void TestBoard::keepsInputs()
         const auto inputs = statusreply::decodeInputs(status).value();
         QVERIFY2(inputs.total == 0 && inputs.part.isEmpty() && inputs.first == 96, line);
     }
+}
+
+/// One board plays several sequences, each with its own inputs and capture: what it says of them is
+/// the same whether or not the frames go anywhere, and nothing of one is left in the next.
+void TestBoard::playsSeveral()
+{
+    VirtualBoardOptions options;
+    options.address = boardAddress();
+    options.startTime = kStart;
+    options.limit = std::chrono::seconds(100);
+    VirtualBoard board(options, [](const QString &) {});
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    for (const QString &word : split("sv1 sv2 input0 0:500>1?1 1:20>255"))
+        QCOMPARE(engine.SendCommand(command(word)), 1);
+    const auto play = [&](const NextSequences &next) {
+        QVERIFY2(board.prepare(next), "cannot be opened");
+        QCOMPARE(engine.SendCommand(command("go250")), 1);
+        QVERIFY(board.waitForEnd(std::chrono::seconds(60)));
+    };
+    const auto said = [&engine](int which, int startAt) {
+        return readStatus(engine, which)
+            .replace(startAt, 4, QByteArray(4, 0)); // number of the start
+    };
+    const InputFile trip =
+        InputFile::fromEvents({{600ms, InputKind::ChannelOff, 0}, {30ms, InputKind::ChannelOn, 0}});
+    QByteArray all;
+    for (const QString &capture : {m_capture, QString(), m_capture}) {
+        QFile::remove(m_capture);
+        play({trip, capture, kStart});
+        QCOMPARE(text(board.log().last), QString("-0 start 0, 01 binary input 30, 1- time 50"));
+        QCOMPARE(board.status().framesSent, 200U);
+        QCOMPARE(int(changesIn(m_capture).size()), capture.isEmpty() ? 0 : 3);
+        const QByteArray now = said(statusreply::kState, 68) + said(statusreply::kChanges, 12)
+            + said(statusreply::kInputs, 12);
+        COMPARE_BYTES(now, all.isEmpty() ? now : all);
+        all = now;
+    }
+    const QByteArray first = content(m_capture);
+    QVERIFY(!board.prepare({trip, "/proc/none/capture.pcap", kStart}));
+    play({std::nullopt, {}, kStart});
+    QCOMPARE(text(board.log().last), QString("-0 start 0, 01 time 500, 1- time 520"));
+    play({trip, m_capture, kStart});
+    board.stop();
+    COMPARE_BYTES(content(m_capture), first);
 }
 
 /// Runs the program and sends it the commands; "end" waits for the end of the sequence, "ctrl-c"

@@ -28,9 +28,9 @@ Expected<WallTime> startTime(const VirtualBoardOptions &options,
     return first.value_or(std::chrono::floor<std::chrono::seconds>(WallClock::now()));
 }
 
-Expected<std::unique_ptr<Performer>> virtualPerformer(const VirtualBoardOptions &options,
-                                                      CaptureSink *capture,
-                                                      const NoticeHandler &notice)
+Expected<std::unique_ptr<VirtualTimePerformer>> virtualPerformer(const VirtualBoardOptions &options,
+                                                                 CaptureSink *capture,
+                                                                 const NoticeHandler &notice)
 {
     VirtualTimePerformer::Options play;
     if (!options.inputs.isEmpty()) {
@@ -87,8 +87,9 @@ struct VirtualBoard::Private
 
     const VirtualBoardOptions options;
     NoticeCounter notices;
-    CaptureSink capture;
+    std::unique_ptr<CaptureSink> capture = std::make_unique<CaptureSink>();
     std::unique_ptr<Performer> performer; ///< from start() to stop()
+    VirtualTimePerformer *virtualTime = nullptr; ///< the same, unless it is live
     std::unique_ptr<BoardLogic> logic; ///< likewise
     LinkResponder link; // ends before what it calls
 
@@ -115,9 +116,18 @@ tl::expected<void, VirtualBoard::StartFailure> VirtualBoard::start()
         return tl::unexpected<StartFailure>({cause, text});
     };
     const NoticeHandler notice = [this](const QString &line) { d->notices.report(line); };
-    CaptureSink *const capture = d->options.capture.isEmpty() ? nullptr : &d->capture;
-    auto performer = d->options.live ? livePerformer(d->options, capture, notice)
-                                     : virtualPerformer(d->options, capture, notice);
+    CaptureSink *const capture = d->options.capture.isEmpty() ? nullptr : d->capture.get();
+    Expected<std::unique_ptr<Performer>> performer;
+    VirtualTimePerformer *virtualTime = nullptr;
+    if (d->options.live) {
+        performer = livePerformer(d->options, capture, notice);
+    } else {
+        performer = virtualPerformer(d->options, capture, notice)
+                        .map([&virtualTime](std::unique_ptr<VirtualTimePerformer> opened) {
+                            virtualTime = opened.get();
+                            return std::unique_ptr<Performer>(std::move(opened));
+                        });
+    }
     if (!performer)
         return failure(StartFailure::BadOptions, performer.error());
     // Only then the capture, so that nothing that is wrong costs an earlier file.
@@ -136,6 +146,7 @@ tl::expected<void, VirtualBoard::StartFailure> VirtualBoard::start()
     if (const Expected<void> started = d->link.start(); !started)
         return failure(StartFailure::AddressInUse, started.error());
     d->performer = std::move(*performer);
+    d->virtualTime = virtualTime;
     d->logic = std::move(logic);
     return {};
 }
@@ -152,8 +163,38 @@ void VirtualBoard::stop()
     d->status = d->performer->status();
     d->log = d->performer->log();
     d->logic.reset();
+    d->virtualTime = nullptr;
     d->performer.reset(); // which completes the capture
-    (void)d->capture.flush(); // failures() tells
+    (void)d->capture->flush(); // failures() tells
+}
+
+Expected<void> VirtualBoard::prepare(NextSequences next)
+{
+    VirtualTimePerformer::Options play;
+    play.startTime = next.startTime;
+    play.limit = d->options.limit;
+    play.phases = d->options.phases;
+    d->virtualTime->prepare(play); // nobody uses the capture any more
+    d->link.clear();
+    d->capture = std::make_unique<CaptureSink>();
+    if (!next.capture.isEmpty()) {
+        if (Expected<void> opened = d->capture->open(next.capture); !opened)
+            return opened;
+        play.sink = d->capture.get();
+    }
+    play.inputs = std::move(next.inputs);
+    d->virtualTime->prepare(std::move(play));
+    return {};
+}
+
+bool VirtualBoard::waitForEnd(std::chrono::milliseconds timeout) const
+{
+    return d->virtualTime->waitForEnd(timeout);
+}
+
+QString VirtualBoard::captureError() const
+{
+    return d->capture->errorString();
 }
 
 PlayState VirtualBoard::state() const
@@ -211,8 +252,8 @@ QStringList VirtualBoard::failures() const
     QStringList result;
     if (d->notices.count() > 0)
         result << QStringLiteral("%1 problems were reported").arg(d->notices.count());
-    if (!d->capture.errorString().isEmpty())
-        result << d->capture.errorString();
+    if (!d->capture->errorString().isEmpty())
+        result << d->capture->errorString();
     if (d->link.dropped() > 0)
         result << QStringLiteral("%1 datagrams were not recorded").arg(d->link.dropped());
     return result;

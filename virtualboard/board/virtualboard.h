@@ -2,6 +2,7 @@
 
 #include "virtualboard/board/linkresponder.h"
 #include "virtualboard/board/texttable.h"
+#include "virtualboard/inputs/inputfile.h"
 #include "virtualboard/live/liveperformer.h"
 
 #include <QHostAddress>
@@ -30,6 +31,14 @@ struct VirtualBoardOptions
     Phases phases = Phases::Continuous;
     /// Plays in real time on these interfaces; its limit, phases and capture are those above.
     std::optional<LiveOptions> live;
+};
+
+/// What a board in virtual time is given for the sequences that follow.
+struct NextSequences
+{
+    std::optional<InputFile> inputs; ///< what the device under test does; none: nothing
+    QString capture; ///< file for the frames of the process bus; empty: none
+    WallTime startTime; ///< of the first of them, at most #kLatestStart
 };
 
 /// The whole board: the far end of the link, what it does on each command, what plays, the capture,
@@ -63,6 +72,18 @@ public:
     /// Ends what is played, completes the capture, and frees the address. What was received and
     /// played can still be asked for.
     void stop();
+
+    /// Ends what is played, completes the capture, forgets all datagrams, and plays from now on
+    /// with \a next: so one board plays the sequences of a whole test. Fails when the capture
+    /// cannot be opened, and then nothing is captured. Not for a live board; only while the board
+    /// runs.
+    [[nodiscard]] Expected<void> prepare(NextSequences next);
+    /// Waits for the end of what is played, in virtual time. Returns false if it has not come after
+    /// \a timeout.
+    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds timeout) const;
+
+    /// Why not all of the capture could be written; empty if it could.
+    QString captureError() const;
 
     /// What the status read-back says.
     PlayState state() const;

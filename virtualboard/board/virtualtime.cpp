@@ -10,11 +10,8 @@ namespace virtualboard {
 
 namespace {
 
-class NullSink : public FrameSink
-{
-public:
-    void publish(WallTime, const OutgoingFrame *, int) override { }
-};
+/// Sample instants after which the player's state is shown although nothing has happened.
+constexpr unsigned kInstantsUnseen = 64;
 
 /// Hands out the planned inputs when their time comes.
 class InputFeed
@@ -57,7 +54,8 @@ VirtualTimePerformer::~VirtualTimePerformer()
 
 void VirtualTimePerformer::start(const TestProgram &program)
 {
-    stop();
+    const std::lock_guard<std::mutex> lock(m_commands);
+    end();
     forgetLog();
     m_stop = false;
     m_trigger = false;
@@ -69,13 +67,42 @@ void VirtualTimePerformer::start(const TestProgram &program)
         inputs = m_options.inputs->plan(program.subscriptions(), startTime);
     if (m_options.sink)
         m_options.sink->begin(program);
+    setPlaying(true);
     m_thread = std::thread([this, player = std::move(player), inputs = std::move(inputs)] {
         play(*player, inputs);
         m_nextStart = std::chrono::floor<std::chrono::seconds>(player->nextInstant()) + 1s;
+        setPlaying(false);
     });
 }
 
 void VirtualTimePerformer::stop()
+{
+    const std::lock_guard<std::mutex> lock(m_commands);
+    end();
+}
+
+void VirtualTimePerformer::prepare(Options options)
+{
+    const std::lock_guard<std::mutex> lock(m_commands);
+    end();
+    m_options = std::move(options);
+    m_nextStart = m_options.startTime;
+}
+
+void VirtualTimePerformer::setPlaying(bool isPlaying)
+{
+    const std::lock_guard<std::mutex> lock(m_playing);
+    m_isPlaying = isPlaying;
+    m_ended.notify_all();
+}
+
+bool VirtualTimePerformer::waitForEnd(std::chrono::milliseconds timeout)
+{
+    std::unique_lock<std::mutex> lock(m_playing);
+    return m_ended.wait_for(lock, timeout, [this] { return !m_isPlaying; });
+}
+
+void VirtualTimePerformer::end()
 {
     m_stop = true;
     if (m_thread.joinable())
@@ -84,8 +111,8 @@ void VirtualTimePerformer::stop()
 
 void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
 {
-    NullSink nowhere;
-    FrameSink &sink = m_options.sink ? *m_options.sink : nowhere;
+    FrameSink *const sink = m_options.sink;
+    unsigned unseen = 0;
     const WallTime limit = player.nextInstant() + m_options.limit;
     InputFeed feed(inputs, m_report);
     while (!player.hasEnded()) {
@@ -96,10 +123,13 @@ void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
             player.input({player.nextInstant(), InputKind::Trigger, kNoChannel});
         if (m_stop)
             player.stop(Cause::Stop);
-        player.play(sink);
-        if (player.hasEnded())
-            sink.end(); // before anyone sees the end, so that the capture is complete by then
-        show(player);
+        sink ? player.play(*sink) : player.play();
+        if (sink && player.hasEnded())
+            sink->end(); // before anyone sees the end, so that the capture is complete by then
+        if (player.hasEnded() || player.changeCount() > 0 || ++unseen == kInstantsUnseen) {
+            show(player);
+            unseen = 0;
+        }
     }
     reportEnd(player, m_options.limit, m_report);
 }

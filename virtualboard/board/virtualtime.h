@@ -4,6 +4,8 @@
 #include "virtualboard/play/performer.h"
 
 #include <atomic>
+#include <condition_variable>
+#include <mutex>
 #include <optional>
 #include <thread>
 
@@ -19,7 +21,7 @@ public:
         Duration limit = {}; ///< the longest that a sequence is played
         Phases phases = Phases::Continuous;
         std::optional<InputFile> inputs; ///< happen in every sequence anew, if a script
-        FrameSink *sink = nullptr; ///< null: the frames go nowhere
+        FrameSink *sink = nullptr; ///< null: the frames go nowhere, and are only counted
     };
 
     VirtualTimePerformer(Options options, NoticeHandler report);
@@ -29,12 +31,24 @@ public:
     void stop() override;
     void trigger() override { m_trigger = true; }
 
-private:
-    void play(Player &player, const PlannedInputs &inputs);
+    /// Ends what is being played, and plays from now on with \a options, the next sequence at
+    /// their start time. May be called from any thread, as waitForEnd().
+    void prepare(Options options);
+    /// Returns false if what is being played has not ended after \a timeout.
+    [[nodiscard]] bool waitForEnd(std::chrono::milliseconds timeout);
 
-    const Options m_options;
+private:
+    void end();
+    void play(Player &player, const PlannedInputs &inputs);
+    void setPlaying(bool isPlaying);
+
+    std::mutex m_commands; ///< held by whoever starts, ends or prepares
+    Options m_options;
     const NoticeHandler m_report;
     WallTime m_nextStart;
+    std::mutex m_playing;
+    std::condition_variable m_ended;
+    bool m_isPlaying = false;
     std::thread m_thread;
     std::atomic<bool> m_stop = false;
     std::atomic<bool> m_trigger = false;

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <bitset>
+#include <utility>
 
 namespace virtualboard {
 
@@ -141,6 +142,15 @@ Expected<InputFile> InputFile::read(const QString &path)
         || (begin.left(2).contains('\0') && !isCapture(begin)))
         return Refusal(path + QStringLiteral(": is in UTF-16; UTF-8 is expected"));
     return isCapture(begin) ? result.readCapture(path).map(keep) : readScript(file, path).map(keep);
+}
+
+InputFile InputFile::fromEvents(QVector<InputAt<Duration>> events)
+{
+    std::stable_sort(events.begin(), events.end(),
+                     [](const auto &a, const auto &b) { return a.time < b.time; });
+    InputFile result;
+    result.m_inputs = std::move(events);
+    return result;
 }
 
 Expected<InputFile::Script> InputFile::readScript(QFile &file, const QString &path)

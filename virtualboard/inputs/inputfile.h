@@ -39,6 +39,9 @@ public:
     /// more for each.
     static Expected<InputFile> read(const QString &path);
 
+    /// The inputs of a script that is no file: times since the start of the sequence, in any order.
+    static InputFile fromEvents(QVector<InputAt<Duration>> events);
+
     /// The inputs of a sequence with these subscriptions that begins at \a startTime. Those of a
     /// capture may lie before it. A channel of the script that no subscription feeds is reported
     /// the first time.

@@ -52,7 +52,10 @@ struct Player::Private
     void change(int next, Cause cause, WallTime causeTime, quint16 channel = kNoChannel);
     void end(Cause cause, WallTime causeTime);
     void leaveOnTime(WallTime now);
+    void beginInstant();
     void publish(FrameSink &sink);
+    void countFrames();
+    void finishInstant(std::size_t framesOfInstant);
 };
 
 Player::Player(const TestProgram &program, WallTime startTime, Phases phases,
@@ -197,19 +200,31 @@ void Player::stop(Cause cause)
         d->end(cause, d->instant);
 }
 
+void Player::Private::beginInstant()
+{
+    leaveOnTime(instant);
+    if (changesAreNoted)
+        changeCount = 0;
+    changesAreNoted = true;
+    changesAtInstant = 0;
+}
+
+void Player::play()
+{
+    d->beginInstant();
+    if (d->state == PlayState::Running)
+        d->countFrames();
+}
+
 void Player::play(FrameSink &sink)
 {
-    d->leaveOnTime(d->instant);
-    if (d->changesAreNoted)
-        d->changeCount = 0;
+    d->beginInstant();
     if (const std::size_t kept = d->inputsKept(); d->inputsNoted < kept) {
         sink.noteInputs(d->instant, &d->inputs[d->inputsNoted], int(kept - d->inputsNoted));
         d->inputsNoted = kept;
     }
     for (int i = 0; i < d->changeCount; ++i)
         sink.note(d->instant, d->changes[std::size_t(i)]);
-    d->changesAreNoted = true;
-    d->changesAtInstant = 0;
     if (d->state == PlayState::Running)
         d->publish(sink);
 }
@@ -232,7 +247,24 @@ void Player::Private::publish(FrameSink &sink)
     }
     if (count > 0)
         sink.publish(instant, frames.data(), int(count));
-    framesSent += count;
+    finishInstant(count);
+}
+
+void Player::Private::countFrames()
+{
+    std::size_t count = sampledValues.size();
+    for (GoosePublisher &stream : goose) {
+        if (!stream.isDue(instant))
+            continue;
+        stream.prepare(); // which says when the next one is due
+        ++count;
+    }
+    finishInstant(count);
+}
+
+void Player::Private::finishInstant(std::size_t framesOfInstant)
+{
+    framesSent += framesOfInstant;
     instant = startTime + rate.timeOf(++sample);
 }
 

@@ -46,6 +46,9 @@ public:
     /// Does one sample instant: notes the changes of steps that take effect at it, then, unless the
     /// sequence has ended, publishes its frames.
     void play(FrameSink &sink);
+    /// Likewise, for frames that nobody gets: they are counted, and not made. A sequence is played
+    /// all in one way or all in the other.
+    void play();
 
     /// The changes that the last play() noted.
     const Transition *changes() const;
