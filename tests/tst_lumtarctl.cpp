@@ -6,6 +6,9 @@
 #include "virtualboard/board/boardstatus.h"
 #include "virtualboard/board/crosscheck.h"
 
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -79,6 +82,11 @@ private slots:
     void tellsWhenItCannotPrint_data();
     void tellsWhenItCannotPrint();
     void readsStatusAndStops();
+    void tellsTheStatus_data();
+    void tellsTheStatus();
+    void tellsTheStatusToPrograms();
+    void tellsTheRunToPrograms_data();
+    void tellsTheRunToPrograms();
     void readsPayloadsOfItsLayoutOnly_data();
     void readsPayloadsOfItsLayoutOnly();
     void decodesForApplications();
@@ -350,6 +358,8 @@ void TestLumtarctl::refusesBadArguments_data()
         stop --board BOARD now | unexpected argument "now"
         stop --board BOARD --which 1 | which
         stop --board BOARD --local-port 65535 | --local-port "65535"
+        run --board BOARD --config . --sequence . --json | --json needs --watch
+        status --board BOARD --sequence nowhere.json | there is no such file
         status --board BOARD --which 256 | --which "256" is no whole number from 0 to 255
         run --board BOARD --config nowhere.xml | run needs --sequence
         run --board BOARD --config . --sequence nowhere.json | nowhere.json: error: there is no such
@@ -378,6 +388,132 @@ void TestLumtarctl::readsStatusAndStops()
     QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
     const QVector<QByteArray> expected = {bytes("8c928c92 12"), bytes("8c908c9003 00 fa 05020408")};
     COMPARE_BYTES(m_board->frames(), expected);
+}
+
+void TestLumtarctl::tellsTheStatus_data()
+{
+    // name | state of the board, "other": another board | arguments | the whole output, without
+    // surplus blanks; ... stands for anything
+    addRows(R"(
+        both      | tripped | | running: step 1 0.020 s, total 1.020 s, 8160 frames, active: 1 255 the board has reported 7 problems since it was started time, s left ... 1.030250 1 2 binary input 255 1.030000 29.750 ... 29.750 ms after entry into step 1
+        names     | tripped | --sequence SEQUENCE | running: step 1 (fault) 0.020 s, ... 1.030250 1 (fault) 2 (trip) binary input 255 ... into step 1 (fault)
+        state     | tripped | --which 0 | running: step 1 0.020 s, total 1.020 s, 8160 frames, active: 1 255 the board has reported 7 problems since it was started
+        changes   | tripped | --which 1 | time, s left ... 29.750 ms after entry into step 1
+        bytes     | tripped | --raw | status 0, 112 bytes: 4c 56 42 03 02 01 ... 00
+        its bytes | tripped | --raw --which 1 | status 1, 144 bytes: 4c 56 42 03 04 ... 00
+        unused    | tripped | --which 200 | status 200, 144 bytes: 4c 56 42 03 04 ... 00
+        unused    | idle    | | idle: total 0.000 s, 0 frames, active: none no changes of steps
+        other     | other   | | status 0, 3 bytes of a layout that is not known here: 00 a5 5a
+        other     | other   | --which 1 | status 1, 3 bytes of a layout that is not known here: 00 a5 5a
+        other     | other   | --json | { "bytes": "00a55a", "which": 0 }
+        )");
+}
+
+void TestLumtarctl::tellsTheStatus()
+{
+    QFETCH(QStringList, row);
+    PlayStatus tripped = stateAt(PlayState::Running, 1, 20, 1020);
+    tripped.activeChannels = {2, 0, 0, 0x8000000000000000U};
+    if (row[1] == QLatin1String("tripped"))
+        answerStatus({encodeState(tripped, 7)}, encodeLog(exampleLog()));
+    else if (row[1] == QLatin1String("idle"))
+        answerStatus({encodeState({}, 0)}, encodeLog({}));
+    else
+        QVERIFY(m_board->setStatus(QByteArray("\x00\xa5\x5a", 3)));
+    lumtarctl(QStringList{QStringLiteral("status"), QStringLiteral("--board=BOARD"),
+                          QStringLiteral("--local-port=%1").arg(localPort())}
+              + row[2]
+                    .replace(QStringLiteral("SEQUENCE"), m_sequence)
+                    .split(QLatin1Char(' '), Qt::SkipEmptyParts));
+    QVERIFY2(m_exitStatus == 0, qPrintable(m_errors));
+    const QString pattern = QRegularExpression::escape(row[3]).replace(QStringLiteral("\\.\\.\\."),
+                                                                       QStringLiteral(".*"));
+    QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(pattern))
+                 .match(m_output.simplified())
+                 .hasMatch(),
+             qPrintable(m_output));
+}
+
+void TestLumtarctl::tellsTheStatusToPrograms()
+{
+    PlayStatus tripped = stateAt(PlayState::Running, 1, 20, 1020);
+    tripped.activeChannels = {2, 0, 0, 0x8000000000000000U};
+    tripped.punctuality = {3, 2, 1us, 4us, 250us};
+    TransitionLog log = exampleLog();
+    log.last[1].lateness = 300ns;
+    log.last[2].disturbances = InputsLost;
+    answerStatus({encodeState(tripped, 7, 9)}, encodeLog(log));
+    lumtarctl({"status", "--board=BOARD", "--json", "--sequence", m_sequence,
+               QStringLiteral("--local-port=%1").arg(localPort())});
+    const QJsonObject status = QJsonDocument::fromJson(m_output.toUtf8()).object();
+    QCOMPARE(status[QLatin1String("state")].toObject(),
+             QJsonDocument::fromJson(R"({
+                 "state": "running", "step": 1, "stepName": "fault", "timeInStep": 0.02,
+                 "totalTime": 1.02, "frames": 8160, "active": [1, 255], "problems": 7, "start": 9,
+                 "latenessP50": 1e-6, "latenessP99": 4e-6, "latenessMax": 250e-6,
+                 "missedDeadlines": 3, "framesRefused": 2})")
+                 .object());
+    const QJsonObject changes = status[QLatin1String("changes")].toObject();
+    QCOMPARE(changes[QLatin1String("total")].toInt(), 4);
+    QCOMPARE(changes[QLatin1String("last")].toArray().at(2).toObject(),
+             QJsonDocument::fromJson(R"({
+                 "left": 1, "leftName": "fault", "entered": 2, "enteredName": "trip",
+                 "cause": "binary input", "channel": 255, "time": 1.03, "entry": 1.03025,
+                 "late": 0, "timeInStep": 0.0297497, "doubtful": ["inputs lost"]})")
+                 .object());
+    QVERIFY(!changes[QLatin1String("last")].toArray().at(3).toObject().contains(
+        QLatin1String("entered")));
+}
+
+void TestLumtarctl::tellsTheRunToPrograms_data()
+{
+    QTest::addColumn<int>("end"); // state of the board
+    QTest::addColumn<int>("exchange"); // that is not answered; -1: none
+    QTest::addColumn<int>("exitStatus");
+    QTest::addColumn<QString>("events");
+    QTest::addColumn<QString>("failure");
+    const QString loading = QStringLiteral("sending 0 sending 1 sending 3 sending 5 sending 7 "
+                                           "sending 9 sending 10 ");
+    const QString started = loading
+        + QStringLiteral("loaded sending 11 sending 31 sending 51 sending 71 sending 91 "
+                         "sending 111 sending 112 started ");
+    QTest::newRow("to its end") << int(PlayState::Finished) << -1 << 0
+                                << started + QStringLiteral("running finished end") << "";
+    QTest::newRow("stopped") << int(PlayState::Stopped) << -1 << 1
+                             << started + QStringLiteral("running stopped end")
+                             << "was stopped before its end";
+    QTest::newRow("never started") << int(PlayState::Finished) << 10 << 1
+                                   << loading + QStringLiteral("end") << "did not answer";
+}
+
+/// A line for each piece of news, and the last one in any case.
+void TestLumtarctl::tellsTheRunToPrograms()
+{
+    QFETCH(int, end);
+    QFETCH(int, exchange);
+    QFETCH(QString, failure);
+    answerStatus({encodeState(stateAt(PlayState::Running, 0, 1, 1), 0),
+                  encodeState(stateAt(PlayState(end), 0, 1, 1), 0)},
+                 encodeLog(exampleLog()));
+    if (exchange >= 0)
+        m_board->setBehaviour(exchange, {Behaviour::NoAcknowledgement});
+    runFiles({QStringLiteral("--watch"), QStringLiteral("--json")});
+    QTEST(m_exitStatus, "exitStatus");
+    QStringList events;
+    QJsonObject last;
+    for (const QString &line : m_output.split(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        last = QJsonDocument::fromJson(line.toUtf8()).object();
+        const QString event = last[QLatin1String("event")].toString();
+        events << (event == QLatin1String("state") ? last[event].toString() : event);
+        if (event == QLatin1String("sending"))
+            events << QString::number(last[QLatin1String("done")].toInt());
+    }
+    QTEST(events.join(QLatin1Char(' ')), "events");
+    QVERIFY2(last.value(QLatin1String("failure")).toString().contains(failure),
+             qPrintable(m_output));
+    QCOMPARE(last.contains(QLatin1String("failure")), !failure.isEmpty());
+    const QJsonObject changes = last[QLatin1String("changes")].toObject();
+    QCOMPARE(int(changes[QLatin1String("last")].toArray().size()), exchange < 0 ? 4 : 0);
 }
 
 void TestLumtarctl::readsPayloadsOfItsLayoutOnly_data()

@@ -27,9 +27,11 @@ QString shortSeconds(std::chrono::nanoseconds time)
     return secondsText(time).chopped(3);
 }
 
-/// "1 (fault)"
+/// "1 (fault)", or "1" for a step that the sequence does not have.
 QString stepText(const Sequence &sequence, int step)
 {
+    if (step >= sequence.steps.size())
+        return QString::number(step);
     return printable(QStringLiteral("%1 (%2)").arg(step).arg(sequence.nameOf(step)));
 }
 
@@ -111,10 +113,13 @@ QString rateWarning(const Sequence &sequence)
 
 QString stateText(const State &state, const Sequence &sequence)
 {
-    return QStringLiteral("%1: step %2 %3 s, total %4 s, %5 frames")
-        .arg(stateName(state.playing), stepText(sequence, state.step),
-             shortSeconds(state.timeInStep), shortSeconds(state.totalTime),
-             QString::number(state.frames));
+    QString text = stateName(state.playing) + QLatin1String(": ");
+    if (state.step != statusreply::kNoStep)
+        text += QStringLiteral("step %1 %2 s, ")
+                    .arg(stepText(sequence, state.step), shortSeconds(state.timeInStep));
+    return text
+        + QStringLiteral("total %1 s, %2 frames")
+              .arg(shortSeconds(state.totalTime), QString::number(state.frames));
 }
 
 QString activeText(const State &state, const Sequence &sequence)

@@ -4,6 +4,7 @@
 #include "tools/lumtarctl/exportcommand.h"
 #include "tools/lumtarctl/plotcommand.h"
 #include "tools/lumtarctl/runcommand.h"
+#include "tools/lumtarctl/statuscommand.h"
 #include "tools/terminal/terminal.h"
 #include "workbench/boardsession.h"
 #include "workbench/configurationtables.h"
@@ -31,6 +32,7 @@ const QString watchOption = QStringLiteral("watch");
 const QString localPortOption = QStringLiteral("local-port");
 const QString whichOption = QStringLiteral("which");
 const QString jsonOption = QStringLiteral("json");
+const QString rawOption = QStringLiteral("raw");
 const QString outputOption = QStringLiteral("output");
 const QString revisionOption = QStringLiteral("revision");
 const QString streamOption = QStringLiteral("stream");
@@ -55,8 +57,14 @@ const OptionText optionTexts[] = {
     {sequenceOption, "FILE", "State sequence (JSON).", ""},
     {watchOption, "", "Shows the state of the board until the sequence has ended.", ""},
     {localPortOption, "N", "Local UDP port, 1 to 65534; the next one is tried too.", "2002"},
-    {whichOption, "N", "Number of the status to read, 0 to 255.", "0"},
-    {jsonOption, "", "Prints one JSON document instead of tables.", ""},
+    {whichOption, "N",
+     "Number of the status to read, 0 to 255: 0 is the state, 1 are the changes of steps of the "
+     "board made of software. Both, if not given.",
+     ""},
+    {jsonOption, "",
+     "Prints JSON instead of tables: one document; of a run that is watched, one in each line.",
+     ""},
+    {rawOption, "", "Shows the bytes of the status.", ""},
     {outputOption, "FILE",
      "File to write: plot makes a picture, FILE.svg or FILE.png, export FILE.cfg and FILE.dat.", "",
      "o"},
@@ -132,31 +140,42 @@ Expected<Endpoint> endpointOf(const QCommandLineParser &options)
 
 Expected<int> runSequence(const QCommandLineParser &options)
 {
-    return endpointOf(options).and_then([&options](const Endpoint &endpoint) {
-        return run(endpoint, options.value(configOption), options.value(sequenceOption),
-                   options.isSet(watchOption));
+    Watching watching = options.isSet(watchOption) ? Watching::AsText : Watching::No;
+    if (options.isSet(jsonOption)) {
+        if (watching == Watching::No)
+            return failure(Failure::Input, QStringLiteral("--json needs --watch"));
+        watching = Watching::AsJson;
+    }
+    return endpointOf(options).and_then([&](const Endpoint &endpoint) {
+        return run(endpoint, options.value(configOption), options.value(sequenceOption), watching);
+    });
+}
+
+Expected<StatusOrder> statusOrderOf(const QCommandLineParser &options)
+{
+    StatusOrder order;
+    order.isRaw = options.isSet(rawOption);
+    order.isJson = options.isSet(jsonOption);
+    if (options.isSet(whichOption)) {
+        const Expected<int> which = number(options, whichOption, 0, 255);
+        if (!which)
+            return tl::unexpected<Failure>(which.error());
+        order.which = *which;
+    }
+    if (!options.isSet(sequenceOption))
+        return order;
+    return readSequence(options.value(sequenceOption)).map([&order](const Sequence &sequence) {
+        order.sequence = sequence;
+        return order;
     });
 }
 
 Expected<int> readStatus(const QCommandLineParser &options)
 {
-    BoardSession session;
-    int which = 0;
-    return endpointOf(options)
-        .and_then([&](const Endpoint &endpoint) {
-            return number(options, whichOption, 0, 255).and_then([&](int number) {
-                which = number;
-                return session.open(endpoint.board, endpoint.localPort);
-            });
-        })
-        .and_then([&] { return session.readStatus(which); })
-        .map([&](const QByteArray &status) {
-            say(QStringLiteral("status %1, %2 bytes: %3")
-                    .arg(which)
-                    .arg(status.size())
-                    .arg(QString::fromLatin1(status.toHex(' '))));
-            return 0;
-        });
+    return endpointOf(options).and_then([&options](const Endpoint &endpoint) {
+        return statusOrderOf(options).and_then(
+            [&endpoint](const StatusOrder &order) { return showStatus(endpoint, order); });
+    });
 }
 
 Expected<int> stopBoard(const QCommandLineParser &options)
@@ -213,13 +232,15 @@ const QList<Command> &commands()
              "board, with exit status 130."),
          {},
          {boardOption, configOption, sequenceOption},
-         {watchOption, localPortOption},
+         {watchOption, jsonOption, localPortOption},
          runSequence},
         {QStringLiteral("status"),
-         QStringLiteral("Reads a status of the board."),
+         QStringLiteral(
+             "Tells the state of the board and the changes of steps of the sequence that "
+             "it has played last."),
          {},
          {boardOption},
-         {whichOption, localPortOption},
+         {sequenceOption, whichOption, rawOption, jsonOption, localPortOption},
          readStatus},
         {QStringLiteral("stop"),
          QStringLiteral("Stops the board."),

@@ -1,15 +1,16 @@
 #include "tools/lumtarctl/runcommand.h"
 
 #include "tools/lumtarctl/interruption.h"
+#include "tools/lumtarctl/runview.h"
 #include "tools/terminal/terminal.h"
 #include "workbench/contradictions.h"
 #include "workbench/sequencetext.h"
 #include "workbench/statustext.h"
 #include "workbench/testrun.h"
 
-#include <QFileInfo>
-
 using namespace workbench;
+using statusreply::Changes;
+using statusreply::State;
 
 namespace {
 
@@ -36,68 +37,37 @@ Expected<void> expectNoErrors(const testconfiguration::CheckedConfiguration &con
     return {};
 }
 
-void show(LiveLine &line, const TransferProgress &progress, bool isNews)
-{
-    constexpr int kBarWidth = 24; // characters
-    QString text = QStringLiteral("%1/%2  %3")
-                       .arg(progress.done(), 4)
-                       .arg(progress.total())
-                       .arg(progress.element());
-    if (line.isOnTerminal()) {
-        const int bars = kBarWidth * progress.done() / progress.total();
-        text = QStringLiteral("[%1%2]").arg(QString(bars, QLatin1Char('#')),
-                                            QString(kBarWidth - bars, QLatin1Char('-')))
-            + text;
-    }
-    line.show(text, isNews);
-}
-
-Expected<void> loadAndStart(TestRun &run, const PreparedTest &test, const LumtarEngine &engine,
-                            LiveLine &line)
+Expected<void> loadAndStart(TestRun &run, const LumtarEngine &engine, RunView &view)
 {
     return run.load()
         .and_then([&] {
-            line.clear();
-            sayWrapped(
-                QStringLiteral("loaded %1: %2 SV and %3 GOOSE streams, %4 GOOSE subscriptions")
-                    .arg(QFileInfo(test.configuration.document.path()).fileName())
-                    .arg(engine.smvCount)
-                    .arg(engine.gooseCount)
-                    .arg(engine.groupNum - 1));
+            view.loaded(engine);
             return run.execute();
         })
-        .map([&] {
-            line.clear();
-            say(QStringLiteral("started %1: %2 steps")
-                    .arg(QFileInfo(test.sequencePath).fileName())
-                    .arg(engine.stepCount));
-            sayWrapped(stepTexts(test.sequence));
-        });
+        .map([&] { view.started(); });
 }
 
-Expected<void> watch(TestRun &run, const Sequence &sequence)
+/// Whether the sequence has come to its own end, undisturbed.
+Expected<void> verdict(const State &last, const Changes &changes)
 {
-    LiveLine line;
-    const auto last = run.follow([&](const statusreply::State &state, bool isNews) {
-        line.show(stateText(state, sequence), isNews, activeText(state, sequence));
-    });
-    line.keep();
-    if (!last) {
-        sayWrapped(changeTexts(run.changes(), sequence, outputWidth()));
-        return tl::unexpected<Failure>(last.error());
-    }
-    return run.readChanges().and_then([&](const statusreply::Changes &changes) -> Expected<void> {
-        sayWrapped(changeTexts(changes, sequence, outputWidth()));
-        sayWrapped(concerns(*last), Tone::Doubtful);
-        if (last->playing == statusreply::State::Stopped)
-            return failure(Failure::Board,
-                           QStringLiteral("the sequence was stopped before its end"));
-        if (hasDoubtfulTimes(changes))
-            return failure(Failure::Board,
-                           QStringLiteral("a time is doubtful, as the table says: what the "
-                                          "board sent or took in was disturbed"));
-        return {};
-    });
+    if (last.playing == State::Stopped)
+        return failure(Failure::Board, QStringLiteral("the sequence was stopped before its end"));
+    if (hasDoubtfulTimes(changes))
+        return failure(Failure::Board,
+                       QStringLiteral("a time is doubtful, as the table says: what the board sent "
+                                      "or took in was disturbed"));
+    return {};
+}
+
+Expected<void> watch(TestRun &run, RunView &view)
+{
+    const Expected<State> last =
+        run.follow([&view](const State &state, bool isNews) { view.playing(state, isNews); });
+    const Expected<void> result =
+        last.and_then([&run](const State &) { return run.readChanges(); })
+            .and_then([&last](const Changes &changes) { return verdict(*last, changes); });
+    view.ended(last ? &*last : nullptr, run.changes(), result);
+    return result;
 }
 
 /// \a failure of a link behind which a sequence may be running.
@@ -110,15 +80,18 @@ tl::unexpected<Failure> withWayToStop(Failure failure, const Endpoint &endpoint)
 }
 
 Expected<void> run(BoardSession &session, const PreparedTest &test, const Endpoint &endpoint,
-                   bool isWatched)
+                   Watching watching)
 {
-    LiveLine line;
-    TestRun run(session, test, [&line](const TransferProgress &progress, bool isNews) {
-        show(line, progress, isNews);
+    const std::unique_ptr<RunView> view =
+        watching == Watching::AsJson ? jsonView(test) : textView(test);
+    TestRun run(session, test, [&view](const TransferProgress &progress, bool isNews) {
+        view->sending(progress, isNews);
     });
-    const Expected<void> started = loadAndStart(run, test, session.engine, line);
-    line.keep();
-    const Expected<void> result = started && isWatched ? watch(run, test.sequence) : started;
+    Expected<void> result = loadAndStart(run, session.engine, *view);
+    if (!result && watching != Watching::No)
+        view->ended(nullptr, {}, result);
+    else if (result && watching != Watching::No)
+        result = watch(run, *view);
     if (!result && session.isLost() && run.mayHaveStarted())
         return withWayToStop(result.error(), endpoint);
     return result;
@@ -127,7 +100,7 @@ Expected<void> run(BoardSession &session, const PreparedTest &test, const Endpoi
 } // namespace
 
 Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QString &sequencePath,
-                  bool isWatched)
+                  Watching watching)
 {
     const Expected<PreparedTest> test = prepareTest(configPath, sequencePath);
     if (!test)
@@ -149,7 +122,7 @@ Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QSt
     Expected<void> result = session.open(endpoint.board, endpoint.localPort);
     if (result) {
         interruption::expect();
-        result = run(session, *test, endpoint, isWatched);
+        result = run(session, *test, endpoint, watching);
     }
     if (!result && result.error().kind == Failure::Interrupted) {
         result = session.stopInterrupted();

@@ -14,7 +14,14 @@ struct Endpoint
     int localPort = 0;
 };
 
-/// Loads and executes, and if it \a isWatched shows the state of the board until the sequence has
-/// ended; returns the exit status. When an interruption comes, the board is stopped.
+/// What is shown of a sequence that has been started.
+enum class Watching {
+    No, ///< nothing
+    AsText, ///< the state until it ends, and a table of its changes of steps
+    AsJson, ///< the same in lines of JSON
+};
+
+/// Loads and executes, and if that is being watched follows the board until the sequence has ended;
+/// returns the exit status. When an interruption comes, the board is stopped.
 [[nodiscard]] workbench::Expected<int> run(const Endpoint &endpoint, const QString &configPath,
-                                           const QString &sequencePath, bool isWatched);
+                                           const QString &sequencePath, Watching watching);
