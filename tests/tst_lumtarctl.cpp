@@ -403,6 +403,9 @@ void TestLumtarctl::tellsTheStatus_data()
         its bytes | tripped | --raw --which 1 | status 1, 144 bytes: 4c 56 42 03 04 ... 00
         unused    | tripped | --which 200 | status 200, 144 bytes: 4c 56 42 03 04 ... 00
         unused    | idle    | | idle: total 0.000 s, 0 frames, active: none no changes of steps
+        inputs    | inputs  | --which 2 | input time, s logic channel is ... 3 of 800 1.030000 255 on 4 of 800 2.000000 trigger
+        inputs    | inputs  | --which 9 --json | { "inputs": { "first": 2, "part": [ { "channel": 255, "kind": "on", "time": 1.03 }, { "kind": "trigger", "time": 2 } ], "start": 5, "total": 800 } }
+        no inputs | none    | --which 2 | no inputs here; the sequence had 0
         other     | other   | | status 0, 3 bytes of a layout that is not known here: 00 a5 5a
         other     | other   | --which 1 | status 1, 3 bytes of a layout that is not known here: 00 a5 5a
         other     | other   | --json | { "bytes": "00a55a", "which": 0 }
@@ -418,6 +421,15 @@ void TestLumtarctl::tellsTheStatus()
         answerStatus({encodeState(tripped, 7)}, encodeLog(exampleLog()));
     else if (row[1] == QLatin1String("idle"))
         answerStatus({encodeState({}, 0)}, encodeLog({}));
+    else if (row[1] == QLatin1String("inputs"))
+        answerStatus({},
+                     encodeInputs({800,
+                                   5,
+                                   2,
+                                   {{1030ms, InputKind::ChannelOn, 255},
+                                    {2s, InputKind::Trigger, kNoChannel}}}));
+    else if (row[1] == QLatin1String("none"))
+        answerStatus({}, encodeInputs({}));
     else
         QVERIFY(m_board->setStatus(QByteArray("\x00\xa5\x5a", 3)));
     lumtarctl(QStringList{QStringLiteral("status"), QStringLiteral("--board=BOARD"),

@@ -163,6 +163,23 @@ QString changeTexts(const Changes &changes, const Sequence &sequence, int width)
     return lost + (table.isEmpty() ? QString() : table.toString(width)) + lines(inputs);
 }
 
+QString inputTexts(const statusreply::Inputs &inputs, int width)
+{
+    if (inputs.part.isEmpty())
+        return QStringLiteral("no inputs here; the sequence had %1\n").arg(inputs.total);
+    TextTable table({QStringLiteral(">input"), QStringLiteral(">time, s"),
+                     QStringLiteral("logic channel"), QStringLiteral("is")});
+    for (int i = 0; i < inputs.part.size(); ++i) {
+        const statusreply::Input &input = inputs.part[i];
+        const bool isTrigger = input.kind == statusreply::Input::Trigger;
+        table.addRow({QStringLiteral("%1 of %2").arg(inputs.first + i + 1).arg(inputs.total),
+                      secondsText(input.time),
+                      isTrigger ? QString() : QString::number(input.channel),
+                      inputName(input.kind)});
+    }
+    return table.toString(width);
+}
+
 QString concerns(const State &last)
 {
     QStringList texts;

@@ -29,6 +29,9 @@ namespace workbench {
 [[nodiscard]] QString changeTexts(const statusreply::Changes &changes, const Sequence &sequence,
                                   int width);
 
+/// A table of \a inputs, which are some of a sequence's, in \a width characters.
+[[nodiscard]] QString inputTexts(const statusreply::Inputs &inputs, int width);
+
 /// What the board's last state says about problems and, of a live board that did not keep it well,
 /// about its time. Empty if there is nothing to tell.
 [[nodiscard]] QString concerns(const statusreply::State &last);

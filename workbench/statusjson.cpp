@@ -8,6 +8,8 @@
 
 using statusreply::Change;
 using statusreply::Changes;
+using statusreply::Input;
+using statusreply::Inputs;
 using statusreply::State;
 using std::chrono::nanoseconds;
 
@@ -83,6 +85,22 @@ QJsonObject toJson(const Changes &changes, const Sequence &sequence)
     return {{QStringLiteral("total"), qint64(changes.total)},
             {QStringLiteral("start"), qint64(changes.start)},
             {QStringLiteral("last"), last}};
+}
+
+QJsonObject toJson(const Inputs &inputs)
+{
+    QJsonArray part;
+    for (const Input &each : inputs.part) {
+        QJsonObject input{{QStringLiteral("kind"), inputName(each.kind)},
+                          {QStringLiteral("time"), seconds(each.time)}};
+        if (each.kind != Input::Trigger)
+            input[QStringLiteral("channel")] = each.channel;
+        part << input;
+    }
+    return {{QStringLiteral("total"), qint64(inputs.total)},
+            {QStringLiteral("start"), qint64(inputs.start)},
+            {QStringLiteral("first"), inputs.first},
+            {QStringLiteral("part"), part}};
 }
 
 } // namespace workbench

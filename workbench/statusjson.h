@@ -14,4 +14,6 @@ namespace workbench {
 /// Likewise; each change with the time in the step that it left, and what makes that doubtful.
 [[nodiscard]] QJsonObject toJson(const statusreply::Changes &changes, const Sequence &sequence);
 
+[[nodiscard]] QJsonObject toJson(const statusreply::Inputs &inputs);
+
 } // namespace workbench

@@ -2,6 +2,7 @@
 
 using statusreply::Change;
 using statusreply::Changes;
+using statusreply::Input;
 using statusreply::State;
 
 namespace workbench {
@@ -54,6 +55,19 @@ QStringList disturbanceNames(int disturbances)
     if ((disturbances & Change::InputsLost) != 0)
         names << QStringLiteral("inputs lost");
     return names;
+}
+
+QString inputName(Input::Kind kind)
+{
+    switch (kind) {
+    case Input::Off:
+        return QStringLiteral("off");
+    case Input::On:
+        return QStringLiteral("on");
+    case Input::Trigger:
+        return QStringLiteral("trigger");
+    }
+    return {};
 }
 
 QString whyDoubtful(const Changes &changes, int index)

@@ -16,6 +16,9 @@ namespace workbench {
 /// "sent late", "frames refused", "inputs lost": the names of the bits that are set.
 [[nodiscard]] QStringList disturbanceNames(int disturbances);
 
+/// "off", "on", "trigger".
+[[nodiscard]] QString inputName(statusreply::Input::Kind kind);
+
 /// Why the time that change \a index of \a changes ended is doubtful, as "sent late, inputs lost";
 /// empty if it is not, or there is none.
 [[nodiscard]] QString whyDoubtful(const statusreply::Changes &changes, int index);

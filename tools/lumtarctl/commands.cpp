@@ -58,8 +58,8 @@ const OptionText optionTexts[] = {
     {watchOption, "", "Shows the state of the board until the sequence has ended.", ""},
     {localPortOption, "N", "Local UDP port, 1 to 65534; the next one is tried too.", "2002"},
     {whichOption, "N",
-     "Number of the status to read, 0 to 255: 0 is the state, 1 are the changes of steps of the "
-     "board made of software. Both, if not given.",
+     "Number of the status to read, 0 to 255. Of the board made of software 0 is the state, 1 are "
+     "the changes of steps, 2 to 9 the inputs of the sequence. The first two, if not given.",
      ""},
     {jsonOption, "",
      "Prints JSON instead of tables: one document; of a run that is watched, one in each line.",

@@ -12,6 +12,7 @@
 
 using namespace workbench;
 using statusreply::Changes;
+using statusreply::Inputs;
 using statusreply::State;
 
 namespace {
@@ -23,18 +24,26 @@ struct Reading
     QByteArray payload;
     std::optional<State> state;
     std::optional<Changes> changes;
+    std::optional<Inputs> inputs;
 
-    bool isUnderstood() const { return state || changes; }
+    bool isUnderstood() const { return state || changes || inputs; }
 };
+
+bool isInputs(int which)
+{
+    return which >= statusreply::kInputs && which < statusreply::kInputs + statusreply::kInputParts;
+}
 
 Expected<Reading> read(BoardSession &session, int which, bool isRaw)
 {
     return session.readStatus(which).map([&](const QByteArray &payload) {
-        Reading reading{which, payload, {}, {}};
+        Reading reading{which, payload, {}, {}, {}};
         if (which == statusreply::kState && !isRaw)
             reading.state = statusreply::decodeState(payload);
         if (which == statusreply::kChanges && !isRaw)
             reading.changes = statusreply::decodeChanges(payload);
+        if (isInputs(which) && !isRaw)
+            reading.inputs = statusreply::decodeInputs(payload);
         return reading;
     });
 }
@@ -59,7 +68,7 @@ Expected<QVector<Reading>> readAll(BoardSession &session, const StatusOrder &ord
 
 QString bytesText(const Reading &reading, bool isRaw)
 {
-    const bool isKnown = isRaw || reading.which > statusreply::kChanges;
+    const bool isKnown = isRaw || reading.which >= statusreply::kInputs + statusreply::kInputParts;
     return QStringLiteral("status %1, %2 bytes%3: %4")
         .arg(reading.which)
         .arg(reading.payload.size())
@@ -73,12 +82,14 @@ void showText(const QVector<Reading> &readings, const StatusOrder &order)
         if (each.state) {
             sayWrapped(stateText(*each.state, order.sequence) + activeText(*each.state, order.sequence));
             sayWrapped(concerns(*each.state), Tone::Doubtful);
-        } else if (!each.changes) {
-            say(bytesText(each, order.isRaw));
-        } else if (each.changes->total == 0) {
-            say(QStringLiteral("no changes of steps"));
+        } else if (each.changes) {
+            sayWrapped(each.changes->total == 0
+                           ? QStringLiteral("no changes of steps")
+                           : changeTexts(*each.changes, order.sequence, outputWidth()));
+        } else if (each.inputs) {
+            sayWrapped(inputTexts(*each.inputs, outputWidth()));
         } else {
-            sayWrapped(changeTexts(*each.changes, order.sequence, outputWidth()));
+            say(bytesText(each, order.isRaw));
         }
     }
 }
@@ -91,6 +102,8 @@ void showJson(const QVector<Reading> &readings, const StatusOrder &order)
             result[QStringLiteral("state")] = toJson(*each.state, order.sequence);
         if (each.changes)
             result[QStringLiteral("changes")] = toJson(*each.changes, order.sequence);
+        if (each.inputs)
+            result[QStringLiteral("inputs")] = toJson(*each.inputs);
         if (!each.isUnderstood()) {
             result[QStringLiteral("which")] = each.which;
             result[QStringLiteral("bytes")] = QString::fromLatin1(each.payload.toHex());
