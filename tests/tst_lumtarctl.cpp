@@ -221,7 +221,7 @@ void TestLumtarctl::refusesBadFiles_data()
     addRows(R"(
         missing comma | "time": 1, | "time": 1 | :16:8: error: unterminated object
         negative | 8.0 | -8 | steps[1].outputs.Ia1.amplitude (fault): -8 is out of range
-        config: cut off | </ied> | | :111:0: error: Premature end
+        config: cut off | </ied> | | :110:1: error: Premature end
         config: other root | ied> | scl> | :13:1: error: the root element is scl, not ied
         config: attribute misspelt | in_smv portindex="1" | in_smv portIndex="1" | :21:3: error: portindex of in_smv is missing
         config: beyond a datagram | chNums="5" | chNums="240" | :48:3: error: in_smv makes a command of 2011 bytes; the most is 1588

@@ -163,7 +163,7 @@ QString changeTexts(const Changes &changes, const Sequence &sequence, int width)
     return lost + (table.isEmpty() ? QString() : table.toString(width)) + lines(inputs);
 }
 
-QString inputTexts(const statusreply::Inputs &inputs, int width)
+QString inputTexts(const statusreply::Inputs &inputs, const Sequence &sequence, int width)
 {
     if (inputs.part.isEmpty())
         return QStringLiteral("no inputs here; the sequence had %1\n").arg(inputs.total);
@@ -174,7 +174,7 @@ QString inputTexts(const statusreply::Inputs &inputs, int width)
         const bool isTrigger = input.kind == statusreply::Input::Trigger;
         table.addRow({QStringLiteral("%1 of %2").arg(inputs.first + i + 1).arg(inputs.total),
                       secondsText(input.time),
-                      isTrigger ? QString() : QString::number(input.channel),
+                      isTrigger ? QString() : channelText(sequence, input.channel),
                       inputName(input.kind)});
     }
     return table.toString(width);

@@ -30,7 +30,8 @@ namespace workbench {
                                   int width);
 
 /// A table of \a inputs, which are some of a sequence's, in \a width characters.
-[[nodiscard]] QString inputTexts(const statusreply::Inputs &inputs, int width);
+[[nodiscard]] QString inputTexts(const statusreply::Inputs &inputs, const Sequence &sequence,
+                                 int width);
 
 /// What the board's last state says about problems and, of a live board that did not keep it well,
 /// about its time. Empty if there is nothing to tell.

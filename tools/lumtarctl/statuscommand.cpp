@@ -80,14 +80,15 @@ void showText(const QVector<Reading> &readings, const StatusOrder &order)
 {
     for (const Reading &each : readings) {
         if (each.state) {
-            sayWrapped(stateText(*each.state, order.sequence) + activeText(*each.state, order.sequence));
+            sayWrapped(stateText(*each.state, order.sequence)
+                       + activeText(*each.state, order.sequence));
             sayWrapped(concerns(*each.state), Tone::Doubtful);
         } else if (each.changes) {
             sayWrapped(each.changes->total == 0
                            ? QStringLiteral("no changes of steps")
                            : changeTexts(*each.changes, order.sequence, outputWidth()));
         } else if (each.inputs) {
-            sayWrapped(inputTexts(*each.inputs, outputWidth()));
+            sayWrapped(inputTexts(*each.inputs, order.sequence, outputWidth()));
         } else {
             say(bytesText(each, order.isRaw));
         }
