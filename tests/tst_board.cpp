@@ -160,6 +160,7 @@ private slots:
     void refusesBadArguments();
     void tellsFailures_data();
     void tellsFailures();
+    void tellsLostCaptureAtOnce();
 
 private:
     void runBoard(const QString &options, const QString &script);
@@ -390,6 +391,7 @@ void TestBoard::plays_data()
         unexpected    | --once --expect stop=2 | | stop | 1 | stop expected, 1 received |
         interrupted   | --limit 10000 | | 0:0>0 go250 ctrl-c | 0 | stopped after | -0 start 0, 0- stop *
         limit         | --limit 3 | | 0:0>0 go250 end ctrl-c | 1 | played for 3 s | -0 start 0, 0- limit 3000
+        capture limit | --limit 90000 --capture-limit 1 | | 0:0>0 go250 end ctrl-c | 1 | the capture has reached its limit of 1 MiB | -0 start 0, 0- limit 3541.75
         time is up    | --timeout 1 | | 0:9>255 go250 | 0 | finished after 0.009 | -0 start 0, 0- time 9
         too late      | --timeout 1 --once | | 0:9>255 go250 | 1 | not ended within 1 s | -0 start 0, 0- time 9
         bad command   | | | truncated stop ctrl-c | 1 | step condition |
@@ -465,6 +467,8 @@ void TestBoard::refusesBadArguments_data()
         --inputs BARE16 | UTF-16
         --inputs EMPTY | is empty
         --udp-port FREE | not overwritten
+        --capture-limit -1 | --capture-limit "-1"
+        --interface lo --capture-limit 1 | --capture-limit is for virtual time
         --loop | loop
         now | unexpected argument "now"
         --timeout | timeout
@@ -547,6 +551,32 @@ void TestBoard::tellsFailures()
     const QString errors = QString::fromLocal8Bit(shell.readAllStandardError());
     QVERIFY2(errors.contains(row[2]), qPrintable(errors));
     QCOMPARE(shell.exitCode(), row[1].toInt());
+}
+
+/// While the sequence goes on, and no second time.
+void TestBoard::tellsLostCaptureAtOnce()
+{
+    VirtualBoardOptions options;
+    options.address = boardAddress();
+    options.capture = m_directory.filePath("lost.pcap");
+    options.startTime = kStart;
+    options.limit = std::chrono::seconds(1000000);
+    std::atomic<int> lost = 0, others = 0;
+    VirtualBoard board(options, [&lost, &others](const QString &line) {
+        ++(line.contains("lost.pcap") ? lost : others);
+    });
+    QVERIFY(board.start());
+    LumtarEngine engine;
+    QCOMPARE(engine.SetUdpConnect(localPort(), boardAddress()), 1);
+    for (const char *word : {"sv1", "sv2", "signal", "0:0>0", "go250"})
+        QCOMPARE(engine.SendCommand(command(word)), 1);
+    QVERIFY(QFile::remove(options.capture));
+    QTRY_COMPARE(lost.load(), 1);
+    QCOMPARE(board.state(), PlayState::Running);
+    QCOMPARE(engine.SendCommand(command("stop")), 1);
+    board.stop();
+    QCOMPARE(lost.load(), 1);
+    QCOMPARE(others.load(), 0);
 }
 
 QTEST_GUILESS_MAIN(TestBoard)

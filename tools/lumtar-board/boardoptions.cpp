@@ -42,6 +42,10 @@ const OptionText optionTexts[] = {
      "Ends a sequence that has been played for so many seconds. 600 if not given; live, without "
      "limit.",
      "600"},
+    {"capture-limit", "MIB",
+     "In virtual time: ends a sequence once the capture has so many MiB; 0: never. 4096 if not "
+     "given.",
+     "4096"},
     {"phases", "HOW",
      "continuous: at a change of steps, an angle goes on from where it is, and changes by what the "
      "angles of the two steps differ by. jump: it goes on, and changes by the phase jump that the "
@@ -221,6 +225,8 @@ void Reader::readLink()
 void Reader::readFiles()
 {
     m_options.board.capture = value("capture");
+    m_options.board.captureLimit =
+        qint64(take(number("capture-limit", value("capture-limit"), 0, 1 << 30))) << 20;
     m_options.board.inputs = value("inputs");
     const QString capture = QFileInfo(m_options.board.capture).canonicalFilePath();
     if (!capture.isEmpty() && capture == QFileInfo(m_options.board.inputs).canonicalFilePath())
@@ -240,6 +246,8 @@ void Reader::readLive()
                                 "they come")
                      .arg(QLatin1String(name)));
     }
+    if (isLive && isSet("capture-limit"))
+        fail(QStringLiteral("--capture-limit is for virtual time; a live test goes on"));
     for (const char *name : {"realtime", "cpu", "i-know"}) {
         if (!isLive && isSet(name))
             fail(QStringLiteral("--%1 needs --interface or --port").arg(QLatin1String(name)));

@@ -45,7 +45,8 @@ Expected<std::unique_ptr<VirtualTimePerformer>> virtualPerformer(const VirtualBo
     play.startTime = *start;
     play.limit = options.limit;
     play.phases = options.phases;
-    play.sink = capture;
+    play.capture = capture;
+    play.captureLimit = options.captureLimit;
     return std::make_unique<VirtualTimePerformer>(std::move(play), notice);
 }
 
@@ -180,7 +181,8 @@ Expected<void> VirtualBoard::prepare(NextSequences next)
     if (!next.capture.isEmpty()) {
         if (Expected<void> opened = d->capture->open(next.capture); !opened)
             return opened;
-        play.sink = d->capture.get();
+        play.capture = d->capture.get();
+        play.captureLimit = d->options.captureLimit;
     }
     play.inputs = std::move(next.inputs);
     d->virtualTime->prepare(std::move(play));

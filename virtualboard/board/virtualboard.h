@@ -28,6 +28,7 @@ struct VirtualBoardOptions
     /// first packet of the inputs, or now.
     std::optional<WallTime> startTime;
     std::chrono::seconds limit{0}; ///< the longest that a sequence is played; 0, live: for ever
+    qint64 captureLimit = 0; ///< bytes of capture that end a sequence in virtual time; 0: none
     Phases phases = Phases::Continuous;
     /// Plays in real time on these interfaces; its limit, phases and capture are those above.
     std::optional<LiveOptions> live;

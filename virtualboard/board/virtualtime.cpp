@@ -1,5 +1,6 @@
 #include "virtualboard/board/virtualtime.h"
 
+#include "virtualboard/capture/capturefile.h"
 #include "virtualboard/play/player.h"
 #include "virtualboard/play/testprogram.h"
 
@@ -65,8 +66,8 @@ void VirtualTimePerformer::start(const TestProgram &program)
     PlannedInputs inputs;
     if (m_options.inputs)
         inputs = m_options.inputs->plan(program.subscriptions(), startTime);
-    if (m_options.sink)
-        m_options.sink->begin(program);
+    if (m_options.capture)
+        m_options.capture->begin(program);
     setPlaying(true);
     m_thread = std::thread([this, player = std::move(player), inputs = std::move(inputs)] {
         play(*player, inputs);
@@ -87,6 +88,7 @@ void VirtualTimePerformer::prepare(Options options)
     end();
     m_options = std::move(options);
     m_nextStart = m_options.startTime;
+    m_failureReported = false;
 }
 
 void VirtualTimePerformer::setPlaying(bool isPlaying)
@@ -111,12 +113,15 @@ void VirtualTimePerformer::end()
 
 void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
 {
-    FrameSink *const sink = m_options.sink;
+    CaptureSink *const sink = m_options.capture;
     unsigned unseen = 0;
     const WallTime limit = player.nextInstant() + m_options.limit;
     InputFeed feed(inputs, m_report);
-    while (!player.hasEnded()) {
-        if (player.nextInstant() >= limit)
+    for (quint64 instant = 0; !player.hasEnded(); ++instant) {
+        constexpr quint64 kInstantsBetweenLooks = 20000; // a look costs as much as some frames
+        if (instant % kInstantsBetweenLooks == kInstantsBetweenLooks - 1)
+            watchCapture();
+        if (player.nextInstant() >= limit || captureIsFull())
             player.stop(Cause::Limit); // first, so that no input of this instant ends the step
         feed.feed(player);
         if (m_trigger.exchange(false))
@@ -131,7 +136,36 @@ void VirtualTimePerformer::play(Player &player, const PlannedInputs &inputs)
             unseen = 0;
         }
     }
-    reportEnd(player, m_options.limit, m_report);
+    watchCapture();
+    reportEnd(player);
+}
+
+bool VirtualTimePerformer::captureIsFull() const
+{
+    return m_options.captureLimit > 0 && m_options.capture
+        && m_options.capture->size() >= m_options.captureLimit;
+}
+
+/// Who waits for the capture shall not wait until the board ends.
+void VirtualTimePerformer::watchCapture()
+{
+    if (!m_options.capture || m_failureReported)
+        return;
+    if (const Expected<void> written = m_options.capture->flush(); !written) {
+        m_failureReported = true;
+        m_report(written.error());
+    }
+}
+
+void VirtualTimePerformer::reportEnd(const Player &player)
+{
+    const bool isLimit = player.changes()[player.changeCount() - 1].cause == Cause::Limit;
+    if (isLimit && captureIsFull())
+        m_report(QStringLiteral("the sequence was ended: the capture has reached its limit of %1 "
+                                "MiB")
+                     .arg(m_options.captureLimit >> 20));
+    else
+        Performer::reportEnd(player, m_options.limit, m_report);
 }
 
 } // namespace virtualboard

@@ -11,6 +11,8 @@
 
 namespace virtualboard {
 
+class CaptureSink;
+
 /// Plays in virtual time: as fast as the processor allows.
 class VirtualTimePerformer : public Performer
 {
@@ -21,7 +23,8 @@ public:
         Duration limit = {}; ///< the longest that a sequence is played
         Phases phases = Phases::Continuous;
         std::optional<InputFile> inputs; ///< happen in every sequence anew, if a script
-        FrameSink *sink = nullptr; ///< null: the frames go nowhere, and are only counted
+        CaptureSink *capture = nullptr; ///< null: the frames go nowhere, and are only counted
+        qint64 captureLimit = 0; ///< bytes at which a sequence is ended; 0: none
     };
 
     VirtualTimePerformer(Options options, NoticeHandler report);
@@ -40,6 +43,9 @@ public:
 private:
     void end();
     void play(Player &player, const PlannedInputs &inputs);
+    void watchCapture();
+    void reportEnd(const Player &player);
+    bool captureIsFull() const;
     void setPlaying(bool isPlaying);
 
     std::mutex m_commands; ///< held by whoever starts, ends or prepares
@@ -49,6 +55,7 @@ private:
     std::mutex m_playing;
     std::condition_variable m_ended;
     bool m_isPlaying = false;
+    bool m_failureReported = false; ///< of the capture
     std::thread m_thread;
     std::atomic<bool> m_stop = false;
     std::atomic<bool> m_trigger = false;

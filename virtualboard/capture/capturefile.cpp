@@ -74,13 +74,16 @@ struct CaptureSink::Private
     Pcap pcap = {nullptr, pcap_close};
     Dumper dumper = {nullptr, pcap_dump_close};
 
+    qint64 size = 24; ///< the header of the file
     std::vector<QByteArray> streamMarks; ///< still to be written
     std::array<std::array<float, kAnalogChannels>, kStepLimit> scale = {};
 
     bool canWrite() const { return dumper && writeError == 0; }
-    void write(pcap_pkthdr &header, const uchar *bytes, int size)
+    void write(pcap_pkthdr &header, const uchar *bytes, int count)
     {
-        header.caplen = header.len = bpf_u_int32(size);
+        constexpr int kRecordHead = 16;
+        header.caplen = header.len = bpf_u_int32(count);
+        size += kRecordHead + count;
         pcap_dump(reinterpret_cast<u_char *>(dumper.get()), &header, bytes);
     }
     void write(pcap_pkthdr &header, const QByteArray &frame)
@@ -150,6 +153,11 @@ Expected<void> CaptureSink::flush()
     if (d->writeError != 0)
         return Refusal(errorString());
     return {};
+}
+
+qint64 CaptureSink::size() const
+{
+    return d->size;
 }
 
 QString CaptureSink::errorString() const

@@ -29,8 +29,9 @@ public:
     /// Creates the file, with its header, over an earlier capture. Refuses to overwrite a file that
     /// is none, unless it is empty.
     [[nodiscard]] Expected<void> open(const QString &path);
-    /// Writes what is buffered.
+    /// Writes what is buffered, and looks whether the file still has its name.
     Expected<void> flush();
+    qint64 size() const; ///< bytes, those that are still buffered included
     /// Why a write failed, upon which nothing more is written; empty if none did.
     QString errorString() const;
 

@@ -16,6 +16,7 @@ constexpr std::size_t kPublishedSize = 32 << 20;
 constexpr std::size_t kHeardSize = 4 << 20;
 constexpr std::size_t kReserve = 64 << 10; // for all but frames
 constexpr Duration kNap = 5ms;
+constexpr Duration kBetweenLooks = 1s; // whether the file is still there
 /// After that, a frame that has come in stands in its queue for sure, or nearly so.
 constexpr Duration kSettling = 50ms;
 
@@ -125,6 +126,7 @@ void LiveCapture::end()
 
 void LiveCapture::write()
 {
+    MonotonicTime nextLook = MonotonicClock::now() + kBetweenLooks;
     while (true) {
         const bool isLast = m_stopping; // what has been put before that, is still written
         const MonotonicTime settled = MonotonicClock::now() - kSettling;
@@ -135,6 +137,11 @@ void LiveCapture::write()
         }
         if (isLast)
             return;
+        if (MonotonicClock::now() >= nextLook) {
+            (void)m_sink.flush(); // also looks for the file
+            reportFailure();
+            nextLook = MonotonicClock::now() + kBetweenLooks;
+        }
         std::this_thread::sleep_for(kNap);
     }
 }
@@ -174,6 +181,12 @@ void LiveCapture::deliverEnd()
         m_report(QStringLiteral("The capture lacks %1 frames: they came faster than they could be "
                                 "written.")
                      .arg(leftOut));
+    reportFailure();
+}
+
+/// Once, as soon as it is seen.
+void LiveCapture::reportFailure()
+{
     if (!m_sink.errorString().isEmpty() && !std::exchange(m_failureReported, true))
         m_report(m_sink.errorString());
 }

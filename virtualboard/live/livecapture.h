@@ -98,6 +98,7 @@ private:
     void write();
     void deliver(Source &source);
     void deliverEnd();
+    void reportFailure();
 
     CaptureSink &m_sink;
     const NoticeHandler m_report;
