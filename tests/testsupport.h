@@ -197,6 +197,20 @@ inline void addRows(const char *table)
     }
 }
 
+/// Takes the marks "^" out of \a text and gives their places, "LINE:COLUMN".
+inline QStringList takeMarks(QString &text)
+{
+    QStringList places;
+    for (auto at = text.indexOf(QLatin1Char('^')); at >= 0; at = text.indexOf(QLatin1Char('^'))) {
+        text.remove(at, 1);
+        const QString before = text.left(at).remove(QChar(QChar::ByteOrderMark));
+        places += QStringLiteral("%1:%2")
+                      .arg(before.count(QLatin1Char('\n')) + 1)
+                      .arg(before.size() - before.lastIndexOf(QLatin1Char('\n')));
+    }
+    return places;
+}
+
 inline bool writeFile(const QString &path, const QByteArray &content)
 {
     QFile file(path);

@@ -47,20 +47,6 @@ const char *const kGood = R"(<?xml version="1.0" encoding="UTF-8"?>
 </ied>
 )";
 
-/// Takes the marks "^" out of \a text and gives their places, "LINE:COLUMN".
-QStringList takeMarks(QString &text)
-{
-    QStringList places;
-    for (auto at = text.indexOf(QLatin1Char('^')); at >= 0; at = text.indexOf(QLatin1Char('^'))) {
-        text.remove(at, 1);
-        const QString before = text.left(at);
-        places += QStringLiteral("%1:%2")
-                      .arg(before.count(QLatin1Char('\n')) + 1)
-                      .arg(before.size() - before.lastIndexOf(QLatin1Char('\n')));
-    }
-    return places;
-}
-
 const QString kMismatch = QStringLiteral("Opening and ending tag mismatch.");
 
 /// The members of \a object that \a keys names.
@@ -90,6 +76,8 @@ private slots:
     void countsWhatItDoesNotShow();
     void showsTheExample();
     void runTellsWarningsAndGoesOn();
+    void checksSequences_data();
+    void checksSequences();
 
 private:
     void lumtarctl(const QStringList &arguments);
@@ -385,6 +373,64 @@ void TestCheck::runTellsWarningsAndGoesOn()
     QCOMPARE(m_errors.count(QLatin1Char('\n')), 1);
     lumtarctl({QStringLiteral("check"), m_file});
     QCOMPARE(m_exitStatus, 1);
+}
+
+void TestCheck::checksSequences_data()
+{
+    QTest::addColumn<QByteArray>("json");
+    QTest::addColumn<int>("exitStatus");
+    QTest::addColumn<QStringList>("parts"); // of what is printed
+    const QByteArray good = R"({"steps": [{"name": "a", "time": 1, "onTimeout": "end", )"
+                            R"("outputs": {}}]})";
+    QTest::newRow("good") << good << 0
+                          << QStringList{QStringLiteral("1 step, 4000 samples per second"),
+                                         QStringLiteral("step 0  a"),
+                                         QStringLiteral("0 errors, 0 warnings")};
+    QTest::newRow("byte order mark")
+        << "\xef\xbb\xbf\n " + good << 0 << QStringList{QStringLiteral("1 step, 4000")};
+    QTest::newRow("warning") << QByteArray(good).replace("1,", "0,") << 1
+                             << QStringList{QStringLiteral(":1:34: warning: steps[0].time (a): "),
+                                            QStringLiteral("0 errors, 1 warning\n")};
+    QTest::newRow("errors") << QByteArray(good).replace("1,", "-1,").replace("end", "eng") << 2
+                            << QStringList{QStringLiteral(":1:34: error: steps[0].time (a): -1 is"),
+                                           QStringLiteral(":1:51: error: steps[0].onTimeout (a): "),
+                                           QStringLiteral("2 errors, 0 warnings")};
+    QTest::newRow("no JSON") << QByteArray("{]") << 2
+                             << QStringList{QStringLiteral(":1:3: error:")};
+    QTest::newRow("list") << QByteArray("[1]") << 2
+                          << QStringList{QStringLiteral(":1:1: error: must be an object")};
+    QByteArray many;
+    for (int i = 0; i < 150; ++i)
+        many += ", \"k" + QByteArray::number(i) + "\": 0";
+    QTest::newRow("many errors") << QByteArray(good).replace("]}", "]" + many + "}") << 2
+                                 << QStringList{QStringLiteral("k99: unknown"),
+                                                QStringLiteral(": and 50 more problems\n"),
+                                                QStringLiteral("150 errors, 0 warnings")};
+}
+
+/// Whatever the file is called.
+void TestCheck::checksSequences()
+{
+    QFETCH(QByteArray, json);
+    QFETCH(int, exitStatus);
+    QFETCH(QStringList, parts);
+    QVERIFY(writeFile(m_file, json));
+    lumtarctl({QStringLiteral("check"), m_file});
+    const QString printed = QString::fromUtf8(m_output);
+    QVERIFY2(m_exitStatus == exitStatus, qPrintable(printed + m_errors));
+    for (const QString &part : parts)
+        QVERIFY2(printed.contains(part), qPrintable(printed));
+    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), m_file});
+    QCOMPARE(m_exitStatus, exitStatus);
+    const QJsonObject report = QJsonDocument::fromJson(m_output).object();
+    QCOMPARE(report[QLatin1String("errors")].toInt() > 0, exitStatus == 2);
+    QCOMPARE(report.contains(QLatin1String("content")), exitStatus < 2);
+    QCOMPARE(report[QLatin1String("problems")].toArray().isEmpty(), exitStatus == 0);
+    if (exitStatus < 2)
+        QCOMPARE(report[QLatin1String("content")][QLatin1String("steps")].toArray().size(), 1);
+    lumtarctl({QStringLiteral("check"), m_file, QStringLiteral("--sequence"), m_file});
+    QCOMPARE(m_exitStatus, 2);
+    QVERIFY2(m_errors.contains(QLatin1String("is a state sequence")), qPrintable(m_errors));
 }
 
 QTEST_GUILESS_MAIN(TestCheck)

@@ -88,15 +88,7 @@ void TestJsonReader::tellsAllAtOnce()
 {
     QFETCH(QStringList, row);
     QString text = row.takeFirst();
-    QStringList places;
-    for (auto at = text.indexOf(QLatin1Char('^')); at >= 0; at = text.indexOf(QLatin1Char('^'))) {
-        text.remove(at, 1);
-        const QString before = text.left(at).remove(QChar(QChar::ByteOrderMark));
-        places += QStringLiteral("%1:%2:%3: error: ")
-                      .arg(m_path)
-                      .arg(before.count(QLatin1Char('\n')) + 1)
-                      .arg(before.size() - before.lastIndexOf(QLatin1Char('\n')));
-    }
+    const QStringList places = takeMarks(text);
     QVERIFY(writeFile(m_path, text.toUtf8()));
     JsonFile file(m_path);
     const QString read = readAll(file.root());
@@ -106,7 +98,9 @@ void TestJsonReader::tellsAllAtOnce()
     QVERIFY2(lines.size() == row.size(), all.constData());
     QCOMPARE(places.size(), row.size());
     for (int i = 0; i < row.size(); ++i)
-        QVERIFY2(lines[i].startsWith(places[i] + row[i]), all.constData());
+        QVERIFY2(
+            lines[i].startsWith(QStringLiteral("%1:%2: error: ").arg(m_path, places[i]) + row[i]),
+            all.constData());
     QCOMPARE(file.errors(), int(row.size()));
     QCOMPARE(bool(file.remarks().expectNoErrors()), row.isEmpty());
 }

@@ -40,6 +40,11 @@ private slots:
     void writesWhatItReads();
     void refusesSequenceFiles_data();
     void refusesSequenceFiles();
+    void readsParameters_data();
+    void readsParameters();
+    void tellsDoubts_data();
+    void tellsDoubts();
+    void tellsAllErrorsOfATest();
     void sendsWhatASequenceSays_data();
     void sendsWhatASequenceSays();
     void jumpsWhereThePhaseDoes_data();
@@ -88,6 +93,10 @@ workbench::Expected<void> TestWorkbench::loadAndExecute(const TestRun::ShowTrans
 /// With everything that a sequence file can say, as it is written.
 constexpr const char *kEverything = R"({
   "description": "\"all\" 间隔",
+  "names": {
+    "binaryInputs": { "0": "trip A", "255": "间 \"2\"" },
+    "binaryOutputs": { "1": "CB closed" }
+  },
   "settings": {
     "nominalFrequency": 60,
     "samplesPerCycle": 256,
@@ -207,6 +216,119 @@ void TestWorkbench::refusesSequenceFiles()
     const QString all = messages.join(QLatin1Char('\n'));
     QVERIFY2(all.startsWith(m_sequence + QLatin1Char(':')) && all.contains(row[3]),
              qPrintable(all));
+}
+
+void TestWorkbench::readsParameters_data()
+{
+    // name | parameters | amplitude | phase, "^" before what is refused | value given, "I=2" |
+    // amplitude and phase, or the problem
+    addRows(R"(
+        default | {"I": 5} | "I" | 0 | | 5 0
+        value given | {"I": 5} | "I" | 0 | I=2.5 | 2.5 0
+        factor | {"I": 5, "phi": 30} | {"parameter": "I", "factor": 1.2} | {"parameter": "phi", "factor": -2} | I=10 | 12 -60
+        factor 1 | {"_9z": 5} | {"parameter": "_9z"} | 0 | | 5 0
+        out of range | {"I": 5} | ^"I" | 0 | I=-2 | error: steps[0].outputs.Ia1.amplitude (a): I = -2 is out of range; allowed is 0 to 1518504.074
+        factor out of range | {"phi": 200} | 1 | ^{"parameter": "phi", "factor": 2} | | error: steps[0].outputs.Ia1.phase (a): phi = 200, times 2: 400 is out of range; allowed is -360 to 360
+        unknown | {"Ifault": 5} | ^"Ifalut" | 0 | | error: steps[0].outputs.Ia1.amplitude (a): there is no parameter "Ifalut"; did you mean Ifault?
+        unknown value | ^{"Ifault": 5} | "Ifault" | 0 | Ifalut=3 | error: parameters: a value is given for "Ifalut", but there is no such parameter; did you mean Ifault?
+        name of another kind | {^"I fault": 5} | 1 | 0 | | error: parameters.I fault: a parameter's name has 1 to 64 letters, digits and underscores, and does not begin with a digit
+        text by default | {"I": ^"5"} | "I" | 0 | | error: parameters.I: must be a number, not a text
+        no parameters | {} | ^"5" | 0 | | error: steps[0].outputs.Ia1.amplitude (a): must be a number, not a text
+        offset | {"I": 5} | {"parameter": "I", ^"offset": 1} | 0 | | error: steps[0].outputs.Ia1.amplitude.offset (a): unknown; known here: "parameter", "factor"
+        infinite product | {"I": 1e9} | ^{"parameter": "I", "factor": 1e9} | 0 | | error: steps[0].outputs.Ia1.amplitude (a): I = 1000000000, times 1000000000: 1e+18 is out of range; allowed is 0 to 1518504.074
+        phase jump | {"I": 0.0005} | 1 | 0, "phaseJump": ^"t" | | error: steps[0].outputs.Ia1.phaseJump (a): there is no parameter "t"
+        )");
+}
+
+void TestWorkbench::readsParameters()
+{
+    QFETCH(QStringList, row);
+    QString json =
+        QStringLiteral("{\"parameters\": %1,\n\"steps\": [{\"name\": \"a\", \"time\": 0.5, "
+                       "\"onTimeout\": \"end\", \"outputs\": {\"Ia1\": {\"amplitude\": %2, "
+                       "\"phase\": %3}}}]}")
+            .arg(row[1], row[2], row[3]);
+    const QStringList places = takeMarks(json);
+    QVERIFY(writeFile(m_sequence, json.toUtf8()));
+    Parameters values;
+    if (!row[4].isEmpty())
+        values[row[4].section(QLatin1Char('='), 0, 0)] =
+            row[4].section(QLatin1Char('='), 1).toDouble();
+    const workbench::Expected<Sequence> sequence = readSequence(m_sequence, values);
+    QString found = sequence ? QString() : sequence.error().message;
+    if (sequence) {
+        const SequenceOutput &output = *sequence->steps[0].outputs[8];
+        found = QStringLiteral("%1 %2").arg(output.amplitude).arg(output.phase);
+        QVERIFY(writeSequence(*sequence, m_sequence)); // numbers only
+        QVERIFY(!content(m_sequence).contains("parameter"));
+    }
+    QCOMPARE(found,
+             places.isEmpty()
+                 ? row[5]
+                 : QStringLiteral("%1:%2: %3").arg(m_sequence, places.first(), row[5]));
+    QVERIFY(sequence || sequence.error().others.isEmpty());
+}
+
+void TestWorkbench::tellsDoubts_data()
+{
+    // name | of the first step | of the second, "^" before what is doubtful, else the step |
+    // warning
+    addRows(R"(
+        none | "time": 1, "onTimeout": "b" | "time": 0, "onTimeout": "a", "onTrigger": {"trigger": 1, "goTo": "end"} |
+        endless on purpose | "time": 1, "onTimeout": "b" | "time": 1, "onTimeout": "b" |
+        never reached | "time": 0, "onTimeout": "b", "onBinaryInput": "end" | "time": 1, "onTimeout": "a" | warning: steps[1] (b): no step leads here
+        no way out | "time": 1, "onTimeout": "b" | "time": ^0, "onTimeout": "end" | warning: steps[1].time (b): 0 s and no wait: nothing ends this step but a stop of the board
+        flags may end it | "time": 0, "onTimeout": "b", "conditionFlags": 4 | "time": 1, "onTimeout": "end" |
+        input to itself | "time": 1, "onTimeout": "b", "onBinaryInput": ^"a" | "time": 1, "onTimeout": "end" | warning: steps[0].onBinaryInput (a): leads back to its own step, which begins again
+        )");
+}
+
+void TestWorkbench::tellsDoubts()
+{
+    QFETCH(QStringList, row);
+    const auto step = [](const char *name, const QString &members) {
+        return QStringLiteral("{\"name\": \"%1\", %2, \"outputs\": {}}")
+            .arg(QLatin1String(name), members);
+    };
+    QString json = QStringLiteral("{\"parameters\": {\"x\": ^1}, \"steps\": [%1,\n%2]}")
+                       .arg(step("a", row[1]), step("b", row[2]));
+    const QStringList places = takeMarks(json) + QStringList{QStringLiteral("2:1")};
+    QVERIFY(writeFile(m_sequence, json.toUtf8()));
+    JsonFile file(m_sequence);
+    const Sequence sequence = readSequence(file.root());
+    QCOMPARE(int(sequence.steps.size()), 2);
+    QStringList lines = file.remarks().lines();
+    QCOMPARE(lines.takeFirst(),
+             QStringLiteral("%1:%2: warning: parameters.x: no number of the sequence refers to it")
+                 .arg(m_sequence, places[0]));
+    QCOMPARE(lines.join(QLatin1Char('|')),
+             row[3].isEmpty() ? QString()
+                              : QStringLiteral("%1:%2: %3").arg(m_sequence, places[1], row[3]));
+    QCOMPARE(parameterDefaults(file.root()), (Parameters{{QStringLiteral("x"), 1.0}}));
+}
+
+/// Those of the sequence, of the configuration, and of the two together.
+void TestWorkbench::tellsAllErrorsOfATest()
+{
+    QVERIFY(writeFile(m_config,
+                      content(m_config)
+                          .replace("<mapinfo Which=\"2\"", "<mapinfo Which=\"9\"")
+                          .replace("chNums=\"5\"", "chNums=\"240\"")));
+    QVERIFY(writeFile(m_sequence,
+                      content(m_sequence)
+                          .replace("\"amplitude\": 8.0", "\"amplitude\": -8.0")
+                          .replace("\"time\": 1,", "\"tiem\": 1,")));
+    const workbench::Expected<PreparedTest> test = prepareTest(m_config, m_sequence);
+    QVERIFY(!test);
+    const QStringList all = QStringList{test.error().message} + test.error().others;
+    const QString errors = all.join(QLatin1Char('\n'));
+    QCOMPARE(errors.count(QLatin1String("unknown; known here")), 5);
+    for (const char *part :
+         {"sequence.json:38:31: error: steps[1].outputs.Ia1.amplitude (fault): -8 is out of",
+          "sequence.json:13:5: error: steps[0] (prefault): \"time\" is missing",
+          "sequence.json:17:31: error: steps[0].binaryOutputs[1] (prefault): no mapinfo binds",
+          "config.xml:48:3: error: in_smv makes a command of 2011 bytes"})
+        QVERIFY2(errors.contains(QLatin1String(part)), qPrintable(errors));
 }
 
 void TestWorkbench::sendsWhatASequenceSays_data()

@@ -1,6 +1,7 @@
 #include "workbench/contradictions.h"
 
 #include "protocol/analogoutputs.h"
+#include "workbench/sequencekeys.h"
 
 #include <algorithm>
 #include <set>
@@ -33,47 +34,74 @@ bool hasInputs(const CheckedConfiguration &configuration)
                        });
 }
 
-/// "steps[1].KEY (fault): reason" for the first step that \a asks; nothing if none does.
-template <typename Asks>
-QStringList firstOf(const Sequence &sequence, const QString &key, const QString &reason, Asks asks)
+/// Refuses for \a reason what \a partOf gives of the first step that \a asks for it.
+template <typename Asks, typename PartOf>
+void refuseFirst(const QVector<JsonNode> &steps, const Sequence &sequence, const QString &reason,
+                 Asks asks, PartOf partOf)
 {
     const auto step = std::find_if(sequence.steps.begin(), sequence.steps.end(), asks);
-    if (step == sequence.steps.end())
-        return {};
-    return {QStringLiteral("steps[%1].%2 (%3): %4")
-                .arg(step - sequence.steps.begin())
-                .arg(key, step->name, reason)};
+    if (step != sequence.steps.end())
+        partOf(steps[int(step - sequence.steps.begin())].named(step->name)).refuse(reason);
 }
 
-} // namespace
-
-QStringList contradictions(const Sequence &sequence, const CheckedConfiguration &configuration)
+void tellOutputs(const QVector<JsonNode> &steps, const Sequence &sequence,
+                 const CheckedConfiguration &configuration)
 {
-    QStringList result;
     const std::set<int> shown = shownChannels(configuration);
     const auto isShown = [&shown](std::size_t output) {
         return shown.count(analogoutputs::kAnalogOutputs[output].wireChannel) != 0;
     };
     for (std::size_t i = 0; i < std::size_t(SequenceStep::kAnalogOutputs); ++i) {
         const bool isMirrorShown = sequence.dualAD && i % 2 == 0 && isShown(i + 1);
-        if (!isShown(i) && !isMirrorShown)
-            result += firstOf(sequence, QStringLiteral("outputs.") + outputNames()[int(i)],
-                              QStringLiteral("no channel of a sampled-value stream carries it"),
-                              [i](const SequenceStep &step) {
-                                  return step.outputs[i] && step.outputs[i]->amplitude != 0.0;
-                              });
+        if (isShown(i) || isMirrorShown)
+            continue;
+        refuseFirst(
+            steps, sequence, QStringLiteral("no channel of a sampled-value stream carries it"),
+            [i](const SequenceStep &step) {
+                return step.outputs[i] && step.outputs[i]->amplitude != 0.0;
+            },
+            [i](const JsonNode &step) {
+                return step.optional(key::outputs).optional(outputNames()[int(i)]);
+            });
     }
+}
+
+void tellBinaryOutputs(const QVector<JsonNode> &steps, const Sequence &sequence,
+                       const CheckedConfiguration &configuration)
+{
     for (std::size_t i = 0; i < configuration.outputs.size(); ++i) {
-        if (configuration.outputs[i].stream < 0)
-            result += firstOf(sequence, QStringLiteral("binaryOutputs[%1]").arg(i),
-                              QStringLiteral("no mapinfo binds binary output %1").arg(i + 1),
-                              [i](const SequenceStep &step) { return step.binaryOutputs.at(i); });
+        if (configuration.outputs[i].stream >= 0)
+            continue;
+        const int output = int(i) + 1;
+        const QString name = sequence.signalNames.outputs.contains(output)
+            ? QStringLiteral(" (%1)").arg(sequence.outputName(output))
+            : QString();
+        refuseFirst(
+            steps, sequence, QStringLiteral("no mapinfo binds binary output %1").arg(output) + name,
+            [i](const SequenceStep &step) { return step.binaryOutputs.at(i); },
+            [i](const JsonNode &step) {
+                constexpr int kOutputs = SequenceStep::kBinaryOutputs;
+                return step[key::binaryOutputs].elements(kOutputs, kOutputs).value(int(i), step);
+            });
     }
+}
+
+} // namespace
+
+void tellContradictions(const JsonNode &node, const Sequence &sequence,
+                        const CheckedConfiguration &configuration)
+{
+    const int count = int(sequence.steps.size());
+    if (count == 0 || !configuration.isRead())
+        return;
+    const QVector<JsonNode> steps = node[key::steps].elements(count, count);
+    tellOutputs(steps, sequence, configuration);
+    tellBinaryOutputs(steps, sequence, configuration);
     if (!hasInputs(configuration))
-        result += firstOf(sequence, QStringLiteral("onBinaryInput"),
-                          QStringLiteral("no subscription feeds a logic channel"),
-                          [](const SequenceStep &step) { return step.onBinaryInput.has_value(); });
-    return result;
+        refuseFirst(
+            steps, sequence, QStringLiteral("no subscription feeds a logic channel"),
+            [](const SequenceStep &step) { return step.onBinaryInput.has_value(); },
+            [](const JsonNode &step) { return step.optional(key::onBinaryInput); });
 }
 
 } // namespace workbench

@@ -3,18 +3,16 @@
 #pragma once
 
 #include "configuration/testconfiguration.h"
+#include "workbench/jsonreader.h"
 #include "workbench/sequence.h"
-
-#include <QStringList>
 
 namespace workbench {
 
-/// What \a sequence asks for and \a configuration does not carry, so that the test cannot mean what
-/// it says: an analog output that no channel shows, a binary output that drives no GOOSE value, a
-/// wait for a binary input without a subscription. Each once, with its first place in the sequence:
-/// "steps[1].outputs.Ia1 (fault): reason".
-[[nodiscard]] QStringList
-contradictions(const Sequence &sequence,
-               const testconfiguration::CheckedConfiguration &configuration);
+/// Refuses what \a sequence, which has been read from \a node, asks for and \a configuration does
+/// not carry, so that the test cannot mean what it says: an analog output that no channel shows, a
+/// binary output that drives no GOOSE value, a wait for a binary input without a subscription. Each
+/// once, at its first place. Does nothing if either could not be read.
+void tellContradictions(const JsonNode &node, const Sequence &sequence,
+                        const testconfiguration::CheckedConfiguration &configuration);
 
 } // namespace workbench

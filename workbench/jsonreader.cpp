@@ -102,7 +102,6 @@ QVector<JsonFile::Note> JsonFile::Notes::first() const
 
 Remarks JsonFile::remarks() const
 {
-    Remarks result{m_path, {}, m_errors.count, m_warnings.count};
     struct Told
     {
         Remarks::Remark::Severity severity;
@@ -115,6 +114,7 @@ Remarks JsonFile::remarks() const
         told.append({Remarks::Remark::Warning, each});
     std::stable_sort(told.begin(), told.end(),
                      [](const Told &a, const Told &b) { return a.note.offset < b.note.offset; });
+    Remarks result{m_path, {}, m_errors.count, m_warnings.count};
     for (const Told &each : told)
         result.shown.append({each.severity, m_text.placeOf(each.note.offset), each.note.reason});
     return result;

@@ -2,6 +2,8 @@
 
 #include <QJsonObject>
 
+#include <algorithm>
+
 namespace workbench {
 
 QStringList Remarks::lines() const
@@ -31,12 +33,46 @@ QJsonArray Remarks::toJson() const
     return result;
 }
 
+void Remarks::show(const QVector<Remark> &all)
+{
+    const auto isError = [](const Remark &each) { return each.severity == Remark::Error; };
+    const int ofErrors = int(std::count_if(all.begin(), all.end(), isError));
+    int room = kMostShown - int(shown.size());
+    int roomForWarnings = std::max(room - ofErrors, 0);
+    for (const Remark &each : all) {
+        int &left = isError(each) ? room : roomForWarnings;
+        if (left-- > 0)
+            shown.append(each);
+    }
+}
+
 Expected<void> Remarks::expectNoErrors() const
 {
-    if (errors == 0)
+    return workbench::expectNoErrors({*this});
+}
+
+Remarks remarksOf(const testconfiguration::CheckedConfiguration &configuration)
+{
+    Remarks result{configuration.document.path(), {}, configuration.errors, configuration.warnings};
+    result.show(configuration.remarks);
+    return result;
+}
+
+Expected<void> expectNoErrors(const QVector<Remarks> &files)
+{
+    QStringList errors;
+    QStringList others;
+    for (const Remarks &file : files) {
+        const QStringList lines = file.lines();
+        for (int i = 0; i < lines.size(); ++i) {
+            const bool isError =
+                i < file.shown.size() && file.shown[i].severity == Remarks::Remark::Error;
+            (isError ? errors : others) += lines[i];
+        }
+    }
+    if (errors.isEmpty())
         return {};
-    const QStringList all = lines();
-    return tl::unexpected<Failure>(Failure{Failure::Input, all.first(), all.mid(1)});
+    return tl::unexpected<Failure>(Failure{Failure::Input, errors.first(), errors.mid(1) + others});
 }
 
 } // namespace workbench

@@ -1,5 +1,6 @@
 #include "workbench/testrun.h"
 
+#include "workbench/contradictions.h"
 #include "workbench/sequencefile.h"
 #include "workbench/statustext.h"
 
@@ -39,14 +40,21 @@ Expected<Decoded> readPayload(BoardSession &session, int which,
 
 } // namespace
 
-Expected<PreparedTest> prepareTest(const QString &configPath, const QString &sequencePath)
+Expected<PreparedTest> prepareTest(const QString &configPath, const QString &sequencePath,
+                                   const Parameters &values)
 {
-    const Expected<Sequence> sequence = readSequence(sequencePath);
-    if (!sequence)
-        return tl::unexpected<Failure>(sequence.error());
-    return PreparedTest{sequencePath, *sequence,
-                        testconfiguration::check(testconfiguration::Document::read(configPath),
-                                                 sequence->samplesPerSecond())};
+    JsonFile file(sequencePath);
+    const Sequence sequence = readSequence(file.root(), values);
+    PreparedTest test{sequencePath,
+                      sequence,
+                      testconfiguration::check(testconfiguration::Document::read(configPath),
+                                               sequence.samplesPerSecond()),
+                      {}};
+    tellContradictions(file.root(), sequence, test.configuration);
+    const QVector<Remarks> remarks = {file.remarks(), remarksOf(test.configuration)};
+    for (const Remarks &each : remarks)
+        test.warnings += each.lines();
+    return expectNoErrors(remarks).map([&test] { return test; });
 }
 
 TestRun::TestRun(BoardSession &session, const PreparedTest &test, ShowTransfer showTransfer)

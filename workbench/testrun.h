@@ -5,27 +5,31 @@
 #include "configuration/testconfiguration.h"
 #include "protocol/statusreply.h"
 #include "workbench/boardsession.h"
+#include "workbench/parameters.h"
 #include "workbench/sequence.h"
 #include "workbench/transferprogress.h"
 
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <optional>
 
 namespace workbench {
 
-/// A test that has been read. It can be run if the configuration has no errors.
+/// A test that has been read, without errors.
 struct PreparedTest
 {
     QString sequencePath;
     Sequence sequence;
     testconfiguration::CheckedConfiguration configuration;
+    QStringList warnings; ///< lines about both files
 };
 
-/// Reads both files.
-[[nodiscard]] Expected<PreparedTest> prepareTest(const QString &configPath,
-                                                 const QString &sequencePath);
+/// Reads both files, with \a values for parameters of the sequence, and holds one against the
+/// other. Fails with all errors of both.
+[[nodiscard]] Expected<PreparedTest>
+prepareTest(const QString &configPath, const QString &sequencePath, const Parameters &values = {});
 
 /// The run of a test over a session whose link is open.
 class TestRun

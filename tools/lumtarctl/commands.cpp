@@ -1,22 +1,17 @@
 #include "tools/lumtarctl/commands.h"
 
-#include "configuration/testconfiguration.h"
+#include "tools/lumtarctl/checkcommand.h"
 #include "tools/lumtarctl/exportcommand.h"
 #include "tools/lumtarctl/plotcommand.h"
 #include "tools/lumtarctl/runcommand.h"
 #include "tools/lumtarctl/statuscommand.h"
 #include "tools/terminal/terminal.h"
 #include "workbench/boardsession.h"
-#include "workbench/configurationtables.h"
-#include "workbench/contradictions.h"
 #include "workbench/printabletext.h"
 #include "workbench/sequencefile.h"
 
 #include <QCommandLineParser>
 #include <QHostInfo>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 #include <QRegularExpression>
 
 using namespace workbench;
@@ -192,35 +187,6 @@ Expected<int> stopBoard(const QCommandLineParser &options)
         });
 }
 
-Expected<int> checkFile(const QCommandLineParser &options)
-{
-    constexpr int kHasWarnings = 1;
-    constexpr int kHasErrors = 2;
-    const QString sequencePath = options.value(sequenceOption);
-    const Expected<Sequence> sequence =
-        sequencePath.isEmpty() ? Sequence() : readSequence(sequencePath);
-    if (!sequence)
-        return tl::unexpected<Failure>(sequence.error());
-    const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
-        testconfiguration::Document::read(options.positionalArguments().value(1)),
-        sequence->samplesPerSecond());
-    const QStringList wrong =
-        configuration.isRead() ? contradictions(*sequence, configuration) : QStringList();
-    if (options.isSet(jsonOption)) {
-        QJsonObject report = toJson(configuration);
-        if (!sequencePath.isEmpty())
-            report[QStringLiteral("sequenceErrors")] = QJsonArray::fromStringList(wrong);
-        say(QString::fromUtf8(QJsonDocument(report).toJson()).trimmed());
-    } else {
-        say(toText(configuration).trimmed());
-        for (const QString &each : wrong)
-            say(printable(QStringLiteral("%1: error: %2").arg(sequencePath, each)));
-    }
-    if (configuration.errors > 0 || !wrong.isEmpty())
-        return kHasErrors;
-    return configuration.warnings > 0 ? kHasWarnings : 0;
-}
-
 } // namespace
 
 const QList<Command> &commands()
@@ -249,10 +215,11 @@ const QList<Command> &commands()
          {localPortOption},
          stopBoard},
         {QStringLiteral("check"),
-         QStringLiteral("Tells what a test configuration publishes and subscribes to, and what is "
-                        "wrong with it; needs no board. Exit status 0, 1 for warnings, 2 for "
-                        "errors."),
-         {QStringLiteral("FILE"), QStringLiteral("Test configuration (XML).")},
+         QStringLiteral("Tells what a test configuration publishes and subscribes to, or the steps "
+                        "of a state sequence, and what is wrong with it; needs no board. Exit "
+                        "status 0, 1 for warnings, 2 for errors."),
+         {QStringLiteral("FILE"),
+          QStringLiteral("Test configuration (XML) or state sequence (JSON).")},
          {},
          {sequenceOption, jsonOption},
          checkFile},

@@ -3,7 +3,6 @@
 #include "tools/lumtarctl/interruption.h"
 #include "tools/lumtarctl/runview.h"
 #include "tools/terminal/terminal.h"
-#include "workbench/contradictions.h"
 #include "workbench/sequencetext.h"
 #include "workbench/statustext.h"
 #include "workbench/testrun.h"
@@ -13,29 +12,6 @@ using statusreply::Changes;
 using statusreply::State;
 
 namespace {
-
-/// Fails upon the first error; else tells the first warnings.
-Expected<void> expectNoErrors(const testconfiguration::CheckedConfiguration &configuration)
-{
-    constexpr int kTold = 5;
-    const QString all =
-        QStringLiteral("lumtarctl check %1 shows all").arg(configuration.document.path());
-    const auto &sorted = configuration.remarks;
-    const auto line = [&configuration](const testconfiguration::Remark &remark) {
-        return toString(remark, configuration.document.path());
-    };
-    for (const testconfiguration::Remark &each : sorted) {
-        if (each.severity == testconfiguration::Remark::Error)
-            return failure(
-                Failure::Input,
-                line(each) + (sorted.size() > 1 ? QStringLiteral(" (%1)").arg(all) : QString()));
-    }
-    for (const testconfiguration::Remark &each : sorted.mid(0, kTold))
-        warn(line(each));
-    if (configuration.warnings > kTold)
-        warn(QStringLiteral("%1 more warnings; %2").arg(configuration.warnings - kTold).arg(all));
-    return {};
-}
 
 Expected<void> loadAndStart(TestRun &run, const LumtarEngine &engine, RunView &view)
 {
@@ -105,15 +81,8 @@ Expected<int> run(const Endpoint &endpoint, const QString &configPath, const QSt
     const Expected<PreparedTest> test = prepareTest(configPath, sequencePath);
     if (!test)
         return tl::unexpected<Failure>(test.error());
-    if (const Expected<void> sound = expectNoErrors(test->configuration); !sound)
-        return tl::unexpected<Failure>(sound.error());
-    const QStringList wrong = contradictions(test->sequence, test->configuration);
-    if (!wrong.isEmpty()) {
-        for (const QString &each : wrong.mid(1))
-            complain(QStringLiteral("%1: error: %2").arg(sequencePath, each));
-        return failure(Failure::Input,
-                       QStringLiteral("%1: error: %2").arg(sequencePath, wrong.first()));
-    }
+    for (const QString &each : test->warnings)
+        warn(each);
     if (const QString warning = rateWarning(test->sequence); !warning.isEmpty())
         warn(warning);
 

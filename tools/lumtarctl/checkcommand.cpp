@@ -1,0 +1,150 @@
+#include "tools/lumtarctl/checkcommand.h"
+
+#include "configuration/testconfiguration.h"
+#include "tools/terminal/terminal.h"
+#include "workbench/configurationtables.h"
+#include "workbench/contradictions.h"
+#include "workbench/printabletext.h"
+#include "workbench/sequencefile.h"
+#include "workbench/sequencetext.h"
+
+#include <QCommandLineParser>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+
+using namespace workbench;
+
+namespace {
+
+const QString sequenceOption = QStringLiteral("sequence");
+
+/// Told by what it begins with; a test configuration begins with "<".
+bool isJson(const QString &path)
+{
+    constexpr int kEnough = 4096;
+    constexpr char kMark[] = "\xef\xbb\xbf";
+    const bool isCalledJson = path.endsWith(QLatin1String(".json"), Qt::CaseInsensitive);
+    QFile file(path);
+    if (!QFileInfo(path).isFile() || !file.open(QIODevice::ReadOnly)) // a pipe would be waited for
+        return isCalledJson;
+    QByteArray start = file.read(kEnough);
+    if (start.startsWith(kMark))
+        start.remove(0, int(sizeof kMark) - 1);
+    start = start.trimmed();
+    return start.isEmpty() ? isCalledJson : start.startsWith('{') || start.startsWith('[');
+}
+
+int exitStatus(int errors, int warnings)
+{
+    constexpr int kHasWarnings = 1;
+    constexpr int kHasErrors = 2;
+    if (errors > 0)
+        return kHasErrors;
+    return warnings > 0 ? kHasWarnings : 0;
+}
+
+QString counted(int count, const QString &noun)
+{
+    return QStringLiteral("%1 %2%3").arg(count).arg(noun,
+                                                    count == 1 ? QString() : QStringLiteral("s"));
+}
+
+void sayJson(const QJsonObject &report)
+{
+    say(QString::fromUtf8(QJsonDocument(report).toJson()).trimmed());
+}
+
+/// The sequence, if it has no errors, as a file says it, and the problems.
+QJsonObject reportOn(const Sequence &sequence, const Remarks &remarks)
+{
+    QJsonObject report{{QStringLiteral("file"), remarks.path},
+                       {QStringLiteral("problems"), remarks.toJson()},
+                       {QStringLiteral("errors"), remarks.errors},
+                       {QStringLiteral("warnings"), remarks.warnings}};
+    if (remarks.errors == 0)
+        report[QStringLiteral("content")] = QJsonDocument::fromJson(toJson(sequence)).object();
+    return report;
+}
+
+void sayRemarks(const Remarks &remarks)
+{
+    const QStringList lines = remarks.lines();
+    for (int i = 0; i < lines.size(); ++i) {
+        const bool isError =
+            i < remarks.shown.size() && remarks.shown[i].severity == Remarks::Remark::Error;
+        say(printable(lines[i]), isError ? Tone::Bad : Tone::Doubtful);
+    }
+}
+
+int checkSequence(const QString &path, bool asJson)
+{
+    JsonFile file(path);
+    const Sequence sequence = readSequence(file.root());
+    const Remarks remarks = file.remarks();
+    if (asJson) {
+        sayJson(reportOn(sequence, remarks));
+    } else {
+        if (remarks.errors == 0) {
+            say(printable(
+                QStringLiteral("%1: %2, %3 samples per second")
+                    .arg(path, counted(int(sequence.steps.size()), QStringLiteral("step")))
+                    .arg(sequence.samplesPerSecond())));
+            sayLines(stepTexts(sequence) + QLatin1Char('\n'));
+        }
+        sayRemarks(remarks);
+        say(QStringLiteral(" %1, %2").arg(counted(remarks.errors, QStringLiteral("error")),
+                                          counted(remarks.warnings, QStringLiteral("warning"))));
+    }
+    return exitStatus(remarks.errors, remarks.warnings);
+}
+
+int checkConfiguration(const QString &path, bool asJson)
+{
+    const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
+        testconfiguration::Document::read(path), Sequence().samplesPerSecond());
+    if (asJson)
+        sayJson(toJson(configuration));
+    else
+        say(toText(configuration).trimmed());
+    return exitStatus(configuration.errors, configuration.warnings);
+}
+
+/// A configuration and a sequence for it.
+int checkTest(const QString &path, const QString &sequencePath, bool asJson)
+{
+    JsonFile file(sequencePath);
+    const Sequence sequence = readSequence(file.root());
+    const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
+        testconfiguration::Document::read(path), sequence.samplesPerSecond());
+    tellContradictions(file.root(), sequence, configuration);
+    const Remarks remarks = file.remarks();
+    if (asJson) {
+        QJsonObject report = toJson(configuration);
+        report[sequenceOption] = reportOn(sequence, remarks);
+        sayJson(report);
+    } else {
+        say(toText(configuration).trimmed());
+        sayRemarks(remarks);
+    }
+    return exitStatus(configuration.errors + remarks.errors,
+                      configuration.warnings + remarks.warnings);
+}
+
+} // namespace
+
+Expected<int> checkFile(const QCommandLineParser &options)
+{
+    const QString path = options.positionalArguments().value(1);
+    const QString sequencePath = options.value(sequenceOption);
+    const bool asJson = options.isSet(QStringLiteral("json"));
+    if (!options.isSet(sequenceOption))
+        return isJson(path) ? checkSequence(path, asJson) : checkConfiguration(path, asJson);
+    if (isJson(path))
+        return failure(Failure::Input,
+                       path
+                           + QStringLiteral(": is a state sequence; --sequence goes with a test "
+                                            "configuration"));
+    return checkTest(path, sequencePath, asJson);
+}
