@@ -1,6 +1,9 @@
 #include "workbench/picturefile.h"
 
+#include "workbench/drawing.h"
+
 #include <QBuffer>
+#include <QFontInfo>
 #include <QImage>
 #include <QPainter>
 #include <QSvgGenerator>
@@ -22,6 +25,17 @@ void draw(QPaintDevice &device, const QSize &size, int scale, const Paint &paint
     paint(painter, area);
 }
 
+/// The font that texts were measured with comes first where they are shown, so that they end where
+/// they should; then one that is as wide. No text can hold this attribute: its quotes are escaped.
+QByteArray withFonts(QByteArray svg)
+{
+    QString measured = QFontInfo(textFont()).family();
+    measured.remove(QLatin1Char('\'')).remove(QLatin1Char(','));
+    const QString fonts =
+        QStringLiteral("font-family=\"'%1',Verdana,sans-serif\"").arg(measured.toHtmlEscaped());
+    return svg.replace("font-family=\"sans-serif\"", fonts.toUtf8());
+}
+
 } // namespace
 
 QByteArray toSvg(const QSize &size, const Paint &paint)
@@ -35,7 +49,7 @@ QByteArray toSvg(const QSize &size, const Paint &paint)
     generator.setSize(size);
     generator.setViewBox(QRect(QPoint(0, 0), size));
     draw(generator, size, 1, paint);
-    return buffer.data();
+    return withFonts(buffer.data());
 }
 
 QByteArray toPng(const QSize &size, const Paint &paint, int scale)
