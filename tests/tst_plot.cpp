@@ -160,6 +160,10 @@ void TestPlot::initTestCase()
             if (change.entryTime == time)
                 add(marked, time, encodeMark(StepMark{change, scale}));
         }
+        if (i == 4200) // what has led to step 2
+            add(marked, time, encodeMark(InputMark{{1030200us, InputKind::ChannelOn, 7}}));
+        if (i == 8000)
+            add(marked, time, encodeMark(InputMark{{time, InputKind::ChannelOff, 7}}));
         const double sine = std::sin(2 * kPi * 50 * std::chrono::duration<double>(time).count());
         const QByteArray sv = svFrame(0x4001, {750, 10000 * sine, 10000 * sine, 0, 8000 * sine});
         add(marked, time, sv);
@@ -246,6 +250,20 @@ void TestPlot::drawsStepsInPlace()
     }
     QCOMPARE(inputs.size(), 4);
     QVERIFY(std::fabs(inputs[0] - end) < 1);
+
+    // The input itself is on from there.
+    const Svg::Text *const name = svg.find(QStringLiteral("trip A"));
+    QVERIFY(name);
+    const auto isOn = [&](const Svg::Shape &shape) {
+        return shape.kind == QLatin1String("path")
+            && std::fabs(shape.points[0].y() - name->place.y()) < 20
+            && shape.fill != QLatin1String("none");
+    };
+    const auto state = std::find_if(svg.shapes.begin(), svg.shapes.end(), isOn);
+    QVERIFY(state != svg.shapes.end());
+    const auto top = std::min_element(state->points.begin(), state->points.end(),
+                                      [](auto a, auto b) { return a.y() < b.y(); });
+    QVERIFY2(std::fabs(top->x() - end) < 1, qPrintable(QString::number(top->x() - end)));
 
     const QImage image = QImage::fromData(*pixels, "PNG");
     QCOMPARE(image.width(), kWidth);

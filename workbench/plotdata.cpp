@@ -27,6 +27,7 @@ constexpr int kMostStates = 1000; ///< dataset entries whose states are recorded
 constexpr int kFewStates = 12; ///< are all shown, changed or not
 constexpr int kShownStates = 24;
 constexpr int kMostInputs = 50;
+constexpr int kShownInputs = 12;
 constexpr int kCyclesOfCurve = 50; ///< of more cycles only the envelope can be seen
 constexpr double kCyclesPerColumn = 1.25; ///< of an envelope; finds the peaks from 40 Hz on
 
@@ -106,11 +107,12 @@ private:
     void takeStates(double time, const QByteArray &frame);
     void take(const StreamMark &, double) { }
     void take(const StepMark &mark, double time);
-    void take(const InputMark &, double) { } // the GOOSE messages show it
+    void take(const InputMark &mark, double);
     void endBand(double time);
     [[nodiscard]] PlotPanel panel(std::size_t quantity) const;
     [[nodiscard]] QVector<PlotPanel> panels() const;
     void showStates();
+    void showInputs();
 
     PlotStreams m_streams;
     PlotChoice m_choice;
@@ -124,6 +126,7 @@ private:
     qint64 m_samples = 0;
     int m_states = 0;
     QMap<QByteArray, States> m_goose; ///< by what precedes the PDU, and by gocbRef
+    QMap<int, PlotChanges> m_inputs; ///< by logic channel
     std::optional<PlotBand> m_band; ///< the current one
     std::optional<Transition> m_before; ///< the last change
 };
@@ -267,6 +270,23 @@ void Collector::take(const StepMark &mark, double time)
     }
 }
 
+/// It counts its time from the start of the sequence itself. Before an input's first change it was
+/// what it then is not.
+void Collector::take(const InputMark &mark, double)
+{
+    const RecordedInput &input = mark.input;
+    if (m_counter.current() != m_choice.run || input.kind == InputKind::Trigger
+        || !m_data.sinceSequence)
+        return;
+    const bool isOn = input.kind == InputKind::ChannelOn;
+    auto changes = m_inputs.find(input.channel);
+    if (changes == m_inputs.end()) {
+        changes = m_inputs.insert(input.channel, PlotChanges(m_stateColumns));
+        changes->add(m_data.window.from, isOn ? 0 : 1);
+    }
+    changes->add(std::chrono::duration<double>(input.time).count(), isOn ? 1 : 0);
+}
+
 /// Ends the current band; one of several that begin in the same column is enough.
 void Collector::endBand(double time)
 {
@@ -346,6 +366,18 @@ void Collector::showStates()
     m_data.statesLeftOut = std::max(shown - kShownStates, 0);
 }
 
+void Collector::showInputs()
+{
+    for (auto each = m_inputs.cbegin(); each != m_inputs.cend(); ++each) {
+        if (!each->hasChanged())
+            continue;
+        if (m_data.inputStates.size() < kShownInputs)
+            m_data.inputStates.append({each.key(), each->points()});
+        else
+            ++m_data.inputsLeftOut;
+    }
+}
+
 Expected<PlotData> Collector::finish()
 {
     if (m_samples == 0)
@@ -358,6 +390,7 @@ Expected<PlotData> Collector::finish()
     m_data.thinned = m_samples > qint64(2) * m_svColumns.count();
     m_data.panels = panels();
     showStates();
+    showInputs();
     return m_data;
 }
 

@@ -45,6 +45,13 @@ struct PlotInput
     int entered = -1; ///< step; -1: the sequence ended
 };
 
+/// A logic input that changes.
+struct PlotInputState
+{
+    int channel = 0; ///< logic channel
+    QVector<PlotPoint> changes; ///< to 1: on; 0: off
+};
+
 /// States of one GOOSE stream, from when they are known.
 struct PlotGoose
 {
@@ -70,8 +77,10 @@ struct PlotData
     QVector<PlotPanel> panels;
     QVector<PlotBand> bands;
     QVector<PlotInput> inputs;
+    QVector<PlotInputState> inputStates; ///< by channel
     QVector<PlotGoose> goose;
     int statesLeftOut = 0; ///< dataset entries that change too, but are not shown
+    int inputsLeftOut = 0; ///< logic inputs likewise
 };
 
 /// What of a capture is drawn: numbers in the outline.

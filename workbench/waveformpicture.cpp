@@ -122,6 +122,7 @@ private:
     [[nodiscard]] QVector<LegendEntry> legendOf(const PlotPanel &panel) const;
     [[nodiscard]] int legendRows(int panel) const { return m_legends[panel].last().row + 1; }
     void placeInputs();
+    [[nodiscard]] QString inputName(int channel) const;
     [[nodiscard]] QString textOf(const PlotInput &input) const;
     [[nodiscard]] double x(double time) const;
     [[nodiscard]] double bandsHeight() const;
@@ -136,7 +137,7 @@ private:
                    int number);
     void paintStates();
     void paintStNum(const QRectF &row, const QVector<PlotPoint> &changes);
-    void paintState(const QRectF &row, const QVector<PlotPoint> &changes);
+    void paintState(const QRectF &row, const QVector<PlotPoint> &changes, const QColor &colour);
     void paintFrame(const QRectF &part, bool isLast);
     void paintInputs(const QRectF &part);
 
@@ -162,6 +163,7 @@ Layout::Layout(const PlotData &data, const WaveformTexts &texts, double width)
     , m_right(width - kRight)
     , m_times(data.window.from, data.window.to)
 {
+    m_rows = int(data.inputStates.size());
     for (const PlotGoose &goose : data.goose)
         m_rows += 1 + int(goose.entries.size());
     for (const PlotPanel &panel : data.panels)
@@ -172,6 +174,8 @@ Layout::Layout(const PlotData &data, const WaveformTexts &texts, double width)
 double Layout::leftMargin(double width) const
 {
     double left = kLeastLeft;
+    for (const PlotInputState &input : m_data.inputStates)
+        left = std::max(left, widthOf(fitted(inputName(input.channel), width)) + 2 * kGap);
     for (const PlotGoose &goose : m_data.goose) {
         left = std::max(left, widthOf(fitted(goose.name, width)) + 2 * kGap);
         for (const PlotGoose::Entry &entry : goose.entries)
@@ -208,17 +212,20 @@ QVector<LegendEntry> Layout::legendOf(const PlotPanel &panel) const
     return entries;
 }
 
+QString Layout::inputName(int channel) const
+{
+    return m_texts.inputs.value(channel, QStringLiteral("channel %1").arg(channel));
+}
+
 QString Layout::textOf(const PlotInput &input) const
 {
     const QString entered = input.entered < 0
         ? QStringLiteral("end")
         : m_texts.steps.value(input.entered, QStringLiteral("binary input"));
-    const QString channel =
-        m_texts.inputs.value(input.channel, QStringLiteral("channel %1").arg(input.channel));
     const QString time = input.afterEntry
         ? QStringLiteral("%1 ms after entry").arg(virtualboard::millisecondsText(*input.afterEntry))
         : QStringLiteral("unknown time after entry");
-    return QStringLiteral("%1: %2, %3").arg(entered, channel, time);
+    return QStringLiteral("%1: %2, %3").arg(entered, inputName(input.channel), time);
 }
 
 /// Every text of an input goes into the first line where it does not cover another one.
@@ -437,13 +444,18 @@ void Layout::paintStates()
         drawText(*m_painter, {m_area.left() + kGap, row.top(), m_left - 2 * kGap + 1, kStateRow},
                  Qt::AlignRight, text);
     };
+    for (const PlotInputState &input : m_data.inputStates) {
+        name(inputName(input.channel));
+        paintState(row, input.changes, kInputStroke.colour);
+        row.translate(0, kStateRow);
+    }
     for (const PlotGoose &goose : m_data.goose) {
         name(goose.name);
         paintStNum(row, goose.stNum);
         row.translate(0, kStateRow);
         for (const PlotGoose::Entry &entry : goose.entries) {
             name(entry.name);
-            paintState(row, entry.changes);
+            paintState(row, entry.changes, kStateColour);
             row.translate(0, kStateRow);
         }
     }
@@ -474,7 +486,7 @@ void Layout::paintStNum(const QRectF &row, const QVector<PlotPoint> &changes)
 }
 
 /// A line that keeps its value between changes, filled down to the state of rest.
-void Layout::paintState(const QRectF &row, const QVector<PlotPoint> &changes)
+void Layout::paintState(const QRectF &row, const QVector<PlotPoint> &changes, const QColor &colour)
 {
     if (changes.isEmpty())
         return;
@@ -487,12 +499,12 @@ void Layout::paintState(const QRectF &row, const QVector<PlotPoint> &changes)
     }
     corners.append({row.right(), corners.last().y()});
     corners.append({row.right(), low});
-    QColor fill = kStateColour;
+    QColor fill = colour;
     fill.setAlpha(kStateAlpha);
     m_painter->setPen(Qt::NoPen);
     m_painter->setBrush(fill);
     m_painter->drawPolygon(corners);
-    drawLine(*m_painter, corners, QPen(kStateColour, kCurveWidth));
+    drawLine(*m_painter, corners, QPen(colour, kCurveWidth));
 }
 
 } // namespace

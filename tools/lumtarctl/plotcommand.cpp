@@ -74,8 +74,10 @@ QByteArray draw(const PlotOrder &order, const PlotOutline &outline, const PlotDa
         QFileInfo(order.what.capture).fileName() + QStringLiteral(": ") + data.stream.toString();
     if (outline.runs.size() > 1)
         texts.title += QStringLiteral(", sequence %1").arg(data.run + 1);
-    if (order.what.sequence)
+    if (order.what.sequence) {
         texts.steps = order.what.sequence->names();
+        texts.inputs = order.what.sequence->signalNames.inputs;
+    }
     const WaveformPicture picture(data, texts);
     const QSize size(kWidth, picture.heightFor(kWidth));
     const auto paint = [&picture](QPainter &painter, const QRectF &area) {
@@ -104,6 +106,9 @@ void tell(const QString &output, const PlotOutline &outline, const PlotData &dat
     if (data.statesLeftOut > 0)
         lines +=
             QStringLiteral("not drawn: %1 more GOOSE entries that change").arg(data.statesLeftOut);
+    if (data.inputsLeftOut > 0)
+        lines +=
+            QStringLiteral("not drawn: %1 more logic inputs that change").arg(data.inputsLeftOut);
     for (const QString &line : lines)
         sayWrapped(printable(line));
 }
