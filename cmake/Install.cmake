@@ -87,6 +87,8 @@ if(LUMTAR_BUILD_TOOLS)
   endforeach()
   install(FILES tools/completion/lumtar.zsh
     DESTINATION ${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions RENAME _lumtar COMPONENT tools)
+  install(DIRECTORY schemas DESTINATION ${CMAKE_INSTALL_DATADIR}/lumtar COMPONENT tools
+    FILES_MATCHING PATTERN *.schema.json)
   install(DIRECTORY examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumtar COMPONENT tools)
   install(DIRECTORY docs DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/lumtar COMPONENT tools
     FILES_MATCHING PATTERN *.md)

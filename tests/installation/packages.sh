@@ -75,7 +75,8 @@ expected_files() {
         printf '%s\n' usr/bin/{lumtar-board,lumtarctl} "usr/$LIBDIR/wireshark/plugins/lumtar.lua" \
             usr/share/{man/man1/,bash-completion/completions/}{lumtar-board,lumtarctl} \
             usr/share/zsh/vendor-completions/_lumtar | sed '/man1/s/$/.1.gz/'
-        (cd "$SOURCE" && printf 'usr/share/doc/lumtar/%s\n' examples/* docs/*.md)
+        (cd "$SOURCE" && printf 'usr/share/lumtar/%s\n' schemas/*.schema.json &&
+            find examples docs/*.md -type f -printf 'usr/share/doc/lumtar/%p\n')
         ;;
     esac
 }
