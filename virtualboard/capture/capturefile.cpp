@@ -96,16 +96,19 @@ struct CaptureSink::Private
             write(header, mark);
         streamMarks.clear();
     }
-    /// Whether it still has its name.
+    /// Whether it still has its name. It need not be lost when that cannot be found out: the folder
+    /// may be closed to whom it was not closed when the file was opened.
     void lookForFile()
     {
-        struct stat named = {};
         struct stat written = {};
-        const bool isThere = !canWrite()
-            || ::fstat(fileno(pcap_dump_file(dumper.get())), &written) != 0
-            || (::stat(QFile::encodeName(path).constData(), &named) == 0
-                && named.st_ino == written.st_ino && named.st_dev == written.st_dev);
-        if (!isThere)
+        if (!canWrite() || ::fstat(fileno(pcap_dump_file(dumper.get())), &written) != 0)
+            return;
+        struct stat named = {};
+        const bool isFound = ::stat(QFile::encodeName(path).constData(), &named) == 0;
+        const bool isLost = isFound
+            ? named.st_ino != written.st_ino || named.st_dev != written.st_dev
+            : errno == ENOENT || written.st_nlink == 0;
+        if (isLost)
             writeError = ENOENT;
     }
     void notice()
