@@ -52,7 +52,7 @@ THREAD_TESTS := tst_queues tst_live tst_board
 test-threads:
 	scripts/setup.sh qt6 test live
 	cmake --preset thread
-	cmake --build --preset thread --target $(THREAD_TESTS) standinrelay lumtar-board
+	cmake --build --preset thread --target $(THREAD_TESTS) standinrelay lumtar-board lumtarctl
 	ctest --preset thread -R '^($(subst $(SPACE),|,$(THREAD_TESTS)))$$'
 
 test-unsigned-char:

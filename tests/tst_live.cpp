@@ -2,6 +2,7 @@
 // goes in there. All of them are in a network of its own, which vanishes with this process.
 
 #include "tests/liveprogram.h"
+#include "tests/testsupport.h"
 
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/capture/capturemarks.h"
@@ -29,6 +30,7 @@
 #include <unistd.h>
 
 using namespace liveprogram;
+using testsupport::boardAddress;
 using namespace virtualboard;
 
 namespace {
@@ -121,6 +123,29 @@ private:
     std::unique_ptr<LivePerformer> m_performer; // ends before what it reports to
 };
 
+/// What the kernel says of a thread, as one line.
+QString privilegesIn(const QString &taskFolder)
+{
+    QFile status(taskFolder + QStringLiteral("/status"));
+    if (!status.open(QIODevice::ReadOnly))
+        return {};
+    const QStringList lines = QString::fromLatin1(status.readAll()).split(QLatin1Char('\n'));
+    return lines.filter(QRegularExpression(QStringLiteral("^(Cap(Inh|Prm|Eff|Amb)|NoNewPrivs):")))
+        .replaceInStrings(QRegularExpression(QStringLiteral("^.*:\t0*(?=.)")), QString())
+        .join(QLatin1Char(' '));
+}
+
+/// The number of threads for every kind of privileges in a process.
+QMap<QString, int> threadsByPrivileges(qint64 process)
+{
+    QMap<QString, int> result;
+    const QDir tasks(QStringLiteral("/proc/%1/task").arg(process));
+    const QStringList names = tasks.entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+    for (const QString &name : names)
+        ++result[privilegesIn(tasks.filePath(name))];
+    return result;
+}
+
 } // namespace
 
 class LiveTest : public QObject
@@ -140,6 +165,10 @@ private slots:
     void lostMessages();
     void defaultRoutes();
     void closedLoop();
+    void lostCapture_data();
+    void lostCapture();
+    void privileges_data();
+    void privileges();
 };
 
 void LiveTest::initTestCase()
@@ -535,6 +564,93 @@ void LiveTest::closedLoop()
     QCOMPARE(marks.last.size(), changes.size());
     QCOMPARE(marks.timeInStep(2).value(), logged);
     QVERIFY(std::chrono::abs(captured - trip->time) < 1ms);
+}
+
+void LiveTest::lostCapture_data()
+{
+    QTest::addColumn<bool>("closed"); // the folder, to whom it does not belong
+    QTest::addColumn<bool>("deleted");
+    QTest::newRow("deleted") << false << true;
+    QTest::newRow("deleted, out of sight") << true << true;
+    QTest::newRow("there, out of sight") << true << false;
+}
+
+/// That a capture is deleted is told once, while the test goes on, and only if it is true: the
+/// board has no right any more to look into the folder of another user.
+void LiveTest::lostCapture()
+{
+    QFETCH(bool, closed);
+    QFETCH(bool, deleted);
+    const QTemporaryDir folder;
+    const QString path = folder.filePath(QStringLiteral("lost.pcap"));
+    CaptureSink capture;
+    QVERIFY(capture.open(path));
+    constexpr uid_t kNobody = 65534;
+    QVERIFY(!closed || chown(folder.path().toLocal8Bit().constData(), kNobody, kNobody) == 0);
+    Board board(&capture);
+    board->start(program({1, 0, {deleted ? 0 : 300}}));
+    if (deleted) {
+        QVERIFY(QFile::remove(path));
+        QTRY_COMPARE_WITH_TIMEOUT(board.report().size(), 1, 20000);
+        QCOMPARE(board->status().state, PlayState::Running);
+        board->stop();
+    }
+    QVERIFY(board.waitForEnd());
+    board.close(); // looks for the file a last time
+    QCOMPARE(board.report(),
+             deleted ? QStringList(path + ": No such file or directory") : QStringList());
+}
+
+void LiveTest::privileges_data()
+{
+    QTest::addColumn<QStringList>("options");
+    QTest::addColumn<QString>("kept"); // inheritable, permitted, effective, ambient; no new ones
+    QTest::newRow("plain") << QStringList() << "0 0 0 0 1";
+    const QString locking = QString::number(1 << CAP_IPC_LOCK, 16);
+    QTest::newRow("real time") << QStringList("--realtime")
+                               << QStringLiteral("0 %1 %1 0 1").arg(locking);
+}
+
+/// Once a board started as root is ready, no thread of it has a privilege that it need not have,
+/// and it plays all the same.
+void LiveTest::privileges()
+{
+    QFETCH(QStringList, options);
+    QFETCH(QString, kept);
+#ifndef LUMTAR_BOARD
+    QSKIP("The tools are not built.");
+#else
+    QVERIFY(ip("link set lo up"));
+    const QTemporaryDir folder;
+    const QString address = boardAddress().toString();
+    QProcess board, control;
+    board.setProcessChannelMode(QProcess::MergedChannels);
+    board.start(LUMTAR_BOARD,
+                options
+                    + QStringList{"--interface", "board1", "--listen", address, "--capture",
+                                  folder.filePath("live.pcap")});
+    QVERIFY(board.waitForReadyRead());
+    // The program's own, the link's, and those that play, take inputs and write the capture.
+    QMap<QString, int> expected{{kept, 5}};
+#ifdef __SANITIZE_THREAD__
+    ++expected[privilegesIn("/proc/thread-self")]; // the sanitizer's own
+#endif
+    QTRY_COMPARE(threadsByPrivileges(board.processId()), expected);
+
+    Wire wire("far1");
+    const QString examples = QStringLiteral(EXAMPLES);
+    control.start(LUMTARCTL,
+                  {"run", "--board", address, "--config", examples + "/feeder-bay.xml",
+                   "--sequence", examples + "/earth-fault.json"});
+    QVERIFY(control.waitForFinished());
+    QCOMPARE(control.exitCode(), 0);
+    constexpr int kSvOfExample = 0x4001;
+    QTRY_VERIFY(wire.packets(0x88ba, kSvOfExample).size() > 1000);
+    QCOMPARE(threadsByPrivileges(board.processId()), expected);
+    board.terminate();
+    QVERIFY(board.waitForFinished());
+    QVERIFY2(board.exitCode() == 0, board.readAll().constData());
+#endif
 }
 
 QTEST_GUILESS_MAIN(LiveTest)

@@ -3,6 +3,7 @@
 
 #include "tools/lumtar-board/boardoptions.h"
 #include "tools/terminal/terminal.h"
+#include "virtualboard/live/liveprivileges.h"
 
 #include <QCoreApplication>
 #include <QElapsedTimer>
@@ -120,6 +121,10 @@ int run(const BoardOptions &options)
         return started.error().cause == VirtualBoard::StartFailure::BadOptions ? kBadUsage
                                                                                : kProblems;
     }
+    // Everything is open, and the threads of the board do the same.
+    const auto &live = options.board.live;
+    if (live && !giveUpCapabilities(live->realtime.has_value(), complain))
+        return kProblems;
     say(QStringLiteral("ready on %1, UDP port %2")
             .arg(options.board.address.toString())
             .arg(options.board.udpPort));

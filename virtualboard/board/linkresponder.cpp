@@ -186,6 +186,7 @@ struct LinkResponder::Private
     QElapsedTimer clock;
     std::function<QByteArray(int)> statusSource;
     std::function<void(const DecodedCommand &)> commandHandler;
+    std::function<void()> prepareThread;
 
     mutable std::mutex mutex; // guards all that follows
     mutable std::condition_variable received;
@@ -234,6 +235,8 @@ void LinkResponder::Private::run(std::promise<QString> &started)
         const std::lock_guard<std::mutex> lock(mutex);
         boundPort = socket.localPort();
     }
+    if (prepareThread)
+        prepareThread();
     started.set_value({});
 
     waiting.clear();
@@ -498,6 +501,11 @@ void LinkResponder::setStatusSource(std::function<QByteArray(int)> source)
 void LinkResponder::setCommandHandler(std::function<void(const DecodedCommand &)> handler)
 {
     d->commandHandler = std::move(handler);
+}
+
+void LinkResponder::setThreadPreparation(std::function<void()> prepare)
+{
+    d->prepareThread = std::move(prepare);
 }
 
 void LinkResponder::setDefaultBehaviour(Behaviour behaviour)

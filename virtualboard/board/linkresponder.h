@@ -101,6 +101,10 @@ public:
     /// Called in the board's thread, must not call the board. Only before start().
     void setCommandHandler(std::function<void(const DecodedCommand &)> handler);
 
+    /// Calls \a prepare in the board's thread, once, when the address is bound and before start()
+    /// returns. Only before start().
+    void setThreadPreparation(std::function<void()> prepare);
+
     /// Behaviour in all exchanges that setBehaviour() does not name.
     void setDefaultBehaviour(Behaviour behaviour);
     /// \param exchange counted from 0 since start() or clear()

@@ -5,6 +5,7 @@
 #include "virtualboard/board/crosscheck.h"
 #include "virtualboard/board/virtualtime.h"
 #include "virtualboard/capture/capturefile.h"
+#include "virtualboard/live/liveprivileges.h"
 
 #include <QNetworkProxy>
 #include <QUdpSocket>
@@ -144,6 +145,11 @@ tl::expected<void, VirtualBoard::StartFailure> VirtualBoard::start()
     BoardLogic *const obeying = logic.get();
     d->link.setCommandHandler([obeying](const DecodedCommand &each) { obeying->obey(each); });
     d->link.setStatusSource([obeying](int which) { return obeying->status(which); });
+    if (d->options.live) {
+        d->link.setThreadPreparation([notice, locksMemory = d->options.live->realtime.has_value()] {
+            giveUpCapabilities(locksMemory, notice);
+        });
+    }
     if (const Expected<void> started = d->link.start(); !started)
         return failure(StartFailure::AddressInUse, started.error());
     d->performer = std::move(*performer);

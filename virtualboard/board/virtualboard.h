@@ -68,7 +68,8 @@ public:
     VirtualBoard &operator=(const VirtualBoard &) = delete;
 
     /// Opens everything, and begins to answer. An existing capture is only overwritten when nothing
-    /// else fails. Once for each board.
+    /// else fails. Once for each board. The threads of a live board keep no capability but, with
+    /// real-time scheduling, CAP_IPC_LOCK; those of the caller stay.
     [[nodiscard]] tl::expected<void, StartFailure> start();
     /// Ends what is played, completes the capture, and frees the address. What was received and
     /// played can still be asked for.

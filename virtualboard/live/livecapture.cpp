@@ -75,12 +75,16 @@ bool LiveCapture::Source::look()
     return isFull;
 }
 
-LiveCapture::LiveCapture(CaptureSink &sink, NoticeHandler report)
+LiveCapture::LiveCapture(CaptureSink &sink, NoticeHandler report,
+                         const std::function<void()> &prepare)
     : m_sink(sink)
     , m_report(std::move(report))
     , m_published(kPublishedSize)
     , m_heard(kHeardSize)
-    , m_writer([this] { write(); })
+    , m_writer([this, prepare] {
+        prepare();
+        write();
+    })
 { }
 
 LiveCapture::~LiveCapture()

@@ -50,7 +50,8 @@ class LiveCapture
 {
 public:
     /// \param sink used by the writing thread only, from now until the destructor returns
-    LiveCapture(CaptureSink &sink, NoticeHandler report);
+    /// \param prepare is called first by that thread
+    LiveCapture(CaptureSink &sink, NoticeHandler report, const std::function<void()> &prepare);
     ~LiveCapture(); ///< returns when what is in the queues has been written
 
     /// \param offset which the time stamps in the file have until the next begin()

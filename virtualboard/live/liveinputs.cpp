@@ -21,11 +21,15 @@ bool isSame(const SubscriptionCommand &a, const SubscriptionCommand &b)
 
 } // namespace
 
-LiveInputs::LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report)
+LiveInputs::LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report,
+                       const std::function<void()> &prepare)
     : m_ports(ports)
     , m_capture(capture)
     , m_report(std::move(report))
-    , m_thread([this] { run(); })
+    , m_thread([this, prepare] {
+        prepare();
+        run();
+    })
 { }
 
 LiveInputs::~LiveInputs()

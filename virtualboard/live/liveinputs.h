@@ -31,7 +31,9 @@ class LiveInputs
 {
 public:
     /// \param capture gets what comes in during a sequence; null: none
-    LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report);
+    /// \param prepare is called first by the thread
+    LiveInputs(PacketPorts &ports, LiveCapture *capture, NoticeHandler report,
+               const std::function<void()> &prepare);
     ~LiveInputs();
 
     /// These subscriptions are in force from now on. Without effect during a sequence.

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <condition_variable>
 #include <cstring>
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <thread>
@@ -174,12 +175,15 @@ struct LivePerformer::Private
 {
     Private(std::unique_ptr<PacketPorts> openPorts, const LiveOptions &options, NoticeHandler to)
         : report(std::move(to))
+        , locksMemory(options.realtime.has_value())
+        , prepareThread([this] { giveUpCapabilities(locksMemory, report); })
         , limit(options.limit)
         , phases(options.phases)
         , ports(std::move(openPorts))
-        , capture(options.capture ? std::make_unique<LiveCapture>(*options.capture, report)
-                                  : nullptr)
-        , inputs(*ports, capture.get(), report)
+        , capture(options.capture
+                      ? std::make_unique<LiveCapture>(*options.capture, report, prepareThread)
+                      : nullptr)
+        , inputs(*ports, capture.get(), report, prepareThread)
         , sink(*ports, inputs, capture.get())
     { }
 
@@ -192,6 +196,8 @@ struct LivePerformer::Private
     void finish();
 
     const NoticeHandler report;
+    const bool locksMemory;
+    const std::function<void()> prepareThread; ///< each thread's first; the sockets are open then
     const Duration limit;
     const Phases phases;
     const std::unique_ptr<PacketPorts> ports;
@@ -233,6 +239,8 @@ LivePerformer::~LivePerformer()
     }
     d->changed.notify_all();
     d->thread.join();
+    if (d->locksMemory)
+        munlockall(); // threads without CAP_IPC_LOCK may follow
 }
 
 Expected<std::unique_ptr<LivePerformer>> LivePerformer::open(const LiveOptions &options,
@@ -347,6 +355,7 @@ Duration LivePerformer::processorTime() const
 
 void LivePerformer::run()
 {
+    d->prepareThread();
     prctl(PR_SET_TIMERSLACK, 1); // else the kernel may add 50 us to every sleep
     std::unique_lock lock(d->mutex);
     while (true) {

@@ -16,7 +16,8 @@ struct LiveOptions
 {
     PortInterfaces interfaces = {}; ///< at least one
     bool iKnow = false; ///< also an interface that carries the default route of the machine
-    std::optional<int> realtime = {}; ///< priority of SCHED_FIFO, 1 to 99; also locks all memory
+    /// Priority of SCHED_FIFO, 1 to 99. Also locks all memory, as long as the performer lives.
+    std::optional<int> realtime = {};
     std::optional<int> cpu = {}; ///< the processor that plays, from 0
     Duration limit = {}; ///< the longest that a sequence is played; 0: for ever
     CaptureSink *capture = nullptr; ///< the performer's own as long as it lives; null: none
@@ -36,6 +37,9 @@ struct LiveOptions
 /// does not hold the delays of this program. An input that gets through only after the next instant
 /// takes effect at the one after that, with its own time. Setting the wall clock during a sequence
 /// moves neither instants nor inputs.
+///
+/// Its threads keep no capability but, with real-time scheduling, CAP_IPC_LOCK; those of the thread
+/// that opens it stay.
 class LivePerformer : public Performer
 {
 public:

@@ -12,7 +12,9 @@
 
 #include <linux/rtnetlink.h>
 #include <net/if.h>
+#include <sys/prctl.h>
 #include <sys/socket.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 namespace virtualboard {
@@ -126,6 +128,24 @@ QString missingCapability(int capability)
                      QCoreApplication::applicationFilePath());
     }
     Q_UNREACHABLE();
+}
+
+bool giveUpCapabilities(bool locksMemory, const NoticeHandler &report)
+{
+    __user_cap_header_struct header = {_LINUX_CAPABILITY_VERSION_3, 0};
+    std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> sets = {};
+    bool done = syscall(SYS_capget, &header, sets.data()) == 0;
+    for (std::size_t i = 0; i < sets.size(); ++i) {
+        const bool isThere = locksMemory && i == CAP_TO_INDEX(CAP_IPC_LOCK);
+        const quint32 kept = isThere ? CAP_TO_MASK(CAP_IPC_LOCK) : 0;
+        sets[i] = {sets[i].effective & kept, sets[i].permitted & kept, 0};
+    }
+    done = done && syscall(SYS_capset, &header, sets.data()) == 0
+        && prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0;
+    if (!done)
+        report(QStringLiteral("Privileges that are not needed cannot be given up: %1.")
+                   .arg(QString::fromLocal8Bit(strerror(errno))));
+    return done;
 }
 
 QString defaultRouteWarning(const PortInterfaces &interfaces)
