@@ -93,6 +93,12 @@ void JsonFile::Notes::add(const Note &note)
         held = first();
 }
 
+void JsonFile::refuse(const Note &note)
+{
+    ++m_refusals;
+    m_errors.add(note);
+}
+
 QVector<JsonFile::Note> JsonFile::Notes::first() const
 {
     QVector<Note> result = held;
@@ -146,7 +152,7 @@ QString JsonNode::sentence(const QString &reason) const
 void JsonNode::refuse(const QString &reason) const
 {
     if (!isAbsent())
-        m_file->m_errors.add({m_file->m_text.offset(m_number), sentence(reason)});
+        m_file->refuse({m_file->m_text.offset(m_number), sentence(reason)});
 }
 
 void JsonNode::warn(const QString &reason) const
@@ -158,7 +164,7 @@ void JsonNode::warn(const QString &reason) const
 void JsonNode::refuseKey(const QString &reason) const
 {
     if (!isAbsent())
-        m_file->m_errors.add({m_file->m_text.keyOffset(m_number), sentence(reason)});
+        m_file->refuse({m_file->m_text.keyOffset(m_number), sentence(reason)});
 }
 
 testconfiguration::Place JsonNode::place() const

@@ -122,13 +122,18 @@ public:
     /// Absent if the file is no JSON.
     [[nodiscard]] JsonNode root();
     [[nodiscard]] int errors() const { return m_errors.count; } ///< so far
+    /// How often something was refused so far, the same value for the same reason included, which
+    /// is one error.
+    [[nodiscard]] qint64 refusals() const { return m_refusals; }
     [[nodiscard]] Remarks remarks() const; ///< so far
 
 private:
     friend class JsonNode;
-    void parse(const QByteArray &text);
-
     using Note = JsonText::Problem;
+
+    void parse(const QByteArray &text);
+    void refuse(const Note &note);
+
     /// Those of one severity: the first ones by their places, and how many there are.
     struct Notes
     {
@@ -142,6 +147,7 @@ private:
     QString m_path;
     JsonText m_text;
     bool m_isRead = false;
+    qint64 m_refusals = 0;
     Notes m_errors;
     Notes m_warnings;
 };

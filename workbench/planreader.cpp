@@ -10,6 +10,7 @@
 #include <QFile>
 #include <QFileInfo>
 
+#include <algorithm>
 #include <cmath>
 
 namespace workbench {
@@ -25,7 +26,6 @@ constexpr int kMostEvents = 1000; // of a stand-in
 constexpr int kMostAssessments = 100; // of a case
 constexpr double kMostSeconds = 1e6; // as in a script of inputs
 constexpr double kMostValue = 1e9; // of a parameter
-constexpr qint64 kMostBytes = qint64(64) * 1024 * 1024; // of a file of a plan
 
 namespace key {
 
@@ -368,7 +368,7 @@ public:
     [[nodiscard]] PlanReading read();
 
 private:
-    [[nodiscard]] JsonFile &keep(const QString &path, const QByteArray &text);
+    [[nodiscard]] JsonFile &keep(const QString &name, const QString &path, const QByteArray &text);
     void readHead(const JsonNode &root);
     void readCase(const JsonNode &node);
     [[nodiscard]] JsonNode sequenceOf(const JsonNode &node, TestCase &testCase);
@@ -380,7 +380,7 @@ private:
     static void checkNames(const JsonNode &node, const Parameters &ofSequence,
                            const TestCase &testCase);
     void checkValues(const JsonNode &node, int number) const;
-    void checkCount(const JsonNode &cases) const;
+    void count(const JsonNode &node, const TestCase &testCase);
 
     FileReader m_files;
     std::shared_ptr<TestPlan> m_plan;
@@ -388,21 +388,24 @@ private:
     SignalNames m_names;
     JsonNode m_device;
     QMap<QString, JsonFile *> m_sequences; ///< by their paths
+    qint64 m_shots = 0; ///< of the cases so far, but for searches
 };
 
 PlanReader::PlanReader(const QByteArray &text, const QString &path, FileReader files)
     : m_files(std::move(files))
     , m_plan(std::make_shared<TestPlan>())
-    , m_file(keep(path, text))
+    , m_file(keep(QFileInfo(path).fileName(), path, text))
     , m_device(m_file.root().optional(key::device))
 {
     m_plan->path = path;
 }
 
-JsonFile &PlanReader::keep(const QString &path, const QByteArray &text)
+/// \param name as the plan has it
+/// \param path as it can be opened
+JsonFile &PlanReader::keep(const QString &name, const QString &path, const QByteArray &text)
 {
     m_plan->sources.append(
-        {path, text, QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex()});
+        {name, text, QCryptographicHash::hash(text, QCryptographicHash::Sha256).toHex()});
     m_plan->m_files.push_back(std::make_unique<JsonFile>(path, text));
     return *m_plan->m_files.back();
 }
@@ -414,19 +417,15 @@ PlanReading PlanReader::read()
                      key::device, key::cases});
     readHead(root);
     const QVector<JsonNode> cases = root[key::cases].elements(1, TestPlan::kMostCases);
-    for (const JsonNode &each : cases)
-        readCase(each);
-    checkCount(root[key::cases]);
+    for (const JsonNode &each : cases) {
+        if (m_shots <= TestPlan::kMostShots) // or time and memory had no bounds
+            readCase(each);
+    }
 
     PlanReading reading;
-    int errors = 0;
-    for (const auto &file : m_plan->m_files) {
-        const Remarks remarks = file->remarks();
-        errors += remarks.errors;
-        if (!remarks.isEmpty())
-            reading.remarks.append(remarks);
-    }
-    if (errors == 0)
+    reading.remarks = m_plan->remarks();
+    const auto hasErrors = [](const Remarks &each) { return each.errors > 0; };
+    if (std::none_of(reading.remarks.begin(), reading.remarks.end(), hasErrors))
         reading.plan = m_plan;
     return reading;
 }
@@ -464,6 +463,7 @@ void PlanReader::readCase(const JsonNode &node)
     testCase.repetitions = node.optional(key::repetitions).integer(1, kMostRepetitions, 1);
     const JsonNode sequence = sequenceOf(node[key::sequence], testCase);
     readVariation(node, testCase);
+    count(node, testCase);
     readParameters(node, parameterDefaults(sequence), testCase);
     const AssessmentReader reader(testCase.stepNames, testCase.names, parameterNames(testCase));
     const JsonNode device = node.optional(key::device);
@@ -473,6 +473,7 @@ void PlanReader::readCase(const JsonNode &node)
     readAssessments(node, reader, testCase);
     checkNames(node, parameterDefaults(sequence), testCase);
     m_plan->cases.append(testCase);
+    m_plan->m_caseNodes.push_back(node);
     m_plan->m_sequences.push_back(sequence);
     if (!sequence.isAbsent() && m_file.errors() == errorsBefore)
         checkValues(node, int(m_plan->cases.size()) - 1);
@@ -490,7 +491,8 @@ JsonNode PlanReader::sequenceOf(const JsonNode &node, TestCase &testCase)
                 node.refuse(text.error().message);
                 return node.optional({});
             }
-            m_sequences[testCase.sequenceName] = &keep(testCase.sequenceName, *text);
+            m_sequences[testCase.sequenceName] = &keep(
+                testCase.sequenceName, besidePlan(testCase.sequenceName, m_plan->path), *text);
         }
         root = m_sequences[testCase.sequenceName]->root();
     }
@@ -560,28 +562,19 @@ void PlanReader::checkValues(const JsonNode &node, int number) const
                             .arg(shotText(m_plan->cases[number], shot), sequence.error().message));
         return sequence.has_value();
     };
-    for (const Shot &shot : plainShots(*m_plan, number)) {
-        if (shot.repetition == 0 && !check(shot))
+    for (const Shot &shot : distinctShots(*m_plan, number)) {
+        if (!check(shot))
             return;
-    }
-    if (const Search *search = m_plan->cases[number].search()) {
-        for (const auto phase : {ThresholdSearch::Shot::PickUp, ThresholdSearch::Shot::DropOff}) {
-            for (const double end : {search->settings.range.from, search->settings.range.to}) {
-                if (!check(searchShot(*m_plan, number, 0, {phase, end})))
-                    return;
-            }
-        }
     }
 }
 
-void PlanReader::checkCount(const JsonNode &cases) const
+void PlanReader::count(const JsonNode &node, const TestCase &testCase)
 {
-    qint64 shots = 0;
-    for (const TestCase &each : std::as_const(m_plan->cases))
-        shots += countPlainShots(each);
-    if (shots > TestPlan::kMostShots)
-        cases.refuse(
-            QStringLiteral("make %1 shots; the most is %2").arg(shots).arg(TestPlan::kMostShots));
+    m_shots += countPlainShots(testCase);
+    if (m_shots > TestPlan::kMostShots)
+        node.refuse(QStringLiteral("with this case the plan makes %1 shots; the most is %2")
+                        .arg(m_shots)
+                        .arg(TestPlan::kMostShots));
 }
 
 PlanReading readPlan(const QString &path)

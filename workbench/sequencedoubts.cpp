@@ -2,15 +2,10 @@
 
 #include "workbench/sequencekeys.h"
 
-#include <set>
 #include <vector>
 
 namespace workbench {
 
-namespace {
-
-/// The steps that may follow \a step. Flags that are handed to the board as they are may mean
-/// anything.
 std::set<int> waysOut(const SequenceStep &step)
 {
     std::set<int> result;
@@ -23,7 +18,6 @@ std::set<int> waysOut(const SequenceStep &step)
     return result;
 }
 
-/// The steps that the first one leads to, directly or not.
 std::set<int> reachedSteps(const Sequence &sequence)
 {
     std::set<int> reached = {0};
@@ -38,6 +32,8 @@ std::set<int> reachedSteps(const Sequence &sequence)
     }
     return reached;
 }
+
+namespace {
 
 void tellDoubts(const JsonNode &node, const SequenceStep &step, int number)
 {

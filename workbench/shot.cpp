@@ -22,12 +22,20 @@ qint64 countPlainShots(const TestCase &testCase)
     return points * testCase.repetitions;
 }
 
-QVector<Shot> plainShots(const TestPlan &plan, int number)
+QVector<Shot> distinctShots(const TestPlan &plan, int number)
 {
     const TestCase &testCase = plan.cases[number];
     QVector<Shot> shots;
-    if (testCase.search())
+    if (const Search *const search = testCase.search()) {
+        const auto add = [&](ThresholdSearch::Shot::Phase phase) {
+            for (const double end : {search->settings.range.from, search->settings.range.to})
+                shots.append(searchShot(plan, number, int(shots.size()), {phase, end}));
+        };
+        add(ThresholdSearch::Shot::PickUp);
+        if (search->settings.withDropOff)
+            add(ThresholdSearch::Shot::DropOff);
         return shots;
+    }
     const QVector<Parameters> points =
         testCase.sweep() ? testCase.sweep()->points : QVector<Parameters>{Parameters()};
     for (int point = 0; point < points.size(); ++point) {
@@ -36,7 +44,19 @@ QVector<Shot> plainShots(const TestPlan &plan, int number)
         shot.point = point;
         shot.values = testCase.parameters;
         add(shot.values, points[point]);
-        for (shot.repetition = 0; shot.repetition < testCase.repetitions; ++shot.repetition)
+        shots.append(shot);
+    }
+    return shots;
+}
+
+QVector<Shot> plainShots(const TestPlan &plan, int number)
+{
+    QVector<Shot> shots;
+    if (plan.cases[number].search())
+        return shots;
+    for (Shot shot : distinctShots(plan, number)) {
+        for (shot.repetition = 0; shot.repetition < plan.cases[number].repetitions;
+             ++shot.repetition)
             shots.append(shot);
     }
     return shots;

@@ -38,7 +38,10 @@ struct Shot
 [[nodiscard]] QVector<Shot> plainShots(const TestPlan &plan);
 /// Those of case \a number.
 [[nodiscard]] QVector<Shot> plainShots(const TestPlan &plan, int number);
-/// How many they are; a search has none.
+/// One shot of case \a number for each set of values that it is played with; of a search, whose
+/// values are not known before, those at both ends of its range.
+[[nodiscard]] QVector<Shot> distinctShots(const TestPlan &plan, int number);
+/// How many plain ones there are; a search has none.
 [[nodiscard]] qint64 countPlainShots(const TestCase &testCase);
 
 /// The shot with number \a point of the search of case \a number.

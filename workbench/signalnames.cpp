@@ -36,7 +36,7 @@ QMap<int, QString> readNames(const JsonNode &node, int first, int last)
 void addMissing(QMap<int, QString> &names, const QMap<int, QString> &others)
 {
     for (auto each = others.begin(); each != others.end(); ++each) {
-        if (!names.contains(each.key()))
+        if (!names.contains(each.key()) && names.key(each.value(), -1) < 0) // or it meant two
             names[each.key()] = each.value();
     }
 }

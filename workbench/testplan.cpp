@@ -37,12 +37,33 @@ Expected<Sequence> TestPlan::sequence(int number, const Parameters &values) cons
     Parameters known = parameterDefaults(node);
     for (auto each = known.begin(); each != known.end(); ++each)
         each.value() = values.value(each.key(), each.value());
-    const int errorsBefore = node.file().errors();
+    const qint64 refusalsBefore = node.file().refusals();
     const Sequence sequence = readSequence(node, known);
-    if (node.file().errors() > errorsBefore)
+    if (node.file().refusals() > refusalsBefore)
         return failure(Failure::Input,
                        QStringLiteral("the sequence cannot be played with these values"));
     return sequence;
+}
+
+const JsonNode &TestPlan::caseNode(int number) const
+{
+    return m_caseNodes.at(std::size_t(number));
+}
+
+const JsonNode &TestPlan::sequenceNode(int number) const
+{
+    return m_sequences.at(std::size_t(number));
+}
+
+QVector<Remarks> TestPlan::remarks() const
+{
+    QVector<Remarks> all;
+    for (const auto &file : m_files) {
+        const Remarks remarks = file->remarks();
+        if (!remarks.isEmpty())
+            all.append(remarks);
+    }
+    return all;
 }
 
 } // namespace workbench

@@ -150,9 +150,16 @@ public:
     /// The sequence of case \a number with these values; fails if one of them is out of range.
     [[nodiscard]] Expected<Sequence> sequence(int number, const Parameters &values) const;
 
+    /// Where case \a number stands, and its sequence, so that something can be told about them.
+    [[nodiscard]] const JsonNode &caseNode(int number) const;
+    [[nodiscard]] const JsonNode &sequenceNode(int number) const;
+    /// What has been told so far: on the plan, then on each sequence file, if there is any.
+    [[nodiscard]] QVector<Remarks> remarks() const;
+
 private:
     friend class PlanReader;
     std::vector<std::unique_ptr<JsonFile>> m_files; ///< of plan and sequences
+    std::vector<JsonNode> m_caseNodes;
     std::vector<JsonNode> m_sequences; ///< of each case
 };
 

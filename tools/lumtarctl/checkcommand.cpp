@@ -4,13 +4,17 @@
 #include "tools/terminal/terminal.h"
 #include "workbench/configurationtables.h"
 #include "workbench/contradictions.h"
+#include "workbench/plancheck.h"
+#include "workbench/planreader.h"
 #include "workbench/printabletext.h"
 #include "workbench/sequencefile.h"
 #include "workbench/sequencetext.h"
+#include "workbench/shot.h"
 
 #include <QCommandLineParser>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -78,6 +82,18 @@ void sayRemarks(const Remarks &remarks)
     }
 }
 
+void sayTotal(int errors, int warnings)
+{
+    say(QStringLiteral(" %1, %2").arg(counted(errors, QStringLiteral("error")),
+                                      counted(warnings, QStringLiteral("warning"))));
+}
+
+/// A test plan has cases.
+bool isPlan(const QString &path)
+{
+    return !JsonFile(path).root().optional(QStringLiteral("cases")).isAbsent();
+}
+
 int checkSequence(const QString &path, bool asJson)
 {
     JsonFile file(path);
@@ -94,10 +110,88 @@ int checkSequence(const QString &path, bool asJson)
             sayLines(stepTexts(sequence) + QLatin1Char('\n'));
         }
         sayRemarks(remarks);
-        say(QStringLiteral(" %1, %2").arg(counted(remarks.errors, QStringLiteral("error")),
-                                          counted(remarks.warnings, QStringLiteral("warning"))));
+        sayTotal(remarks.errors, remarks.warnings);
     }
     return exitStatus(remarks.errors, remarks.warnings);
+}
+
+/// Of a case with its shots: "3 shots", or "search".
+QString extentOf(const TestCase &testCase)
+{
+    return testCase.search() ? QStringLiteral("search")
+                             : counted(int(countPlainShots(testCase)), QStringLiteral("shot"));
+}
+
+void sayCases(const TestPlan &plan)
+{
+    qint64 shots = 0;
+    int searches = 0;
+    for (const TestCase &each : plan.cases) {
+        shots += countPlainShots(each);
+        searches += each.search() ? 1 : 0;
+    }
+    QString head = QStringLiteral("%1: %2, %3")
+                       .arg(plan.path, counted(int(plan.cases.size()), QStringLiteral("case")),
+                            counted(int(shots), QStringLiteral("shot")));
+    if (searches > 0)
+        head += searches == 1 ? QStringLiteral(", 1 search")
+                              : QStringLiteral(", %1 searches").arg(searches);
+    say(printable(head));
+    for (const TestCase &each : plan.cases)
+        say(printable(QStringLiteral("  %1: %2").arg(each.name, extentOf(each))));
+}
+
+QJsonObject reportOn(const TestPlan &plan)
+{
+    QJsonArray cases;
+    for (const TestCase &each : plan.cases) {
+        QJsonObject entry{{QStringLiteral("name"), each.name}};
+        if (!each.search())
+            entry[QStringLiteral("shots")] = countPlainShots(each);
+        cases.append(entry);
+    }
+    return {{QStringLiteral("title"), plan.title},
+            {QStringLiteral("configuration"), plan.configurationPath},
+            {QStringLiteral("cases"), cases}};
+}
+
+/// A test plan, with its sequences and its configuration.
+int checkPlan(const QString &path, bool asJson)
+{
+    const PlanReading reading = readPlan(path);
+    QVector<Remarks> files = reading.remarks;
+    if (reading.plan) {
+        const testconfiguration::CheckedConfiguration configuration = testconfiguration::check(
+            testconfiguration::Document::read(reading.plan->configurationPath),
+            samplesPerSecond(*reading.plan));
+        files = workbench::checkPlan(*reading.plan, configuration);
+        if (const Remarks remarks = remarksOf(configuration); !remarks.isEmpty())
+            files.append(remarks);
+    }
+    int errors = 0;
+    int warnings = 0;
+    QJsonArray reports;
+    if (reading.plan && !asJson)
+        sayCases(*reading.plan);
+    for (const Remarks &each : files) {
+        errors += each.errors;
+        warnings += each.warnings;
+        reports.append(QJsonObject{{QStringLiteral("file"), each.path},
+                                   {QStringLiteral("problems"), each.toJson()}});
+        if (!asJson)
+            sayRemarks(each);
+    }
+    QJsonObject report{{QStringLiteral("file"), path},
+                       {QStringLiteral("problems"), reports},
+                       {QStringLiteral("errors"), errors},
+                       {QStringLiteral("warnings"), warnings}};
+    if (reading.plan)
+        report[QStringLiteral("content")] = reportOn(*reading.plan);
+    if (asJson)
+        sayJson(report);
+    else
+        sayTotal(errors, warnings);
+    return exitStatus(errors, warnings);
 }
 
 int checkConfiguration(const QString &path, bool asJson)
@@ -139,8 +233,11 @@ Expected<int> checkFile(const QCommandLineParser &options)
     const QString path = options.positionalArguments().value(1);
     const QString sequencePath = options.value(sequenceOption);
     const bool asJson = options.isSet(QStringLiteral("json"));
-    if (!options.isSet(sequenceOption))
-        return isJson(path) ? checkSequence(path, asJson) : checkConfiguration(path, asJson);
+    if (!options.isSet(sequenceOption)) {
+        if (!isJson(path))
+            return checkConfiguration(path, asJson);
+        return isPlan(path) ? checkPlan(path, asJson) : checkSequence(path, asJson);
+    }
     if (isJson(path))
         return failure(Failure::Input,
                        path
