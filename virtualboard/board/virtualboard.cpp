@@ -29,9 +29,11 @@ Expected<WallTime> startTime(const VirtualBoardOptions &options,
     return first.value_or(std::chrono::floor<std::chrono::seconds>(WallClock::now()));
 }
 
-Expected<std::unique_ptr<VirtualTimePerformer>> virtualPerformer(const VirtualBoardOptions &options,
-                                                                 CaptureSink *capture,
-                                                                 const NoticeHandler &notice)
+/// \param same is given the performer too
+Expected<std::unique_ptr<Performer>> virtualPerformer(const VirtualBoardOptions &options,
+                                                      CaptureSink *capture,
+                                                      const NoticeHandler &notice,
+                                                      VirtualTimePerformer **same)
 {
     VirtualTimePerformer::Options play;
     if (!options.inputs.isEmpty()) {
@@ -48,7 +50,9 @@ Expected<std::unique_ptr<VirtualTimePerformer>> virtualPerformer(const VirtualBo
     play.phases = options.phases;
     play.capture = capture;
     play.captureLimit = options.captureLimit;
-    return std::make_unique<VirtualTimePerformer>(std::move(play), notice);
+    auto result = std::make_unique<VirtualTimePerformer>(std::move(play), notice);
+    *same = result.get();
+    return result;
 }
 
 Expected<std::unique_ptr<Performer>>
@@ -87,6 +91,8 @@ struct VirtualBoard::Private
         , link(options.address, options.udpPort)
     { }
 
+    void prepareLink(BoardLogic *obeying, const NoticeHandler &notice);
+
     const VirtualBoardOptions options;
     NoticeCounter notices;
     std::unique_ptr<CaptureSink> capture = std::make_unique<CaptureSink>();
@@ -102,6 +108,17 @@ struct VirtualBoard::Private
     bool wasStarted = false;
     bool wasStopped = false;
 };
+
+void VirtualBoard::Private::prepareLink(BoardLogic *obeying, const NoticeHandler &notice)
+{
+    link.setCommandHandler([obeying](const DecodedCommand &each) { obeying->obey(each); });
+    link.setStatusSource([obeying](int which) { return obeying->status(which); });
+    if (options.live) {
+        link.setThreadPreparation([notice, locksMemory = options.live->realtime.has_value()] {
+            giveUpCapabilities(locksMemory, notice);
+        });
+    }
+}
 
 VirtualBoard::VirtualBoard(VirtualBoardOptions options, NoticeHandler notice)
     : d(std::make_unique<Private>(std::move(options), std::move(notice)))
@@ -119,17 +136,10 @@ tl::expected<void, VirtualBoard::StartFailure> VirtualBoard::start()
     };
     const NoticeHandler notice = [this](const QString &line) { d->notices.report(line); };
     CaptureSink *const capture = d->options.capture.isEmpty() ? nullptr : d->capture.get();
-    Expected<std::unique_ptr<Performer>> performer;
     VirtualTimePerformer *virtualTime = nullptr;
-    if (d->options.live) {
-        performer = livePerformer(d->options, capture, notice);
-    } else {
-        performer = virtualPerformer(d->options, capture, notice)
-                        .map([&virtualTime](std::unique_ptr<VirtualTimePerformer> opened) {
-                            virtualTime = opened.get();
-                            return std::unique_ptr<Performer>(std::move(opened));
-                        });
-    }
+    Expected<std::unique_ptr<Performer>> performer = d->options.live
+        ? livePerformer(d->options, capture, notice)
+        : virtualPerformer(d->options, capture, notice, &virtualTime);
     if (!performer)
         return failure(StartFailure::BadOptions, performer.error());
     // Only then the capture, so that nothing that is wrong costs an earlier file.
@@ -142,14 +152,7 @@ tl::expected<void, VirtualBoard::StartFailure> VirtualBoard::start()
     }
 
     auto logic = std::make_unique<BoardLogic>(**performer, d->notices);
-    BoardLogic *const obeying = logic.get();
-    d->link.setCommandHandler([obeying](const DecodedCommand &each) { obeying->obey(each); });
-    d->link.setStatusSource([obeying](int which) { return obeying->status(which); });
-    if (d->options.live) {
-        d->link.setThreadPreparation([notice, locksMemory = d->options.live->realtime.has_value()] {
-            giveUpCapabilities(locksMemory, notice);
-        });
-    }
+    d->prepareLink(logic.get(), notice);
     if (const Expected<void> started = d->link.start(); !started)
         return failure(StartFailure::AddressInUse, started.error());
     d->performer = std::move(*performer);
