@@ -492,7 +492,7 @@ void Layout::paintState(const QRectF &row, const QVector<PlotPoint> &changes, co
         return;
     const double low = row.top() + kLow * kStateRow;
     const double high = row.top() + kHigh * kStateRow;
-    QPolygonF corners{QPointF(x(changes.first().time), low)};
+    QPolygonF corners(QVector<QPointF>{{x(changes.first().time), low}});
     for (const PlotPoint &change : changes) {
         corners.append({x(change.time), corners.last().y()});
         corners.append({x(change.time), low + change.value * (high - low)});
