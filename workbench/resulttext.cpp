@@ -24,7 +24,15 @@ QString line(const QString &text)
 /// Below the line of a case, in as many lines as it takes.
 QString sentence(const QString &text, int width)
 {
-    return virtualboard::wrapped(kIndent, printable(text).split(QLatin1Char(' ')), width);
+    QString lines;
+    QString rest = kIndent + printable(text);
+    while (rest.size() > width) {
+        const int blank = int(rest.lastIndexOf(QLatin1Char(' '), width));
+        const int end = blank > kIndent.size() ? blank : width;
+        lines += rest.left(end) + QLatin1Char('\n');
+        rest = kIndent + rest.mid(end).trimmed();
+    }
+    return lines + rest + QLatin1Char('\n');
 }
 
 /// "3 shots"

@@ -293,16 +293,19 @@ QRectF Layout::next(double height)
 
 void Layout::paintTitle()
 {
-    const QDateTime start = QDateTime::fromMSecsSinceEpoch(
-        m_data.start.time_since_epoch() / std::chrono::milliseconds(1), Qt::UTC);
-    const QString zero = QStringLiteral("0 s = %1 UTC")
-                             .arg(start.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz")));
-    const double width = widthOf(zero) + 1;
     QRectF line = next(kTitle);
     line.setLeft(m_area.left() + kGap);
-    drawText(*m_painter, {line.right() - width, line.top(), width, kTitle}, Qt::AlignRight, zero);
-    drawText(*m_painter, line.adjusted(0, 0, -width - kGap, 0), Qt::AlignLeft, m_texts.title,
-             textFont(kTextSize, true));
+    if (m_texts.tellsStart) {
+        const QDateTime start = QDateTime::fromMSecsSinceEpoch(
+            m_data.start.time_since_epoch() / std::chrono::milliseconds(1), Qt::UTC);
+        const QString zero = QStringLiteral("0 s = %1 UTC")
+                                 .arg(start.toString(QStringLiteral("yyyy-MM-dd HH:mm:ss.zzz")));
+        const double width = widthOf(zero) + 1;
+        drawText(*m_painter, {line.right() - width, line.top(), width, kTitle}, Qt::AlignRight,
+                 zero);
+        line.adjust(0, 0, -width - kGap, 0);
+    }
+    drawText(*m_painter, line, Qt::AlignLeft, m_texts.title, textFont(kTextSize, true));
 }
 
 /// The names of the steps, and below them the inputs.

@@ -19,6 +19,7 @@ struct WaveformTexts
     QString title;
     QStringList steps; ///< names by number; there may be fewer than steps
     QMap<int, QString> inputs; ///< names by logic channel; the others are called by their number
+    bool tellsStart = true; ///< the date and time of 0 s stands beside the title
 };
 
 class WaveformPicture

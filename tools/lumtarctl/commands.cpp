@@ -3,6 +3,8 @@
 #include "tools/lumtarctl/checkcommand.h"
 #include "tools/lumtarctl/exportcommand.h"
 #include "tools/lumtarctl/plotcommand.h"
+#include "tools/lumtarctl/reportcommand.h"
+#include "tools/lumtarctl/resultfiles.h"
 #include "tools/lumtarctl/runcommand.h"
 #include "tools/lumtarctl/statuscommand.h"
 #include "tools/terminal/terminal.h"
@@ -238,14 +240,37 @@ const QList<Command> &commands()
          {outputOption},
          {sequenceOption, streamOption, runOption, fromOption, toOption, revisionOption},
          exportCapture},
+        {QStringLiteral("report"),
+         QStringLiteral("Tells the result of a test that has been recorded, and writes it as a "
+                        "report or for other programs; needs no board. Exit status 0 if all "
+                        "cases have passed, 3 if one has failed, else 4."),
+         {QStringLiteral("RECORD"),
+          QStringLiteral("Record of a test. Several of one plan, as of runs of different cases, "
+                         "become one result."),
+          true},
+         {},
+         {},
+         reportTest,
+         true,
+         true},
     };
     return all;
+}
+
+QStringList optionNames(const Command &command)
+{
+    return command.required + command.optional
+        + (command.writesResults ? ResultFiles::optionNames() : QStringList());
 }
 
 void addOptions(QCommandLineParser &parser, const Command &command)
 {
     if (!command.argument.name.isEmpty())
-        parser.addPositionalArgument(command.argument.name, command.argument.description);
+        parser.addPositionalArgument(command.argument.name, command.argument.description,
+                                     command.argument.name
+                                         + QLatin1String(command.argument.isList ? "..." : ""));
+    if (command.writesResults)
+        ResultFiles::addOptions(parser);
     for (const OptionText &text : optionTexts) {
         const bool isRequired = command.required.contains(text.name);
         if (!isRequired && !command.optional.contains(text.name))
@@ -267,9 +292,9 @@ Expected<void> checkOptions(const QCommandLineParser &parser, const Command &com
     if (parser.positionalArguments().size() < expected)
         return refusal(QStringLiteral("%1 needs %2").arg(command.name, command.argument.name));
     const QStringList surplus = parser.positionalArguments().mid(expected);
-    if (!surplus.isEmpty())
+    if (!surplus.isEmpty() && !command.argument.isList)
         return refusal(QStringLiteral("unexpected argument \"%1\"").arg(surplus.first()));
-    for (const QString &name : command.required + command.optional) {
+    for (const QString &name : optionNames(command)) {
         if (parser.isSet(name) && parser.values(name).size() > 1)
             return refusal(QStringLiteral("--%1 is given twice").arg(name));
     }

@@ -17,6 +17,7 @@ struct Command
     {
         QString name;
         QString description;
+        bool isList = false; ///< it may be given several times
     };
     QString name;
     QString summary;
@@ -26,11 +27,14 @@ struct Command
     /// Runs the command; returns the exit status.
     workbench::Expected<int> (*run)(const QCommandLineParser &options);
     bool draws = false; ///< needs a QGuiApplication
+    bool writesResults = false; ///< takes the options of ResultFiles
 };
 
 /// All commands.
 [[nodiscard]] const QList<Command> &commands();
 
+/// Names of all options that \a command takes.
+[[nodiscard]] QStringList optionNames(const Command &command);
 /// Declares the options and the argument of \a command.
 void addOptions(QCommandLineParser &parser, const Command &command);
 /// Refuses a required option or an argument that is missing, an option given twice, and further

@@ -46,7 +46,7 @@ QString whatIsWrong(const QCommandLineParser &parser, const Command *command)
         return parser.errorText();
     QStringList known = {helpOption, versionOption};
     if (command)
-        known << command->required << command->optional;
+        known << optionNames(*command);
     return suggestion::unknownOption(parser.unknownOptionNames().first(), known);
 }
 
