@@ -25,11 +25,13 @@ tests/installation
 benchmarks           all
 '
 readonly widgets='<(QtWidgets/.*|QApplication|Q[A-Za-z]*(Widget|Box|Dialog|Button|Label|Layout|Window|View|Edit|Menu|Bar|Action|Style))>'
+# Qt Gui has layouts of texts and pages, too.
+readonly gui='<Q(AbstractTextDocument|Text|Page)Layout>'
 
 installed=$(sed -n 's|^  \([a-z]*/.*\.h\)$|\1|p' cmake/Install.cmake)
 
 git grep -nE '^ *# *include' -- '*.cpp' '*.h' | awk -v arrows="$arrows" -v installed="$installed" \
-    -v widgets="$widgets" '
+    -v widgets="$widgets" -v gui="$gui" '
 function refuse(reason) { print where ": " name ": " reason; ++refused }
 # The longest room of the table that the path starts with.
 function room_of(path) {
@@ -61,7 +63,7 @@ BEGIN {
     name = $0
     sub(/^[^:]*:[0-9]+: *# *include */, "", name)
     sub(/ *\/\/.*/, "", name)
-    if (name ~ widgets && source != "protocol/warningbox.cpp" && source !~ /^tests\//)
+    if (name ~ widgets && name !~ gui && source != "protocol/warningbox.cpp" && source !~ /^tests\//)
         refuse("Widgets are for protocol/warningbox.cpp only")
     if (name !~ /^"/)
         next
