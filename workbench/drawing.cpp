@@ -9,6 +9,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 namespace workbench {
 
@@ -167,8 +168,8 @@ QVector<QVector<QPointF>> clipped(const QVector<QPointF> &points, double top, do
         if (way.y() == 0 && (from.y() < top || from.y() > bottom))
             continue;
         if (way.y() != 0) {
-            const auto ends =
-                std::minmax((top - from.y()) / way.y(), (bottom - from.y()) / way.y());
+            const std::pair<double, double> ends =
+                std::minmax({(top - from.y()) / way.y(), (bottom - from.y()) / way.y()});
             begin = std::max(begin, ends.first);
             end = std::min(end, ends.second);
         }
