@@ -73,6 +73,7 @@ void TestPlanFiles::tellsProblems_data()
         two at once | "never": {"on": "start"} | ^"nevr": {"on": "start"}, "never": {"on": ^256} | nevr: unknown | 256 is out of range
         nothing uses it | "values": [1, 2]} | "values": [1, 2]}, "parameters": {^"J": 1} | nothing uses the parameter "J"
         out of range | [1, 2]} | [1, 1e9]} | with I = 1e+09: the sequence cannot be played with these values
+        end of a long sweep | "values": [1, 2] | "from": 1, "to": 1519000, "count": 9999 | with I = 1.519e+06: the sequence cannot be played with these values
         as many | [1, 2]} | [1, 2], "with": {"J": ^[1]}} | has 1 elements; allowed is 2
         too many points | "values": [1, 2] | "from": 0, "to": 1, "step": ^1e-9 | makes more than 100000 points
         channel not fed | {"on": "start"} | {"on": ^7} | no subscription feeds logic channel 7

@@ -80,7 +80,7 @@ private:
 
 void CaseCheck::checkSequences(const CheckedConfiguration &configuration, int samplesPerSecond)
 {
-    for (const Shot &shot : distinctShots(m_plan, m_number)) {
+    for (const Shot &shot : checkedShots(m_plan, m_number, int(m_plan.cases.size()))) {
         const Expected<Sequence> sequence = m_plan.sequence(m_number, shot.values);
         if (!sequence)
             continue; // which has been told

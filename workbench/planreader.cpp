@@ -388,6 +388,7 @@ private:
     SignalNames m_names;
     JsonNode m_device;
     QMap<QString, JsonFile *> m_sequences; ///< by their paths
+    int m_caseCount = 0;
     qint64 m_shots = 0; ///< of the cases so far, but for searches
 };
 
@@ -417,6 +418,7 @@ PlanReading PlanReader::read()
                      key::device, key::cases});
     readHead(root);
     const QVector<JsonNode> cases = root[key::cases].elements(1, TestPlan::kMostCases);
+    m_caseCount = int(cases.size());
     for (const JsonNode &each : cases) {
         if (m_shots <= TestPlan::kMostShots) // or time and memory had no bounds
             readCase(each);
@@ -552,17 +554,18 @@ void PlanReader::checkNames(const JsonNode &node, const Parameters &ofSequence,
     }
 }
 
-/// Holds the sequence against all values that it is played with.
+/// Holds the sequence against the values that it is played with.
 void PlanReader::checkValues(const JsonNode &node, int number) const
 {
     const auto check = [&](const Shot &shot) {
         const Expected<Sequence> sequence = m_plan->sequence(number, shot.values);
+        const QString values = shotText(m_plan->cases[number], shot); // none in a plain case
         if (!sequence)
-            node.refuse(QStringLiteral("with %1: %2")
-                            .arg(shotText(m_plan->cases[number], shot), sequence.error().message));
+            node.refuse((values.isEmpty() ? QString() : QStringLiteral("with %1: ").arg(values))
+                        + sequence.error().message);
         return sequence.has_value();
     };
-    for (const Shot &shot : distinctShots(*m_plan, number)) {
+    for (const Shot &shot : checkedShots(*m_plan, number, m_caseCount)) {
         if (!check(shot))
             return;
     }

@@ -49,6 +49,20 @@ QVector<Shot> distinctShots(const TestPlan &plan, int number)
     return shots;
 }
 
+QVector<Shot> checkedShots(const TestPlan &plan, int number, int caseCount)
+{
+    constexpr int kMostChecked = 2 * TestPlan::kMostCases; // of a plan, unless of searches
+    const QVector<Shot> all = distinctShots(plan, number);
+    const int most = std::max(2, kMostChecked / std::max(1, caseCount));
+    const int count = int(all.size());
+    if (count <= std::max(most, 4)) // four: both ends of both thresholds of a search
+        return all;
+    QVector<Shot> spread;
+    for (int i = 0; i < most; ++i)
+        spread.append(all[int(qint64(i) * (count - 1) / (most - 1))]);
+    return spread;
+}
+
 QVector<Shot> plainShots(const TestPlan &plan, int number)
 {
     QVector<Shot> shots;

@@ -41,6 +41,11 @@ struct Shot
 /// One shot of case \a number for each set of values that it is played with; of a search, whose
 /// values are not known before, those at both ends of its range.
 [[nodiscard]] QVector<Shot> distinctShots(const TestPlan &plan, int number);
+/// Those of distinctShots() that a check reads the sequence for: all, or where a plan of \a
+/// caseCount cases has very many, some that are spread evenly and both ends, so that a check ends
+/// soon. A range is left at an end; what only a value between does, such as a time in fractions of
+/// a millisecond, comes out when it is its turn to be played.
+[[nodiscard]] QVector<Shot> checkedShots(const TestPlan &plan, int number, int caseCount);
 /// How many plain ones there are; a search has none.
 [[nodiscard]] qint64 countPlainShots(const TestCase &testCase);
 
