@@ -78,6 +78,8 @@ private slots:
     void runTellsWarningsAndGoesOn();
     void checksSequences_data();
     void checksSequences();
+    void checksPlans_data();
+    void checksPlans();
 
 private:
     void lumtarctl(const QStringList &arguments);
@@ -431,6 +433,42 @@ void TestCheck::checksSequences()
     lumtarctl({QStringLiteral("check"), m_file, QStringLiteral("--sequence"), m_file});
     QCOMPARE(m_exitStatus, 2);
     QVERIFY2(m_errors.contains(QLatin1String("is a state sequence")), qPrintable(m_errors));
+}
+
+void TestCheck::checksPlans_data()
+{
+    // name | text of the example | what it is replaced with | exit status | a part of what is
+    // printed
+    addRows(R"(
+        good | 0.03 | 0.02 | 0 | instantaneous overcurrent: 1 shot
+        word | "enter": "fault" | "enter": "fualt" | 2 | :12:64: error: cases[0].assessments[0].time.from.enter: "fualt"
+        value | "device" | "parameters": {"I": 1e8}, "device" | 2 | :7:5: error: cases[0]: the sequence cannot be played
+        no configuration | feeder-bay.xml | nowhere.xml | 2 | nowhere.xml: error: no such file
+        not fed | "0": "trip A" | "9": "trip A" | 2 | no subscription feeds logic channel 9 (trip A))");
+}
+
+/// With the sequence and the configuration that it names.
+void TestCheck::checksPlans()
+{
+    QFETCH(QStringList, row);
+    const QString examples = QFINDTESTDATA("../examples/");
+    QFile example(examples + QStringLiteral("feeder-test/too-slow.json"));
+    QVERIFY(example.open(QIODevice::ReadOnly));
+    QString text = QString::fromUtf8(example.readAll());
+    QVERIFY(text.contains(row[1]));
+    text.replace(row[1], row[2]);
+    text.replace(QLatin1String("\"../"), QLatin1Char('"') + examples);
+    text.replace(QLatin1String("fault.json"), examples + QStringLiteral("feeder-test/fault.json"));
+    QVERIFY(writeFile(m_file, text.toUtf8()));
+    lumtarctl({QStringLiteral("check"), m_file});
+    const QString printed = QString::fromUtf8(m_output);
+    QCOMPARE(QString::number(m_exitStatus), row[3]);
+    QVERIFY2(printed.contains(row[4]), qPrintable(printed + m_errors));
+    lumtarctl({QStringLiteral("check"), QStringLiteral("--json"), m_file});
+    const QJsonObject report = QJsonDocument::fromJson(m_output).object();
+    QCOMPARE(report[QLatin1String("errors")].toInt() > 0, row[3] == QLatin1String("2"));
+    lumtarctl({QStringLiteral("check"), m_file, QStringLiteral("--sequence"), m_file});
+    QVERIFY2(m_errors.contains(QLatin1String("is a test plan")), qPrintable(m_errors));
 }
 
 QTEST_GUILESS_MAIN(TestCheck)

@@ -240,8 +240,9 @@ Expected<int> checkFile(const QCommandLineParser &options)
     }
     if (isJson(path))
         return failure(Failure::Input,
-                       path
-                           + QStringLiteral(": is a state sequence; --sequence goes with a test "
-                                            "configuration"));
+                       QStringLiteral("%1: is a %2; --sequence goes with a test configuration")
+                           .arg(path,
+                                isPlan(path) ? QStringLiteral("test plan")
+                                             : QStringLiteral("state sequence")));
     return checkTest(path, sequencePath, asJson);
 }

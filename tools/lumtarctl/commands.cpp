@@ -217,11 +217,12 @@ const QList<Command> &commands()
          {localPortOption},
          stopBoard},
         {QStringLiteral("check"),
-         QStringLiteral("Tells what a test configuration publishes and subscribes to, or the steps "
-                        "of a state sequence, and what is wrong with it; needs no board. Exit "
-                        "status 0, 1 for warnings, 2 for errors."),
+         QStringLiteral("Tells what a test configuration publishes and subscribes to, the steps of "
+                        "a state sequence, or the cases of a test plan, and what is wrong with it; "
+                        "a plan is held against its sequences and its configuration. Needs no "
+                        "board. Exit status 0, 1 for warnings, 2 for errors."),
          {QStringLiteral("FILE"),
-          QStringLiteral("Test configuration (XML) or state sequence (JSON).")},
+          QStringLiteral("Test configuration (XML), state sequence or test plan (JSON).")},
          {},
          {sequenceOption, jsonOption},
          checkFile},
