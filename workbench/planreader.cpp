@@ -399,6 +399,8 @@ PlanReader::PlanReader(const QByteArray &text, const QString &path, FileReader f
     , m_device(m_file.root().optional(key::device))
 {
     m_plan->path = path;
+    // As it is called from its own folder, so that its records do not say where that was.
+    m_plan->sources.first().path = QFileInfo(path).fileName();
 }
 
 /// \param name as the plan has it

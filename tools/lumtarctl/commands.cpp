@@ -7,6 +7,7 @@
 #include "tools/lumtarctl/resultfiles.h"
 #include "tools/lumtarctl/runcommand.h"
 #include "tools/lumtarctl/statuscommand.h"
+#include "tools/lumtarctl/testcommand.h"
 #include "tools/terminal/terminal.h"
 #include "workbench/boardsession.h"
 #include "workbench/printabletext.h"
@@ -37,6 +38,17 @@ const QString runOption = QStringLiteral("run");
 const QString fromOption = QStringLiteral("from");
 const QString toOption = QStringLiteral("to");
 const QString allOption = QStringLiteral("all");
+const QString testCommand = QStringLiteral("test");
+const QString liveOption = QStringLiteral("live");
+const QString interfaceOption = QStringLiteral("interface");
+const QString jobsOption = QStringLiteral("jobs");
+const QString filterOption = QStringLiteral("filter");
+const QString failFastOption = QStringLiteral("fail-fast");
+const QString listOption = QStringLiteral("list");
+const QString keepCapturesOption = QStringLiteral("keep-captures");
+const QString recordOption = QStringLiteral("record");
+const QString shotTimeoutOption = QStringLiteral("shot-timeout");
+const QString shotsOption = QStringLiteral("shots");
 
 struct OptionText
 {
@@ -45,6 +57,7 @@ struct OptionText
     const char *description;
     const char *defaultValue;
     const char *shortName = "";
+    const char *command = ""; ///< that it is for, instead of what others have by the same name
 };
 
 const OptionText optionTexts[] = {
@@ -73,7 +86,38 @@ const OptionText optionTexts[] = {
     {toOption, "S", "Ends at this time.", ""},
     {allOption, "",
      "Shows the whole sequence, not only what led to the first change by a binary input.", ""},
+    {liveOption, "", "Plays in real time, on a live board of software of its own.", ""},
+    {interfaceOption, "IF", "Network interface of the live board.", ""},
+    {jobsOption, "N",
+     "Shots that are played at once; as many as there are processors, if not given.", ""},
+    {filterOption, "PATTERN",
+     "Plays only the cases whose names have this in them, or fit it if it has wildcards (*, ?).",
+     ""},
+    {failFastOption, "", "Plays nothing behind the first shot that does not pass.", ""},
+    {listOption, "", "Tells the cases and how many shots they have; plays nothing.", ""},
+    {keepCapturesOption, "WHICH", "Keeps the captures of shots: never, failed or all.", "never"},
+    {outputOption, "FOLDER", "Folder for the captures that are kept.", "", "o", "test"},
+    {recordOption, "FILE", "Writes down what was seen, for lumtarctl report.", ""},
+    {shotTimeoutOption, "S", "Gives up a shot that takes longer than so many seconds.", "60"},
+    {shotsOption, "", "", ""},
 };
+
+/// Those of \a command, by the names in \a wanted.
+QVector<const OptionText *> textsOf(const Command &command, const QStringList &wanted)
+{
+    QMap<QString, const OptionText *> texts;
+    for (const OptionText &each : optionTexts) {
+        const QLatin1String owner(each.command);
+        if (owner.size() == 0 ? !texts.contains(each.name) : command.name == owner)
+            texts[each.name] = &each;
+    }
+    QVector<const OptionText *> result;
+    for (const OptionText &each : optionTexts) {
+        if (wanted.contains(each.name) && texts.value(each.name) == &each)
+            result.append(&each);
+    }
+    return result;
+}
 
 QStringList namesOf(const OptionText &option)
 {
@@ -189,6 +233,14 @@ Expected<int> stopBoard(const QCommandLineParser &options)
         });
 }
 
+Expected<int> testPlan(const QCommandLineParser &options)
+{
+    if (!options.isSet(boardOption))
+        return runTestPlan(options, std::nullopt);
+    return endpointOf(options).and_then(
+        [&options](const Endpoint &endpoint) { return runTestPlan(options, endpoint); });
+}
+
 } // namespace
 
 const QList<Command> &commands()
@@ -226,6 +278,19 @@ const QList<Command> &commands()
          {},
          {sequenceOption, jsonOption},
          checkFile},
+        {testCommand,
+         QStringLiteral(
+             "Plays the cases of a test plan and judges what was seen: on boards of "
+             "software in virtual time, if no other board is named. Exit status 0 if all "
+             "have passed, 3 if one has failed, 4 if something could not be judged."),
+         {QStringLiteral("PLAN"), QStringLiteral("Test plan (JSON).")},
+         {},
+         {boardOption, localPortOption, liveOption, interfaceOption, jobsOption, filterOption,
+          failFastOption, listOption, keepCapturesOption, outputOption, recordOption,
+          shotTimeoutOption, shotsOption},
+         testPlan,
+         true,
+         true},
         {QStringLiteral("plot"),
          QStringLiteral("Draws the sampled values, GOOSE states and steps of a capture; needs no "
                         "board."),
@@ -272,17 +337,19 @@ void addOptions(QCommandLineParser &parser, const Command &command)
                                          + QLatin1String(command.argument.isList ? "..." : ""));
     if (command.writesResults)
         ResultFiles::addOptions(parser);
-    for (const OptionText &text : optionTexts) {
+    for (const OptionText *each : textsOf(command, command.required + command.optional)) {
+        const OptionText &text = *each;
         const bool isRequired = command.required.contains(text.name);
-        if (!isRequired && !command.optional.contains(text.name))
-            continue;
         const QLatin1String value(text.defaultValue);
         QString description = QLatin1String(text.description);
         if (isRequired)
             description += QLatin1String(" Required.");
         else if (!value.isEmpty())
             description += QStringLiteral(" Default: %1.").arg(value);
-        parser.addOption({namesOf(text), description, QLatin1String(text.valueName), value});
+        QCommandLineOption option(namesOf(text), description, QLatin1String(text.valueName), value);
+        if (description.isEmpty())
+            option.setFlags(QCommandLineOption::HiddenFromHelp);
+        parser.addOption(option);
     }
 }
 

@@ -61,7 +61,9 @@ const Command *commandNamed(const QString &name)
 /// Commands that draw need fonts, but no display; the others need neither.
 std::unique_ptr<QCoreApplication> makeApplication(const Command *command, int &argc, char *argv[])
 {
-    if (!command || !command->draws)
+    // Nor do the programs that only play shots for another one.
+    const bool onlyPlays = std::find(argv, argv + argc, QByteArray("--shots")) != argv + argc;
+    if (!command || !command->draws || onlyPlays)
         return std::make_unique<QCoreApplication>(argc, argv);
     if (!qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         qputenv("QT_QPA_PLATFORM", "offscreen");
