@@ -1,5 +1,7 @@
 #include "workbench/bisection.h"
 
+#include "virtualboard/board/texttable.h"
+
 #include <cmath>
 #include <utility>
 
@@ -144,8 +146,9 @@ QString ThresholdSearch::whyNot(const Bisection &search, const char *behaviour) 
     case Bisection::Reversed:
         return QStringLiteral("the relay does %1 at %2, but not at %3").arg(verb, from, to);
     case Bisection::OutOfShots:
-        return QStringLiteral("after %1 shots it is known to lie between %2 and %3 only")
-            .arg(QString::number(search.shots()), text(search.before()), text(search.behind()));
+        return QStringLiteral("after %1 it is known to lie between %2 and %3 only")
+            .arg(virtualboard::counted(search.shots(), QStringLiteral("shot")),
+                 text(search.before()), text(search.behind()));
     }
     return {};
 }

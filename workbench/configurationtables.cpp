@@ -1,5 +1,6 @@
 #include "workbench/configurationtables.h"
 
+#include "workbench/jsonremarks.h"
 #include "workbench/printabletext.h"
 
 #include "protocol/ethernetframe.h"
@@ -151,19 +152,6 @@ QJsonArray outputsToJson(const CheckedConfiguration &configuration)
     return outputs;
 }
 
-QJsonArray problemsToJson(const QVector<Remark> &problems)
-{
-    QJsonArray result;
-    for (const Remark &each : problems)
-        result.append(QJsonObject{
-            {QStringLiteral("severity"),
-             each.severity == Remark::Error ? QStringLiteral("error") : QStringLiteral("warning")},
-            {QStringLiteral("line"), each.place.line},
-            {QStringLiteral("column"), each.place.column},
-            {QStringLiteral("text"), each.text}});
-    return result;
-}
-
 /// Those of one kind.
 template <typename Kind>
 QJsonArray arrayOf(const QVector<Stream> &streams, QJsonObject (*toJson)(const Kind &))
@@ -217,7 +205,7 @@ const Columns kFrameColumns = {
     {">Stream", "stream"},       {">Port", "port"},     {"Destination MAC", "destinationMac", text},
     {">VLAN", "vlanId", vlanId}, {">Prio", "priority"}, {">APPID", "appId", appId}};
 
-QString table(const Columns &columns, const QJsonArray &rows)
+QString table(const Columns &columns, const QJsonArray &rows, int width)
 {
     if (rows.isEmpty())
         return QStringLiteral(" none\n");
@@ -231,20 +219,20 @@ QString table(const Columns &columns, const QJsonArray &rows)
             cells << column.show(row.toObject()[QLatin1String(column.key)]);
         result.addRow(cells);
     }
-    return result.toString();
+    return result.toString(width);
 }
 
 /// What does not go into a table: each heading with its value.
-QString streamLines(const QJsonObject &stream, const Columns &columns)
+QString streamLines(const QJsonObject &stream, const Columns &columns, int width)
 {
     QStringList words;
     for (const Column &column : columns)
         words << QLatin1String(column.heading) + column.show(stream[QLatin1String(column.key)]);
     return wrapped(QStringLiteral(" Stream %1   ").arg(number(stream[QLatin1String("stream")])),
-                   words);
+                   words, width);
 }
 
-QString svDetails(const QJsonObject &stream)
+QString svDetails(const QJsonObject &stream, int width)
 {
     QStringList channels;
     for (const QJsonValue value : stream[QLatin1String("channels")].toArray()) {
@@ -260,8 +248,9 @@ QString svDetails(const QJsonObject &stream)
                        {{"svID ", "svID", text},
                         {"confRev ", "confRev"},
                         {"smpCnt at ", "smpCntOffset"},
-                        {"dataset at ", "datasetOffset"}})
-        + wrapped(QStringLiteral("   channels  "), channels);
+                        {"dataset at ", "datasetOffset"}},
+                       width)
+        + wrapped(QStringLiteral("   channels  "), channels, width);
 }
 
 /// "1-3 boolean", "4 bit string", ...: neighbours of one type together.
@@ -279,7 +268,7 @@ QStringList entryTypes(const QJsonArray &entries)
     return result;
 }
 
-QString gooseDetails(const QJsonObject &stream)
+QString gooseDetails(const QJsonObject &stream, int width)
 {
     return streamLines(stream,
                        {{"gocbRef ", "gocbRef", text},
@@ -288,12 +277,13 @@ QString gooseDetails(const QJsonObject &stream)
                         {"confRev ", "confRev"},
                         {"t at ", "tOffset"},
                         {"stNum at ", "stNumOffset"},
-                        {"sqNum at ", "sqNumOffset"}})
+                        {"sqNum at ", "sqNumOffset"}},
+                       width)
         + wrapped(QStringLiteral("   dataset   "),
-                  entryTypes(stream[QLatin1String("entries")].toArray()));
+                  entryTypes(stream[QLatin1String("entries")].toArray()), width);
 }
 
-QString subscriptionDetails(const QJsonObject &subscription)
+QString subscriptionDetails(const QJsonObject &subscription, int width)
 {
     QStringList mapped;
     for (const QJsonValue each : subscription[QLatin1String("mapped")].toArray())
@@ -301,56 +291,20 @@ QString subscriptionDetails(const QJsonObject &subscription)
                       .arg(number(each[QLatin1String("entry")]),
                            number(each[QLatin1String("logicChannel")]));
     const int group = subscription[QLatin1String("group")].toInt();
-    return wrapped(QStringLiteral(" Group %1   entry\u2192logic input  ").arg(group), mapped);
+    return wrapped(QStringLiteral(" Group %1   entry\u2192logic input  ").arg(group), mapped,
+                   width);
 }
 
 /// A section of the report: a table, and below it a few lines for each of its rows.
-QString section(const QString &title, const Columns &columns, const QJsonValue &items,
-                QString (*details)(const QJsonObject &) = nullptr)
+QString section(const QString &title, const Columns &columns, const QJsonValue &items, int width,
+                QString (*details)(const QJsonObject &, int) = nullptr)
 {
-    QString result = heading(title) + table(columns, items.toArray());
+    QString result = heading(title, width) + table(columns, items.toArray(), width);
     for (const QJsonValue each : items.toArray()) {
         if (details)
-            result += QLatin1Char('\n') + details(each.toObject());
+            result += QLatin1Char('\n') + details(each.toObject(), width);
     }
     return result + QLatin1Char('\n');
-}
-
-QString counted(int count, const QString &noun)
-{
-    return QStringLiteral("%1 %2%3").arg(count).arg(noun,
-                                                    count == 1 ? QString() : QStringLiteral("s"));
-}
-
-/// Those that a person reads: errors rather than warnings, by place.
-QVector<Remark> worst(QVector<Remark> problems)
-{
-    constexpr int kMostShown = 100;
-    int warnings = kMostShown;
-    for (const Remark &each : std::as_const(problems))
-        warnings -= each.severity == Remark::Error ? 1 : 0;
-    const auto isLeftOut = [&warnings](const Remark &each) {
-        return each.severity == Remark::Warning && --warnings < 0;
-    };
-    problems.erase(std::remove_if(problems.begin(), problems.end(), isLeftOut), problems.end());
-    return problems.mid(0, kMostShown);
-}
-
-QString problemLines(const CheckedConfiguration &configuration)
-{
-    QString result;
-    const QVector<Remark> shown = worst(configuration.remarks);
-    for (const Remark &each : shown)
-        result += printable(toString(each, configuration.document.path())) + QLatin1Char('\n');
-    const int more = configuration.errors + configuration.warnings - int(shown.size());
-    if (more > 0)
-        result += QStringLiteral("and %1\n").arg(counted(more, QStringLiteral("more problem")));
-    if (!shown.isEmpty())
-        result += QLatin1Char('\n');
-    return result
-        + QStringLiteral(" %1, %2\n")
-              .arg(counted(configuration.errors, QStringLiteral("error")),
-                   counted(configuration.warnings, QStringLiteral("warning")));
 }
 
 } // namespace
@@ -363,33 +317,33 @@ QJsonObject toJson(const CheckedConfiguration &configuration)
             {QStringLiteral("gooseStreams"), arrayOf(streams, gooseToJson)},
             {QStringLiteral("outputs"), outputsToJson(configuration)},
             {QStringLiteral("subscriptions"), arrayOf(streams, subscriptionToJson)},
-            {QStringLiteral("problems"), problemsToJson(configuration.remarks)},
+            {QStringLiteral("problems"), toJson(configuration.remarks)},
             {QStringLiteral("problemsLeftOut"),
              configuration.errors + configuration.warnings - int(configuration.remarks.size())},
             {QStringLiteral("errors"), configuration.errors},
             {QStringLiteral("warnings"), configuration.warnings}};
 }
 
-QString toText(const CheckedConfiguration &configuration)
+QString toText(const CheckedConfiguration &configuration, int width)
 {
     if (!configuration.isRead())
-        return problemLines(configuration);
+        return {};
     const Columns sizes = {{">Frame size", "frameSize"}, {">Command size", "commandSize"}};
     const QJsonObject all = toJson(configuration);
     return section(QStringLiteral("Published sampled values (IEC 61850-9-2)"),
                    kFrameColumns + Columns{{">Channels", "channelCount"}} + sizes,
-                   all[QLatin1String("svStreams")], svDetails)
+                   all[QLatin1String("svStreams")], width, svDetails)
         + section(QStringLiteral("Published GOOSE (IEC 61850-8-1)"),
                   kFrameColumns
                       + Columns{{">Entries", "entryCount"}, {">TTL ms", "timeAllowedtoLive"}}
                       + sizes,
-                  all[QLatin1String("gooseStreams")], gooseDetails)
+                  all[QLatin1String("gooseStreams")], width, gooseDetails)
         + section(QStringLiteral("Binary outputs"),
                   {{">Output", "output"},
                    {">GOOSE stream", "stream"},
                    {">Entry", "entry"},
                    {"Type", "type", text}},
-                  all[QLatin1String("outputs")])
+                  all[QLatin1String("outputs")], width)
         + section(QStringLiteral("Subscribed GOOSE"),
                   {{">Group", "group"},
                    {">Light port", "lightPort"},
@@ -397,8 +351,7 @@ QString toText(const CheckedConfiguration &configuration)
                    {">APPID", "appId", appId},
                    {">Entries", "entryCount"},
                    {">Command size", "commandSize"}},
-                  all[QLatin1String("subscriptions")], subscriptionDetails)
-        + heading(QStringLiteral("Problems")) + problemLines(configuration);
+                  all[QLatin1String("subscriptions")], width, subscriptionDetails);
 }
 
 } // namespace workbench

@@ -16,8 +16,9 @@ namespace workbench {
 /// the frame check sequence.
 [[nodiscard]] QJsonObject toJson(const testconfiguration::CheckedConfiguration &configuration);
 
-/// The same as tables of plain text, with one line "FILE:LINE:COLUMN: severity: text" for each of
-/// the first 100 problems; warnings are left out before errors.
-[[nodiscard]] QString toText(const testconfiguration::CheckedConfiguration &configuration);
+/// The same without the problems, as tables of plain text; empty if the file could not be read.
+/// \param width characters of a line
+[[nodiscard]] QString toText(const testconfiguration::CheckedConfiguration &configuration,
+                             int width);
 
 } // namespace workbench

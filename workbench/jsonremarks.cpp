@@ -1,5 +1,7 @@
 #include "workbench/jsonremarks.h"
 
+#include "virtualboard/board/texttable.h"
+
 #include <QJsonObject>
 
 #include <algorithm>
@@ -13,24 +15,14 @@ QStringList Remarks::lines() const
         result += testconfiguration::toString(each, path);
     const int more = errors + warnings - int(shown.size());
     if (more > 0)
-        result += QStringLiteral("%1: and %2 more problem%3")
-                      .arg(path)
-                      .arg(more)
-                      .arg(more == 1 ? QString() : QStringLiteral("s"));
+        result += QStringLiteral("%1: and %2")
+                      .arg(path, virtualboard::counted(more, QStringLiteral("more problem")));
     return result;
 }
 
 QJsonArray Remarks::toJson() const
 {
-    QJsonArray result;
-    for (const Remark &each : shown)
-        result.append(QJsonObject{
-            {QStringLiteral("severity"),
-             each.severity == Remark::Error ? QStringLiteral("error") : QStringLiteral("warning")},
-            {QStringLiteral("line"), each.place.line},
-            {QStringLiteral("column"), each.place.column},
-            {QStringLiteral("text"), each.text}});
-    return result;
+    return workbench::toJson(shown);
 }
 
 void Remarks::show(const QVector<Remark> &all)
@@ -49,6 +41,20 @@ void Remarks::show(const QVector<Remark> &all)
 Expected<void> Remarks::expectNoErrors() const
 {
     return workbench::expectNoErrors({*this});
+}
+
+QJsonArray toJson(const QVector<testconfiguration::Remark> &remarks)
+{
+    QJsonArray result;
+    for (const testconfiguration::Remark &each : remarks)
+        result.append(QJsonObject{{QStringLiteral("severity"),
+                                   each.severity == testconfiguration::Remark::Error
+                                       ? QStringLiteral("error")
+                                       : QStringLiteral("warning")},
+                                  {QStringLiteral("line"), each.place.line},
+                                  {QStringLiteral("column"), each.place.column},
+                                  {QStringLiteral("text"), each.text}});
+    return result;
 }
 
 Remarks remarksOf(const testconfiguration::CheckedConfiguration &configuration)

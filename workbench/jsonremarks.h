@@ -41,4 +41,7 @@ struct Remarks
 /// Of several files together.
 [[nodiscard]] Expected<void> expectNoErrors(const QVector<Remarks> &files);
 
+/// As Remarks::toJson().
+[[nodiscard]] QJsonArray toJson(const QVector<testconfiguration::Remark> &remarks);
+
 } // namespace workbench

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 
+using virtualboard::counted;
 using virtualboard::TextTable;
 
 namespace workbench {
@@ -33,12 +34,6 @@ QString sentence(const QString &text, int width)
         rest = kIndent + rest.mid(end).trimmed();
     }
     return lines + rest + QLatin1Char('\n');
-}
-
-/// "3 shots"
-QString counted(qint64 count, const QString &what)
-{
-    return QStringLiteral("%1 %2%3").arg(count).arg(what, QLatin1String(count == 1 ? "" : "s"));
 }
 
 QString indented(const QString &lines)

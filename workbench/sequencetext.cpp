@@ -10,6 +10,7 @@
 using statusreply::Change;
 using statusreply::Changes;
 using statusreply::State;
+using virtualboard::counted;
 using virtualboard::millisecondsText;
 using virtualboard::Punctuality;
 using virtualboard::punctualityText;
@@ -188,8 +189,8 @@ QString concerns(const State &last)
     if (times.latenessMax != 0ns || times.missedDeadlines != 0 || times.sendFailures != 0)
         texts << punctualityText(times);
     if (last.problems > 0)
-        texts << QStringLiteral("the board has reported %1 problems since it was started")
-                     .arg(last.problems);
+        texts << QStringLiteral("the board has reported %1 since it was started")
+                     .arg(counted(last.problems, QStringLiteral("problem")));
     return lines(texts);
 }
 

@@ -2,6 +2,7 @@
 
 #include "configuration/testconfiguration.h"
 #include "tools/terminal/terminal.h"
+#include "virtualboard/board/texttable.h"
 #include "workbench/configurationtables.h"
 #include "workbench/contradictions.h"
 #include "workbench/plancheck.h"
@@ -19,6 +20,7 @@
 #include <QJsonObject>
 
 using namespace workbench;
+using virtualboard::counted;
 
 namespace {
 
@@ -47,12 +49,6 @@ int exitStatus(int errors, int warnings)
     if (errors > 0)
         return kHasErrors;
     return warnings > 0 ? kHasWarnings : 0;
-}
-
-QString counted(int count, const QString &noun)
-{
-    return QStringLiteral("%1 %2%3").arg(count).arg(noun,
-                                                    count == 1 ? QString() : QStringLiteral("s"));
 }
 
 void sayJson(const QJsonObject &report)
@@ -86,6 +82,18 @@ void sayTotal(int errors, int warnings)
 {
     say(QStringLiteral(" %1, %2").arg(counted(errors, QStringLiteral("error")),
                                       counted(warnings, QStringLiteral("warning"))));
+}
+
+void sayConfiguration(const testconfiguration::CheckedConfiguration &configuration)
+{
+    const Remarks remarks = remarksOf(configuration);
+    if (configuration.isRead())
+        sayLines(toText(configuration, outputWidth())
+                 + virtualboard::heading(QStringLiteral("Problems"), outputWidth()));
+    sayRemarks(remarks);
+    if (!remarks.isEmpty())
+        say({});
+    sayTotal(remarks.errors, remarks.warnings);
 }
 
 /// A test plan has cases.
@@ -201,7 +209,7 @@ int checkConfiguration(const QString &path, bool asJson)
     if (asJson)
         sayJson(toJson(configuration));
     else
-        say(toText(configuration).trimmed());
+        sayConfiguration(configuration);
     return exitStatus(configuration.errors, configuration.warnings);
 }
 
@@ -219,7 +227,7 @@ int checkTest(const QString &path, const QString &sequencePath, bool asJson)
         report[sequenceOption] = reportOn(sequence, remarks);
         sayJson(report);
     } else {
-        say(toText(configuration).trimmed());
+        sayConfiguration(configuration);
         sayRemarks(remarks);
     }
     return exitStatus(configuration.errors + remarks.errors,

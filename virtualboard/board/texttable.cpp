@@ -196,4 +196,9 @@ QString wrapped(const QString &label, const QStringList &words, int width)
     return result + line + QLatin1Char('\n');
 }
 
+QString counted(qint64 count, const QString &noun)
+{
+    return QString::number(count) + QLatin1Char(' ') + noun + QLatin1String(count == 1 ? "" : "s");
+}
+
 } // namespace virtualboard

@@ -44,5 +44,7 @@ private:
 /// The words in lines of \a width characters, the first after \a label, the others below it.
 [[nodiscard]] QString wrapped(const QString &label, const QStringList &words,
                               int width = kPageWidth);
+/// "1 step", "3 steps": \a count with \a noun, which takes an s in the plural.
+[[nodiscard]] QString counted(qint64 count, const QString &noun);
 
 } // namespace virtualboard

@@ -3,6 +3,7 @@
 #include "virtualboard/board/boardlogic.h"
 #include "virtualboard/board/boardreport.h"
 #include "virtualboard/board/crosscheck.h"
+#include "virtualboard/board/texttable.h"
 #include "virtualboard/board/virtualtime.h"
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/live/liveprivileges.h"
@@ -262,7 +263,8 @@ QStringList VirtualBoard::failures() const
 {
     QStringList result;
     if (d->notices.count() > 0)
-        result << QStringLiteral("%1 problems were reported").arg(d->notices.count());
+        result << QStringLiteral("reported: ")
+                + counted(d->notices.count(), QStringLiteral("problem"));
     if (!d->capture->errorString().isEmpty())
         result << d->capture->errorString();
     if (d->link.dropped() > 0)
