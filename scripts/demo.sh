@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Shows a whole relay test against a board made of software: load, execute, watch, stop. Leaves a
-# capture of the process bus and a picture of it in BUILD_DIRECTORY/demo.
+# capture of the process bus and a picture of it in BUILD_DIRECTORY/demo. Then plays a test plan with
+# ten cases, and leaves its report there.
 # Usage: scripts/demo.sh BUILD_DIRECTORY
 # Exit status 0 only if every part succeeded and the board received everything.
 set -euo pipefail
@@ -22,6 +23,7 @@ read -ra launcher <<<"${LUMTAR_LAUNCHER:-}" # an emulator, for programs of anoth
 readonly seconds=60 # the most that any part may take
 readonly output=$build/demo
 readonly capture=$output/earth-fault.pcap picture=$output/earth-fault.svg
+readonly report=$output/report.html
 
 # What the two example files hold.
 readonly sv_streams=2 goose_streams=2 subscriptions=2 steps=5 outputs=16
@@ -124,6 +126,16 @@ show plot "$capture" --sequence "$examples/earth-fault.json" -o "$picture"
 trip=$(tr -s '\n ' ' ' <"$watched" |
     sed -n 's/.*binary input: logic channel 0, \([0-9.]* ms\) after entry into step 1 (fault).*/\1/p')
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
+if [[ ${#launcher[@]} -eq 0 ]]; then # the plan's programs start each other, which no emulator can
+    cat <<TEXT
+Ten cases of a feeder protection, as a test plan with verdicts. What stands in
+for the relay is a script in each case (examples/feeder-test/plan.json).
+
+TEXT
+    show test "$examples/feeder-test/plan.json" --html "$report" --pdf "$output/report.pdf" \
+        --junit "$output/junit.xml" --record "$output/record.json"
+fi
 echo "The relay tripped $trip after the fault began."
 echo "Capture, for Wireshark: $capture"
 echo "Picture:                $picture"
+[[ ! -e $report ]] || echo "Report of the plan:     $report"

@@ -222,7 +222,7 @@ void TestProcessBus::everyFrame()
         last = packet.time;
         marks += packet["eth.type"] == "0x88b5" ? 1 : 0;
     }
-    QCOMPARE(marks, 2 + kSteps + 1); // streams, entries, end
+    QCOMPARE(marks, 2 + kSteps + 1 + 1); // streams, entries, end, the input
     QCOMPARE(int(m_packets.size()),
              marks
                  + int(m_svPackets[0].size() + m_svPackets[1].size() + m_goosePackets[0].size()
