@@ -5,10 +5,11 @@ PRESET := qt$(QT)
 SHORT := $(filter short,$(BENCH))
 SPACE := $() $()
 
-.PHONY: help demo demo-live test test-sanitize test-threads test-unsigned-char test-arm bench bench-live docs format format-check tidy clean
+.PHONY: help demo report-page demo-live test test-sanitize test-threads test-unsigned-char test-arm bench bench-live docs format format-check tidy clean
 
 help:
 	@echo "make demo            run a test against a board made of software and show what it received"
+	@echo "make report-page     the demo, and a page of its report as the README shows it"
 	@echo "make demo-live       the same in real time, on a virtual network with a stand-in relay (root)"
 	@echo "make test            build and run all tests (QT=5 for Qt 5.15)"
 	@echo "make test-sanitize   the same with AddressSanitizer and UndefinedBehaviorSanitizer"
@@ -27,6 +28,10 @@ demo:
 	cmake --preset $(PRESET)
 	cmake --build --preset $(PRESET) --target lumtarctl lumtar-board
 	scripts/demo.sh build/$(PRESET)
+
+report-page: demo
+	scripts/setup.sh test
+	scripts/report-page.sh build/$(PRESET)
 
 demo-live:
 	scripts/setup.sh qt$(QT) live

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Shows a whole relay test against a board made of software: load, execute, watch, stop. Leaves a
 # capture of the process bus and a picture of it in BUILD_DIRECTORY/demo. Then plays a test plan with
-# ten cases, and leaves its report there.
+# eleven cases, and leaves its report there.
 # Usage: scripts/demo.sh BUILD_DIRECTORY
 # Exit status 0 only if every part succeeded and the board received everything.
 set -euo pipefail
@@ -128,7 +128,7 @@ trip=$(tr -s '\n ' ' ' <"$watched" |
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
 if [[ ${#launcher[@]} -eq 0 ]]; then # the plan's programs start each other, which no emulator can
     cat <<TEXT
-Ten cases of a feeder protection, as a test plan with verdicts. What stands in
+Eleven cases of a feeder protection, as a test plan with verdicts. What stands in
 for the relay is a script in each case (examples/feeder-test/plan.json).
 
 TEXT

@@ -153,7 +153,7 @@ void TestTestRun::ends_data()
     // name | plan: of the examples, or the trips of its cases in ms | arguments | exit status | in
     // the output | in the errors
     addRows(R"(
-        feeder            | plan            |                     | 0 | 10 cases, 40 shots: 10 passed |
+        feeder            | plan            |                     | 0 | 11 cases, 41 shots: 11 passed |
         too slow          | too-slow        |                     | 3 | trip A came 45.000 ms after | 
         passed            | 20 30           | --jobs 1            | 0 | 2 cases, 2 shots: 2 passed |
         not judged        | 20 -1 30        |                     | 4 | would come at -0.001 s; 0 to 1000000 s are possible |

@@ -19,12 +19,12 @@ h3 { font-size: 15px; margin: 1.6em 0 .4em }
 p { margin: .5em 0 }
 table { border-collapse: collapse; width: 100%; margin: .6em 0 1.2em; font-size: 12.5px }
 th, td { text-align: left; vertical-align: top; padding: 3px 8px; border-bottom: 1px solid #dde1e6; overflow-wrap: anywhere }
-th { border-bottom: 1.5px solid #808890 }
+th { border-bottom: 1.5px solid #808890; white-space: nowrap }
 table.facts th { width: 11em; font-weight: normal; color: #5a6169; border-bottom: 1px solid #dde1e6 }
 .right { text-align: right; font-variant-numeric: tabular-nums }
 td.bar { padding: 2px 8px; width: 120px }
 .outcome { font-size: 13px; font-weight: bold; border: 1.5px solid; border-radius: 4px; padding: 1px 8px; margin-left: .8em; vertical-align: middle; white-space: nowrap }
-.verdict { font-weight: bold }
+.verdict { font-weight: bold; white-space: nowrap }
 figure { margin: .6em 0 1em; display: inline-block; vertical-align: top; max-width: 100% }
 figcaption { font-size: 12px; color: #5a6169 }
 img { max-width: 100%; height: auto; display: block }
