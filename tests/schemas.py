@@ -102,8 +102,8 @@ SEQUENCE_CASES = [
 ]
 
 # Places in the first plan of the examples.
-FIRST, SWEEP, SEARCH = "cases.0", "cases.1.sweep", "cases.9.search"
-INPUT, TIME = FIRST + ".device.inputs.0", FIRST + ".assessments.0.time"
+FIRST, SWEEP, SEARCH = "cases.0", "cases.1.sweep", "cases.10.search"
+INPUT, TIME = FIRST + ".device.inputs.0", FIRST + ".assessments.1.time"
 EXPECTED = "cases.1.assessments.0.time.nominal"
 LEVEL = "cases.6.assessments.3.level"
 SEQUENCE = {"steps": [{"name": "prefault", "time": 1, "onTimeout": "fault", "outputs": {}},
@@ -184,9 +184,9 @@ PLAN_CASES = [
     (SEARCH + ".dropOff", MISSING, BOTH),  # which the reset ratio needs
     (SEARCH + ".resetRatio", MISSING, NONE),
     (SEARCH + ".resetRatio.tolerance", MISSING, BOTH),
-    ("cases.9.repetitions", 2, BOTH),
-    ("cases.9.sweep", {"parameter": "Itest", "values": [1]}, BOTH),
-    ("cases.9.assessments", QUIET, BOTH),
+    ("cases.10.repetitions", 2, BOTH),
+    ("cases.10.sweep", {"parameter": "Itest", "values": [1]}, BOTH),
+    ("cases.10.assessments", QUIET, BOTH),
     (FIRST + ".assessments", MISSING, BOTH),
     (FIRST + ".assessments", [], BOTH),
     (FIRST + ".assessments", QUIET * 101, BOTH),
@@ -194,11 +194,11 @@ PLAN_CASES = [
     (FIRST + ".assessments.0.name", MISSING, BOTH),
     (FIRST + ".assessments.0.time", MISSING, BOTH),
     (FIRST + ".assessments.0.path", ["prefault"], BOTH),
-    (FIRST + ".assessments.3.path", ["prefault"], NONE),
-    (FIRST + ".assessments.3.path", [], BOTH),
-    (FIRST + ".assessments.3.path", ["prefault", 1], BOTH),
-    (FIRST + ".assessments.4.never", {"on": "trip B", "occurrence": 0}, BOTH),
-    (FIRST + ".assessments.4.never", {"on": "trip B", "off": "trip B"}, BOTH),
+    (FIRST + ".assessments.2.path", ["prefault"], NONE),
+    (FIRST + ".assessments.2.path", [], BOTH),
+    (FIRST + ".assessments.2.path", ["prefault", 1], BOTH),
+    (FIRST + ".assessments.3.never", {"on": "trip B", "occurrence": 0}, BOTH),
+    (FIRST + ".assessments.3.never", {"on": "trip B", "off": "trip B"}, BOTH),
     (TIME + ".from", MISSING, BOTH),
     (TIME + ".from", {"start": True}, NONE),
     (TIME + ".from", {"start": False}, BOTH),

@@ -71,7 +71,7 @@ check_completion() {
     expect_equal "options of stop" "$(complete_words lumtarctl stop --)" \
         "--board --help --local-port --version"
     expect_equal "values of --config" \
-        "$(complete_words lumtarctl run --config "$SOURCE/examples/feed")" "$example"
+        "$(complete_words lumtarctl run --config "$SOURCE/examples/feeder-b")" "$example"
     expect_equal "what --board offers" "$(complete_words lumtarctl stop --board '')" ""
     expect_equal "options for --on" "$(complete_words lumtar-board --on)" "--once"
     expect_equal "interfaces" "$(complete_words lumtar-board --interface lo)" "lo"
