@@ -44,7 +44,8 @@ CStep engineStep(const SequenceStep &from, const Sequence &sequence)
         step.stateTrigeJump = quint8(from.onTrigger->goTo);
     }
     step.stepOption = quint8(from.stepOption);
-    std::copy(from.binaryOutputs.begin(), from.binaryOutputs.end(), step.binOut);
+    for (std::size_t i = 0; i < from.binaryOutputs.size(); ++i)
+        step.binOut[i] = from.binaryOutputs[i] ? 1 : 0;
     for (std::size_t i = 0; i < from.outputs.size(); ++i) {
         step.outPara[i].frequency = float(sequence.nominalFrequency);
         step.outPara[i].ampIsPeak = sequence.amplitudesArePeak ? 1 : 0;
