@@ -1,7 +1,6 @@
 #include "benchmarks/barelink.h"
 
 #include <arpa/inet.h>
-#include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -17,7 +16,7 @@ constexpr std::uint16_t kBoardPort = 2001;
 constexpr std::array<char, 4> kAcknowledgement{'\x0f', '\x5a', '\xf0', '\xa5'};
 constexpr int kBufferSize = 1600;
 
-sockaddr_in address(const char *text, std::uint16_t port)
+sockaddr_in socketAddress(const char *text, std::uint16_t port)
 {
     sockaddr_in result{};
     result.sin_family = AF_INET;
@@ -39,15 +38,17 @@ int openSocket(const sockaddr_in &local)
 
 } // namespace
 
-Responder::Responder()
-    : m_socket(openSocket(address(kBoardAddress, kBoardPort)))
+Responder::Responder(const char *address, std::map<std::string, std::string> replies)
+    : m_address(address)
+    , m_replies(std::move(replies))
+    , m_socket(openSocket(socketAddress(address, kBoardPort)))
     , m_thread([this] { run(); })
 { }
 
 Responder::~Responder()
 {
     m_stopping = true;
-    BareLink().exchange("wake up");
+    BareLink(m_address).exchange("wake up");
     m_thread.join();
     ::close(m_socket);
 }
@@ -70,11 +71,17 @@ void Responder::run()
         if (recording)
             m_received.emplace_back(buffer.data(), std::size_t(size));
         ::sendto(m_socket, kAcknowledgement.data(), kAcknowledgement.size(), 0, from, senderSize);
+        if (m_replies.empty())
+            continue;
+        const auto reply = m_replies.find(std::string(buffer.data(), std::size_t(size)));
+        if (reply != m_replies.end())
+            ::sendto(m_socket, reply->second.data(), reply->second.size(), 0, from, senderSize);
     }
 }
 
-BareLink::BareLink()
-    : m_socket(openSocket(address("0.0.0.0", 0)))
+BareLink::BareLink(const char *address)
+    : m_board(socketAddress(address, kBoardPort))
+    , m_socket(openSocket(socketAddress("0.0.0.0", 0)))
 { }
 
 BareLink::~BareLink()
@@ -82,11 +89,17 @@ BareLink::~BareLink()
     ::close(m_socket);
 }
 
-bool BareLink::exchange(const std::string &datagram)
+bool BareLink::exchange(const std::string &datagram, int answers)
 {
-    static const sockaddr_in board = address(kBoardAddress, kBoardPort);
     ::sendto(m_socket, datagram.data(), datagram.size(), 0,
-             reinterpret_cast<const sockaddr *>(&board), sizeof board);
+             reinterpret_cast<const sockaddr *>(&m_board), sizeof m_board);
+    while (answers > 0 && receive())
+        --answers;
+    return answers == 0;
+}
+
+bool BareLink::receive()
+{
     pollfd readable{m_socket, POLLIN, 0};
     if (::poll(&readable, 1, 1500) != 1)
         return false;

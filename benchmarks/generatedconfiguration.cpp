@@ -59,14 +59,14 @@ QString subscription(int number)
 
 } // namespace
 
-QByteArray generatedConfiguration()
+QByteArray generatedConfiguration(const ConfigurationSize &size)
 {
     QString xml = QStringLiteral("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<ied>\n");
-    for (int i = 0; i < 64; ++i)
+    for (int i = 0; i < size.svStreams; ++i)
         xml += svStream(i);
-    for (int i = 0; i < 6; ++i)
+    for (int i = 0; i < size.gooseStreams; ++i)
         xml += gooseStream(i);
-    for (int i = 0; i < 100; ++i)
+    for (int i = 0; i < size.subscriptions; ++i)
         xml += subscription(i);
     return (xml + QStringLiteral("</ied>\n")).toUtf8();
 }

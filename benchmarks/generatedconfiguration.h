@@ -2,6 +2,14 @@
 
 #include <QByteArray>
 
-/// A large test configuration: 64 SV streams of 22 channels, 6 GOOSE streams of 32 entries and 100
-/// subscriptions, 241 commands in all.
-QByteArray generatedConfiguration();
+struct ConfigurationSize
+{
+    int svStreams; ///< of 22 channels
+    int gooseStreams; ///< of 32 entries; the first four carry binary outputs 1 to 4
+    int subscriptions; ///< that feed logic channels 1 and 2
+};
+
+/// 241 commands in all.
+constexpr ConfigurationSize kLargeConfiguration{64, 6, 100};
+
+QByteArray generatedConfiguration(const ConfigurationSize &size = kLargeConfiguration);

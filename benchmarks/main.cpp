@@ -21,10 +21,9 @@ struct Pair
 };
 
 /// The yardstick's name ends in "/bare".
-constexpr Pair kPairs[] = {{"exchange", "engine", 1.05},
-                           {"sequence", "engine", 1.05},
-                           {"load", "engine", 1.00},
-                           {"render", "board", 2.00}};
+constexpr Pair kPairs[] = {{"exchange", "engine", 1.05}, {"sequence", "engine", 1.05},
+                           {"load", "engine", 1.00},     {"render", "board", 2.00},
+                           {"shot", "player", 2.00},     {"captured-shot", "player", 2.00}};
 
 double median(std::vector<double> values)
 {
@@ -60,7 +59,7 @@ public:
             if (bare == m_times.end() || ours == m_times.end())
                 continue;
             const double ratio = median(ours->second) / median(bare->second);
-            std::printf("  %-10s %.3f (limit %.2f)%s\n", pair.job, ratio, pair.limit,
+            std::printf("  %-13s %.3f (limit %.2f)%s\n", pair.job, ratio, pair.limit,
                         ratio > pair.limit ? "  ABOVE" : "");
         }
     }

@@ -1,6 +1,8 @@
 // Playing a test in virtual time into a capture, against libpcap writing the same bytes through a
 // buffer of the same size.
 
+#include "benchmarks/barecapture.h"
+
 #include "protocol/Protocal.h"
 #include "virtualboard/capture/capturefile.h"
 #include "virtualboard/play/player.h"
@@ -9,10 +11,8 @@
 #include <QTemporaryDir>
 
 #include <benchmark/benchmark.h>
-#include <pcap/pcap.h>
 
-#include <cstdio>
-#include <vector>
+#include <string>
 
 namespace {
 
@@ -61,13 +61,7 @@ TestProgram makeProgram()
 /// Keeps what is published.
 struct Recorder : FrameSink
 {
-    struct Frame
-    {
-        pcap_pkthdr header;
-        std::size_t offset;
-    };
-    std::vector<Frame> frames;
-    std::vector<uchar> bytes;
+    BareCapture capture;
 
     void publish(WallTime time, const OutgoingFrame *out, int count) override
     {
@@ -76,8 +70,7 @@ struct Recorder : FrameSink
             header.ts.tv_sec = time_t(time.time_since_epoch() / 1s);
             header.ts.tv_usec = suseconds_t((time.time_since_epoch() % 1s).count());
             header.caplen = header.len = bpf_u_int32(out[i].size);
-            frames.push_back({header, bytes.size()});
-            bytes.insert(bytes.end(), out[i].bytes, out[i].bytes + out[i].size);
+            capture.append(header, out[i].bytes);
         }
     }
 };
@@ -88,7 +81,7 @@ void play(Player &player, FrameSink &sink)
         player.play(sink);
 }
 
-const Recorder &recording()
+const BareCapture &recording()
 {
     static const Recorder recorder = [] {
         Recorder result;
@@ -96,7 +89,7 @@ const Recorder &recording()
         play(player, result);
         return result;
     }();
-    return recorder;
+    return recorder.capture;
 }
 
 void count(benchmark::State &state)
@@ -128,24 +121,12 @@ void bare(benchmark::State &state)
 {
     const QTemporaryDir directory;
     const QByteArray path = directory.filePath(QStringLiteral("bare.pcap")).toLocal8Bit();
-    const Recorder &recorder = recording();
-    std::vector<char> buffer(1 << 20);
+    const BareCapture &capture = recording();
     for (auto _ : state) {
-        pcap_t *const handle =
-            pcap_open_dead_with_tstamp_precision(DLT_EN10MB, 65535, PCAP_TSTAMP_PRECISION_NANO);
-        FILE *const file = std::fopen(path.constData(), "wb");
-        std::setvbuf(file, buffer.data(), _IOFBF, buffer.size());
-        pcap_dumper_t *const dumper = pcap_dump_fopen(handle, file);
-        if (!dumper) {
-            state.SkipWithError(pcap_geterr(handle));
-            pcap_close(handle);
+        if (const std::string reason = capture.write(path.constData()); !reason.empty()) {
+            state.SkipWithError(reason.c_str());
             return;
         }
-        for (const Recorder::Frame &frame : recorder.frames)
-            pcap_dump(reinterpret_cast<u_char *>(dumper), &frame.header,
-                      recorder.bytes.data() + frame.offset);
-        pcap_dump_close(dumper);
-        pcap_close(handle);
     }
     count(state);
 }
