@@ -128,8 +128,8 @@ trip=$(tr -s '\n ' ' ' <"$watched" |
 [[ -n $trip ]] || fail "the relay did not trip in the fault"
 if [[ ${#launcher[@]} -eq 0 ]]; then # the plan's programs start each other, which no emulator can
     cat <<TEXT
-Eleven cases of a feeder protection, as a test plan with verdicts. What stands in
-for the relay is a script in each case (examples/feeder-test/plan.json).
+Eleven cases of a feeder protection, as a test plan with verdicts. A script in
+each case (examples/feeder-test/plan.json) stands in for the relay.
 
 TEXT
     show test "$examples/feeder-test/plan.json" --html "$report" --pdf "$output/report.pdf" \

@@ -24,7 +24,6 @@ using namespace workbench;
 namespace {
 
 constexpr double kInfinity = std::numeric_limits<double>::infinity();
-constexpr double kPi = 3.14159265358979323846;
 
 /// A curve that is near 0.14 / (G^0.02 - 1), above 1 only.
 std::optional<double> inverse(double value)

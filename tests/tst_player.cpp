@@ -225,9 +225,9 @@ private:
     }
     static bool isAlike(const Player &one, const Player &other)
     {
-        const auto numbers = [](const PlayStatus &status) {
-            return std::make_tuple(status.state, status.step, status.timeInStep, status.totalTime,
-                                   status.framesSent, status.activeChannels);
+        const auto numbers = [](const PlayStatus &all) {
+            return std::make_tuple(all.state, all.step, all.timeInStep, all.totalTime,
+                                   all.framesSent, all.activeChannels);
         };
         const auto isSame = [](const Transition &a, const Transition &b) {
             return std::tie(a.left, a.entered, a.cause, a.channel, a.causeTime, a.entryTime)
