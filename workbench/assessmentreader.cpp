@@ -4,6 +4,7 @@
 #include "workbench/jsonwords.h"
 
 #include <chrono>
+#include <cmath>
 #include <utility>
 
 namespace workbench {
@@ -86,7 +87,7 @@ const QStringList timeKinds = {QStringLiteral("time"), QStringLiteral("start"),
 
 std::chrono::nanoseconds readSeconds(const JsonNode &node)
 {
-    return std::chrono::nanoseconds(qint64(node.number(0, kMostSeconds, 0) * 1e9 + 0.5));
+    return std::chrono::nanoseconds(std::llround(node.number(0, kMostSeconds, 0) * 1e9));
 }
 
 /// The one key of \a words that the object has, which must be one; empty if there is none.

@@ -158,7 +158,7 @@ double Rose::emptyAngle() const
 {
     double best = 0;
     double widest = -1;
-    for (double angle = -kSpokes * 5 / 2.0; angle < 360 - kSpokes * 5 / 2.0; angle += kSpokes) {
+    for (int angle = -kSpokes * 5 / 2; angle < 360 - kSpokes * 5 / 2; angle += kSpokes) {
         double distance = 180;
         for (const PhasorPicture::Phasor &phasor : m_phasors)
             distance = std::min(distance, std::fabs(std::remainder(angle - phasor.angle, 360)));

@@ -108,7 +108,7 @@ QVector<const OptionText *> textsOf(const Command &command, const QStringList &w
     QMap<QString, const OptionText *> texts;
     for (const OptionText &each : optionTexts) {
         const QLatin1String owner(each.command);
-        if (owner.size() == 0 ? !texts.contains(each.name) : command.name == owner)
+        if (owner.isEmpty() ? !texts.contains(each.name) : command.name == owner)
             texts[each.name] = &each;
     }
     QVector<const OptionText *> result;

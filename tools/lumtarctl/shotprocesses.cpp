@@ -190,6 +190,9 @@ void ShotProcesses::run(ShotSchedule &schedule, const std::function<bool()> &tic
         if (!goesOn || schedule.isDone())
             loop.quit();
     };
+    QTimer soon; // when whoever calls has ended
+    soon.setSingleShot(true);
+    QObject::connect(&soon, &QTimer::timeout, &loop, handOut);
     m_take = [&](ShotRecord record) {
         goesOn = goesOn && tick();
         if (!goesOn) { // what it had to do with the end is not known
@@ -198,7 +201,7 @@ void ShotProcesses::run(ShotSchedule &schedule, const std::function<bool()> &tic
         }
         taken(record);
         schedule.take(record);
-        QTimer::singleShot(0, &loop, handOut);
+        soon.start(0);
     };
     QTimer timer;
     QObject::connect(&timer, &QTimer::timeout, &loop, [&] {
@@ -207,7 +210,7 @@ void ShotProcesses::run(ShotSchedule &schedule, const std::function<bool()> &tic
         handOut();
     });
     timer.start(kTick);
-    QTimer::singleShot(0, &loop, handOut);
+    soon.start(0);
     if (!schedule.isDone())
         loop.exec();
     m_take = [](const ShotRecord &) {};
