@@ -4,6 +4,7 @@
 
 #include <QAbstractTextDocumentLayout>
 #include <QBuffer>
+#include <QFontMetricsF>
 #include <QPageLayout>
 #include <QPainter>
 #include <QPdfWriter>
@@ -15,6 +16,7 @@
 #include <QTextTable>
 
 #include <algorithm>
+#include <cmath>
 
 namespace workbench {
 
@@ -26,14 +28,16 @@ constexpr QMarginsF kMargins(15, 14, 15, 12); ///< mm
 constexpr double kFooter = 30; ///< pixels
 constexpr double kTextPoints = 9.5;
 constexpr double kTablePoints = 8.5;
-constexpr double kSmallPoints = 8;
+constexpr double kCaption = 10.5; ///< pixels
+constexpr double kMostCaption = 200; ///< likewise, of its height
 
 constexpr int kPictureType = QTextFormat::UserObject + 1;
 constexpr int kPictureNumber = QTextFormat::UserProperty + 1;
 
 const QColor kQuiet = QColor(0x5a, 0x61, 0x69);
 
-/// Pictures in a text, painted as everywhere else.
+/// Pictures in a text, painted as everywhere else. A caption is part of its picture, so that no end
+/// of a page comes between them.
 class Pictures : public QObject, public QTextObjectInterface
 {
     Q_OBJECT
@@ -42,7 +46,9 @@ class Pictures : public QObject, public QTextObjectInterface
 public:
     QSizeF intrinsicSize(QTextDocument *, int, const QTextFormat &format) override
     {
-        return QSizeF(m_all[format.intProperty(kPictureNumber)].size) * kScale;
+        const ReportPicture &picture = m_all[format.intProperty(kPictureNumber)];
+        const QRectF caption = captionBox(picture);
+        return QSizeF(picture.size.width(), picture.size.height() + caption.height()) * kScale;
     }
     void drawObject(QPainter *painter, const QRectF &area, QTextDocument *, int,
                     const QTextFormat &format) override
@@ -52,6 +58,9 @@ public:
         painter->translate(area.topLeft());
         painter->scale(kScale, kScale);
         picture.paint(*painter, QRectF(QPointF(0, 0), QSizeF(picture.size)));
+        painter->setFont(textFont(kCaption));
+        painter->setPen(kQuiet);
+        painter->drawText(captionBox(picture), Qt::TextWordWrap, reportText(picture.caption));
         painter->restore();
     }
     void insert(QTextCursor &cursor, const ReportPicture &picture)
@@ -64,6 +73,16 @@ public:
     }
 
 private:
+    /// Below the picture, as many lines as it takes.
+    static QRectF captionBox(const ReportPicture &picture)
+    {
+        const QRectF below(0, picture.size.height(), picture.size.width(), kMostCaption);
+        const QRectF box = QFontMetricsF(textFont(kCaption))
+                               .boundingRect(below, Qt::TextWordWrap, reportText(picture.caption));
+        return {below.topLeft(),
+                QSizeF(below.width(), picture.caption.isEmpty() ? 0 : std::ceil(box.height()))};
+    }
+
     QVector<ReportPicture> m_all;
 };
 
@@ -91,6 +110,9 @@ public:
     void operator()(const ReportPictures &pictures);
     /// Moves headings that are alone at the end of a page to the next one.
     void keepHeadings();
+    /// What ends a page needs no space below; on a full page that space, and any above the heading
+    /// of the next one, would begin another page.
+    void endPage();
 
 private:
     void beginBlock(double above, double below, bool onNewPage = false);
@@ -100,6 +122,7 @@ private:
     QTextCursor m_cursor;
     Pictures &m_pictures;
     QVector<int> m_headings; ///< positions of those of level 3
+    QTextTable *m_table = nullptr; ///< the last one, if nothing has been written behind it
     bool m_isFirst = true;
 };
 
@@ -115,13 +138,29 @@ void Pages::beginBlock(double above, double below, bool onNewPage)
     else
         m_cursor.insertBlock(format);
     m_isFirst = false;
+    m_table = nullptr;
+}
+
+void Pages::endPage()
+{
+    if (m_table) {
+        QTextTableFormat format = m_table->format();
+        format.setBottomMargin(0);
+        m_table->setFormat(format);
+    } else {
+        QTextBlockFormat format = m_cursor.blockFormat();
+        format.setBottomMargin(0);
+        m_cursor.setBlockFormat(format);
+    }
 }
 
 void Pages::operator()(const ReportHeading &heading)
 {
     constexpr double kPoints[] = {18, 14, 11};
     const int level = std::clamp(heading.level, 1, 3);
-    beginBlock(level == 1 ? 0 : 12, 5, level == 2);
+    if (level == 2)
+        endPage();
+    beginBlock(level == 3 ? 12 : 0, 5, level == 2);
     if (level == 3)
         m_headings.append(m_cursor.position());
     m_cursor.insertText(reportText(heading.text), charFormat(kPoints[level - 1], true));
@@ -238,9 +277,10 @@ void Pages::operator()(const ReportTable &table)
     }
     m_cursor.movePosition(QTextCursor::End);
     m_isFirst = true; // the block behind the table is there already
+    m_table = made;
 }
 
-/// A table without lines keeps a caption below its picture.
+/// A table without lines keeps pictures beside each other.
 void Pages::operator()(const ReportPictures &pictures)
 {
     for (int first = 0; first < pictures.size();) {
@@ -259,12 +299,10 @@ void Pages::operator()(const ReportPictures &pictures)
         for (int i = 0; i < count; ++i) {
             QTextCursor cursor = made->cellAt(0, i).firstCursorPosition();
             m_pictures.insert(cursor, pictures[first + i]);
-            cursor.insertBlock();
-            cursor.insertText(reportText(pictures[first + i].caption),
-                              charFormat(kSmallPoints, false, kQuiet));
         }
         m_cursor.movePosition(QTextCursor::End);
         m_isFirst = true;
+        m_table = made;
         first += count;
     }
 }
@@ -287,10 +325,20 @@ void paintFooter(QPainter &painter, const QSizeF &page, const QString &text, int
     painter.restore();
 }
 
+/// The last table is followed by an empty block, which needs no page of its own.
+int pageCount(const QTextDocument &document)
+{
+    const QList<QTextFrame *> frames = document.rootFrame()->childFrames();
+    if (document.lastBlock().length() > 1 || frames.isEmpty())
+        return document.pageCount();
+    const QRectF last = document.documentLayout()->frameBoundingRect(frames.last());
+    return int(std::ceil((last.bottom() - 1) / document.pageSize().height()));
+}
+
 void print(QTextDocument &document, QPdfWriter &writer, const QString &footer)
 {
     const QSizeF page = document.pageSize();
-    const int count = document.pageCount();
+    const int count = pageCount(document);
     QPainter painter(&writer);
     for (int i = 0; i < count; ++i) {
         if (i > 0)
@@ -298,9 +346,10 @@ void print(QTextDocument &document, QPdfWriter &writer, const QString &footer)
         painter.save();
         painter.translate(0, -i * page.height());
         QAbstractTextDocumentLayout::PaintContext context;
-        context.clip = QRectF(0, i * page.height(), page.width(), page.height());
+        const QRectF place(0, i * page.height(), page.width(), page.height());
+        context.clip = place.adjusted(0, 1, 0, -1); // what only touches it is on another page
         context.palette.setColor(QPalette::Text, ink::kText);
-        painter.setClipRect(context.clip);
+        painter.setClipRect(place);
         document.documentLayout()->draw(&painter, context);
         painter.restore();
         paintFooter(painter, page, footer, i + 1, count);
@@ -341,6 +390,7 @@ QByteArray toPdf(const Report &report)
     Pages pages(document, pictures);
     for (const ReportBlock &each : report.blocks)
         std::visit(pages, each);
+    pages.endPage();
     document.setPageSize(QSizeF(writer.width(), writer.height() - kFooter * kScale));
     pages.keepHeadings();
     print(document, writer, report.footer);

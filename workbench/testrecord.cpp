@@ -7,6 +7,7 @@
 #include <QJsonDocument>
 
 #include <algorithm>
+#include <set>
 
 namespace workbench {
 
@@ -304,6 +305,14 @@ bool isBehind(const Shot &before, const Shot &next)
     return order(before) < order(next);
 }
 
+std::set<int> casesOf(const TestRecord &record)
+{
+    std::set<int> cases;
+    for (const ShotRecord &each : record.shots)
+        cases.insert(each.shot.caseNumber);
+    return cases;
+}
+
 } // namespace
 
 QJsonObject toJson(const Shot &shot)
@@ -453,6 +462,7 @@ Expected<RecordedTest> readRecord(const QString &path)
 Expected<RecordedTest> joined(const QVector<RecordedTest> &records)
 {
     RecordedTest all = records.first();
+    std::set<int> cases = casesOf(all.record);
     for (const RecordedTest &each : records.mid(1)) {
         const TestRecord &other = each.record;
         const bool isSame = other.sources.size() == all.record.sources.size()
@@ -470,6 +480,14 @@ Expected<RecordedTest> joined(const QVector<RecordedTest> &records)
                 QStringLiteral("the records are of different boards or programs: "
                                "%1 (%2) and %3 (%4)")
                     .arg(all.record.board, all.record.program, other.board, other.program));
+        const std::set<int> others = casesOf(other);
+        for (const int number : others) {
+            if (cases.count(number) > 0)
+                return failure(Failure::Input,
+                               QStringLiteral("more than one record has the case \"%1\"")
+                                   .arg(all.plan->cases[number].name));
+        }
+        cases.insert(others.begin(), others.end());
         all.record.interrupted = all.record.interrupted || other.interrupted;
         all.record.shots += other.shots;
     }
@@ -477,12 +495,6 @@ Expected<RecordedTest> joined(const QVector<RecordedTest> &records)
     std::stable_sort(shots.begin(), shots.end(), [](const ShotRecord &a, const ShotRecord &b) {
         return isBehind(a.shot, b.shot);
     });
-    for (int i = 1; i < int(shots.size()); ++i) {
-        if (!isBehind(shots[i - 1].shot, shots[i].shot))
-            return failure(Failure::Input,
-                           QStringLiteral("more than one record has the case \"%1\"")
-                               .arg(all.plan->cases[shots[i].shot.caseNumber].name));
-    }
     return all;
 }
 

@@ -375,7 +375,7 @@ const ShotResult *CaseReport::shownShot() const
 
 void CaseReport::writePhasors(const Sequence &sequence)
 {
-    constexpr QSize kSize(222, 490); // three in a row
+    constexpr QSize kSize(222, 470); // three in a row
     ReportPictures pictures;
     for (int step = 0; step < sequence.steps.size(); ++step) {
         const PhasorPicture picture(sequence, step);
