@@ -107,6 +107,7 @@ void Page::operator()(const ReportHeading &heading)
     begin(heading.level == 1 ? "h1" : heading.level == 2 ? "h2" : "h3");
     m_xml.writeCharacters(reportText(heading.text));
     if (heading.verdict) {
+        m_xml.writeCharacters(QStringLiteral(" ")); // for who copies or hears the text
         begin("span", QStringLiteral("outcome"));
         colour(*heading.verdict);
         m_xml.writeCharacters(reportText(heading.outcome));

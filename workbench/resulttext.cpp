@@ -91,10 +91,12 @@ QString thresholdLines(const CaseResult &result, int width)
 {
     QString text;
     for (const NamedResult &each : result.thresholds) {
-        const bool hasPassed = each.result.verdict == Verdict::Passed;
-        const QString outcome =
-            hasPassed ? QString() : verdictName(each.result.verdict) + QStringLiteral(": ");
-        text += sentence(outcome + each.result.reason, width);
+        QString line = each.result.reason;
+        if (!line.startsWith(each.name)) // as that of a search that was broken off
+            line = each.name + QStringLiteral(": ") + line;
+        if (each.result.verdict != Verdict::Passed)
+            line = verdictName(each.result.verdict) + QStringLiteral(": ") + line;
+        text += sentence(line, width);
     }
     return text;
 }
