@@ -141,8 +141,6 @@ AssessmentResult TimeJudge::absentResult(nanoseconds until) const
     const bool isOverdue =
         m_wanted.coming == TimeAssessment::Must && known > m_wanted.allowed.highest;
     const bool isSeen = isWindow ? end && *end >= until : m_timeline.isComplete() || isOverdue;
-    const bool isMeasureOnly =
-        m_wanted.coming == TimeAssessment::Must && m_wanted.allowed.isUnlimited();
 
     AssessmentResult result;
     result.reason = QStringLiteral("%1 did not come").arg(m_toText);
@@ -157,10 +155,9 @@ AssessmentResult TimeJudge::absentResult(nanoseconds until) const
     }
     if (!isSeen)
         result.reason += QStringLiteral("; the sequence ended too early to tell");
-    else if (!isMeasureOnly)
-        result.verdict =
-            m_wanted.coming == TimeAssessment::Must ? Verdict::Failed : Verdict::Passed;
-    return result;
+    else if (m_wanted.coming != TimeAssessment::Must)
+        result.verdict = Verdict::Passed;
+    return result; // without the event there is nothing to measure
 }
 
 /// A step that was entered, and left if #left says when.
