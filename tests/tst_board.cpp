@@ -536,7 +536,7 @@ void TestBoard::tellsFailures_data()
         BOARD --timeout 1 --capture x.pcap & sleep 0.5; rm x.pcap; wait $! | 1 | x.pcap
         BOARD --timeout 1 --capture /dev/full | 2 | /dev/full
         http_proxy=socks5://127.0.0.1:9 BOARD --timeout 1 | 0 |
-        BOARD --timeout 9 --capture k.pcap & sleep 0.5; kill -9 $!; od -N4 -tx1 k.pcap >&2 | 0 | 4d 3c b2 a1
+        BOARD --timeout 9 --capture k.pcap & sleep 0.5; kill -9 $!; wait $!; od -N4 -tx1 k.pcap >&2 | 0 | 4d 3c b2 a1
         )");
 }
 
