@@ -9,4 +9,11 @@ namespace workbench {
 
 using Parameters = QMap<QString, double>; ///< values by name
 
+/// Sets those of \a further, too.
+inline void add(Parameters &values, const Parameters &further)
+{
+    for (auto each = further.begin(); each != further.end(); ++each)
+        values[each.key()] = each.value();
+}
+
 } // namespace workbench

@@ -115,12 +115,6 @@ Parameters readValues(const JsonNode &node)
     return values;
 }
 
-void add(Parameters &values, const Parameters &further)
-{
-    for (auto each = further.begin(); each != further.end(); ++each)
-        values[each.key()] = each.value();
-}
-
 /// Names of parameters that the stand-in and the assessments of \a testCase use.
 QStringList namesUsed(const TestCase &testCase)
 {

@@ -4,16 +4,6 @@
 
 namespace workbench {
 
-namespace {
-
-void add(Parameters &values, const Parameters &further)
-{
-    for (auto each = further.begin(); each != further.end(); ++each)
-        values[each.key()] = each.value();
-}
-
-} // namespace
-
 qint64 countPlainShots(const TestCase &testCase)
 {
     if (testCase.search())

@@ -1,6 +1,7 @@
 #include "workbench/testrecord.h"
 
 #include "workbench/planreader.h"
+#include "workbench/statustext.h"
 
 #include <QCryptographicHash>
 #include <QJsonArray>
@@ -15,8 +16,7 @@ namespace {
 
 constexpr int kVersion = 1;
 constexpr qint64 kMostBytes = qint64(256) * 1024 * 1024;
-constexpr double kMostNanoseconds =
-    9e15; // a hundred days; up to here every one is a number of JSON
+constexpr double kMostNanoseconds = 9e15; // a hundred days; JSON has every one up to here
 constexpr int kMostCount = 1000000000;
 constexpr int kMostChanges = 100000;
 constexpr double kMostValue = 1e300;
@@ -24,15 +24,19 @@ constexpr double kMostValue = 1e300;
 const QString format = QStringLiteral("lumtar test record");
 const QString digestKey = QStringLiteral("sha256");
 
-// What statusreply's numbers are called, in their order.
-const QStringList states{QStringLiteral("idle"), QStringLiteral("armed"), QStringLiteral("running"),
-                         QStringLiteral("finished"), QStringLiteral("stopped")};
-const QStringList causes{QStringLiteral("start"),   QStringLiteral("time"),
-                         QStringLiteral("trigger"), QStringLiteral("binary input"),
-                         QStringLiteral("stop"),    QStringLiteral("ring"),
-                         QStringLiteral("limit")};
-const QStringList inputKinds{QStringLiteral("off"), QStringLiteral("on"),
-                             QStringLiteral("trigger")};
+/// What \a name calls the numbers up to \a last, in their order.
+template <typename Enumerator>
+QStringList wordsUpTo(Enumerator last, QString (*name)(Enumerator))
+{
+    QStringList words;
+    for (int i = 0; i <= int(last); ++i)
+        words += name(Enumerator(i));
+    return words;
+}
+
+const QStringList states = wordsUpTo(statusreply::State::Stopped, stateName);
+const QStringList causes = wordsUpTo(statusreply::Change::Limit, causeName);
+const QStringList inputKinds = wordsUpTo(statusreply::Input::Trigger, inputName);
 const QStringList roles{QStringLiteral("plain"), QStringLiteral("pick-up"),
                         QStringLiteral("drop-off")};
 
